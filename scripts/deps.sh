@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that building, running and testing Norvo need.
+# Checks with dpkg first, so a second run costs a fraction of a second.
+#   scripts/deps.sh build   - what building and running the program needs
+#   scripts/deps.sh test    - the above plus what the test suite needs
+set -euo pipefail
+what=${1:-build}
+
+build_pkgs=(
+  cmake g++ pkg-config ccache
+  libcurl4-openssl-dev     # HTTP transport
+  nlohmann-json3-dev       # JSON replies of the services
+  libpugixml-dev           # XML replies and XPath
+  libplist-dev             # the database and the preferences are property lists
+  libsecret-1-dev          # credentials live in the desktop's key store
+  libicu-dev               # locale-aware date and time styles
+  qt6-base-dev             # the desktop shell (Widgets, D-Bus)
+  libx11-dev libxss-dev    # global hot keys and input idle time on X11
+  gettext                  # translations, English text as the message id
+)
+test_pkgs=(
+  libgtest-dev libgmock-dev  # unit tests
+  libcpp-httplib-dev       # loopback fake servers for the services
+  xvfb xauth               # shell tests on a real X server
+  dbus dbus-x11 gnome-keyring  # a session bus and a Secret Service for the key store tests
+  python3                  # the example server of the Generic protocol
+)
+
+pkgs=("${build_pkgs[@]}")
+[ "$what" = test ] && pkgs+=("${test_pkgs[@]}")
+
+missing=()
+for p in "${pkgs[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "Installing: ${missing[*]}"
+SUDO=""
+[ "$(id -u)" -ne 0 ] && SUDO="sudo"
+$SUDO apt-get update -qq
+DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"

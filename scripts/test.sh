@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Builds Norvo with its tests and runs every test. Installs missing Debian
+# packages first, then runs the suite inside a private D-Bus session with an
+# unlocked gnome-keyring (for the key store tests) and a virtual X server
+# (for the shell tests).
+#   scripts/test.sh             - the normal build
+#   scripts/test.sh --sanitize  - the same with AddressSanitizer and UBSan
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/deps.sh test
+
+builddir=build-tests
+flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DNORVO_BUILD_TESTS=ON)
+if [ "${1:-}" = "--sanitize" ]; then
+  builddir=build-asan
+  flags+=(-DNORVO_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug)
+fi
+[ -n "${NORVO_WERROR:-}" ] && flags+=(-DNORVO_WERROR=ON)
+
+cmake -S . -B "$builddir" "${flags[@]}" >/dev/null
+cmake --build "$builddir" -j"$(nproc)"
+
+# The key store and the files of the tests live in a throw-away home.
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+export HOME="$scratch/home" XDG_DATA_HOME="$scratch/data" XDG_CONFIG_HOME="$scratch/config" \
+       XDG_CACHE_HOME="$scratch/cache" XDG_RUNTIME_DIR="$scratch/run"
+mkdir -p "$HOME" "$XDG_DATA_HOME" "$XDG_CONFIG_HOME" "$XDG_CACHE_HOME" "$XDG_RUNTIME_DIR"
+chmod 700 "$XDG_RUNTIME_DIR"
+export QT_QPA_PLATFORM=${QT_QPA_PLATFORM:-xcb}
+
+dbus-run-session -- bash -c '
+  echo -n norvo-tests | gnome-keyring-daemon --unlock --components=secrets >/dev/null 2>&1 || true
+  xvfb-run -a -s "-screen 0 1280x800x24" ctest --test-dir "$0" --output-on-failure -j"$(nproc)"
+' "$builddir"

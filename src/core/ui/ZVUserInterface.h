@@ -1,0 +1,52 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// A modal alert as the domain asks for it; the shell draws it. Texts are
+/// already localized. Buttons are listed left to right in reading order of
+/// the platform's alert: the first is the default (Return), a button titled
+/// like "Cancel" answers Escape.
+struct ZVAlert {
+    enum class Style { informational, warning, critical };
+    std::string messageText;
+    std::string informativeText;
+    std::vector<std::string> buttons;  // empty means one "OK"
+    Style style = Style::warning;
+    /// An optional check box under the text ("Do not show this message again").
+    std::optional<std::string> suppressionButtonTitle;
+};
+
+/// The answer to an alert: which button (0 = first), and the check box state.
+struct ZVAlertResponse {
+    int buttonIndex = 0;
+    bool suppressionChecked = false;
+};
+
+/// Everything the domain needs a person to see or answer. The shell
+/// implements it on Qt; tests script it. All calls come on the main thread
+/// unless said otherwise; runModal blocks until the user answers.
+class ZVUserInterface {
+public:
+    virtual ~ZVUserInterface() = default;
+
+    virtual ZVAlertResponse runModal(const ZVAlert& alert) = 0;
+    /// An alert with one input field; nothing when cancelled.
+    virtual std::optional<std::string> runModalWithTextField(const ZVAlert& alert, const std::string& initialText,
+                                                             bool secure) = 0;
+    /// The system's short warning sound.
+    virtual void beep() = 0;
+    /// A desktop notification (banner) with a title and a text.
+    virtual void showBanner(const std::string& title, const std::string& text) = 0;
+    /// Opens a URL with the desktop's handler. Returns false when nothing handles it.
+    virtual bool openURL(const std::string& url) = 0;
+
+    static ZVUserInterface& shared();
+    /// Installs the interface (not owned). Until then a fatal error is raised on use.
+    static void install(ZVUserInterface* ui);
+
+    /// Runs an alert modally on the main thread from any thread and gives the answer.
+    static ZVAlertResponse runModalOnMainThread(const ZVAlert& alert);
+};

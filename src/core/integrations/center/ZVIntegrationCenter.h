@@ -1,0 +1,118 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "ZVThreading.h"
+#include "ZVValue.h"
+#include "core/notifications/ZVNotificationCenter.h"
+
+class ZVIntegration;
+class ZVIntegrationProject;
+
+/// The process-wide owner of the remote accounts. It reads and writes the
+/// database file "Integrations.edb", keeps the current project and the
+/// recent projects, saves every 300 seconds and starts the periodic refresh
+/// of the accounts. The local account stands beside it and is never one of
+/// its accounts.
+class ZVIntegrationCenter {
+public:
+    using ProjectPointer = std::shared_ptr<ZVIntegrationProject>;
+    using IntegrationPointer = std::shared_ptr<ZVIntegration>;
+
+    /// The one centre. The first call builds it, stores it and only then
+    /// reads the accounts, so that what the reading reaches can use it.
+    static ZVIntegrationCenter& shared();
+    /// Drops the shared centre with its timers and observers (tests); the
+    /// next call of shared() reads everything again.
+    static void resetShared();
+
+    ~ZVIntegrationCenter();
+    ZVIntegrationCenter(const ZVIntegrationCenter&) = delete;
+    ZVIntegrationCenter& operator=(const ZVIntegrationCenter&) = delete;
+
+    ProjectPointer currentProject() const;
+    /// Stops a running timer, writes its time into the old project, loads
+    /// the new project's time, updates the recents and runs the timer on.
+    void setCurrentProject(const ProjectPointer& project);
+
+    /// A snapshot of the remote accounts in the order of reading and adding.
+    std::vector<IntegrationPointer> integrations() const;
+    /// A snapshot of the recent projects, most recent first, at most 10.
+    std::vector<ProjectPointer> recentProjects() const;
+
+    void addIntegration(const IntegrationPointer& integration);
+    void removeIntegration(const IntegrationPointer& integration);
+
+    /// Saves every account and stores the current project's identifiers.
+    void save();
+    /// The database's root dictionary; empty when the file is missing or unreadable.
+    ZVDictionary readIntegrationsFromDisk();
+    /// Writes the root dictionary atomically; failures leave the old file.
+    void writeIntegrationsToDisk(const ZVDictionary& integrations);
+
+    /// Refreshes one account at the user's request (main thread).
+    void synchronizeIntegration(const IntegrationPointer& integration);
+    bool synchronizationIsInProgress() const;
+    bool terminateAfterSyncing() const { return _terminateAfterSyncing; }
+    void setTerminateAfterSyncing(bool value) { _terminateAfterSyncing = value; }
+
+    /// Guards the accounts, the recents and the file. Recursive.
+    std::recursive_mutex& lock() const { return _lock; }
+    /// Where the database lives.
+    const std::string& saveURL() const { return _saveURL; }
+    /// Seconds between two refreshes of all accounts, fixed at start.
+    std::int64_t syncPeriod() const { return _syncPeriod; }
+
+    /// What shows the desktop banner for a newly chosen project; nothing is
+    /// shown while none is installed.
+    void setSystemNotificationHandler(std::function<void(const ProjectPointer&)> handler) {
+        _systemNotificationHandler = std::move(handler);
+    }
+
+    static constexpr const char* databaseFileName = "Integrations.edb";
+    static constexpr const char* currentProjectKey = "KDIntegrationCenterCurrentProject";
+    static constexpr const char* recentIntegrationsKey = "KDRecentIntegrations";
+    static constexpr const char* syncPeriodKey = "KDIntegrationCenterSyncPeriod";
+    static constexpr std::int64_t defaultSyncPeriod = 3600;
+    static constexpr std::int64_t shortestSyncPeriod = 300;
+    static constexpr double autosaveInterval = 300;
+    static constexpr std::size_t maximumRecentProjects = 10;
+
+private:
+    ZVIntegrationCenter();
+    void innerInit();
+
+    void _restoreRecentProjects();
+    void _restoreCurrentProject();
+    void _autosave();
+    void _resyncIntegrations();
+    void _saveRecentProjects();
+    /// Moves an existing database that cannot be read out of the way before
+    /// anything overwrites it.
+    void _setAsideUnreadableDatabase();
+    ZVArray _currentProjectPath() const;
+
+    ProjectPointer _currentProject;
+    std::vector<IntegrationPointer> _integrations;
+    std::vector<ProjectPointer> _recentProjects;
+    mutable std::recursive_mutex _lock;
+    std::int64_t _number_of_sync_threads = 0;
+    mutable std::mutex _syncLock;
+    std::unique_ptr<ZVRepeatingTimer> _resyncTimer;
+    std::unique_ptr<ZVRepeatingTimer> _savingTimer;
+    std::atomic<bool> _terminateAfterSyncing{false};
+    std::string _saveURL;
+
+    // `_currentProject` is read from the refresh thread without `lock`.
+    mutable std::mutex _currentProjectMutex;
+    std::int64_t _syncPeriod = defaultSyncPeriod;
+    bool _checkedDatabaseReadability = false;
+    std::function<void(const ProjectPointer&)> _systemNotificationHandler;
+    std::vector<ZVNotificationCenter::Token> _observations;
+};

@@ -1,0 +1,135 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ZVValue.h"
+
+class ZVIntegration;
+class ZVLogEntry;
+class ZVTimeLogEntry;
+
+/// A node of a project tree: a project, task, ticket or invoice of an
+/// account, with up to four remote identifiers, its children, its own
+/// tracked seconds and its log. Nodes live in shared pointers and have
+/// identity: there is never a copy of a node. A node points to its parent
+/// and to its account weakly.
+class ZVIntegrationProject : public std::enable_shared_from_this<ZVIntegrationProject> {
+    struct Passkey {
+        explicit Passkey() = default;
+    };
+
+public:
+    using Pointer = std::shared_ptr<ZVIntegrationProject>;
+    using List = std::vector<Pointer>;
+
+    /// An unnamed node with a fresh UUID as its `projectID`.
+    static Pointer create();
+    static Pointer create(std::string name, std::string projectID,
+                          std::optional<std::string> subprojectID = std::nullopt);
+    /// A node with its log and subtree read from its dictionary form. A node
+    /// marked selected becomes the current project when there is none yet.
+    static Pointer createWithDictionary(const ZVDictionary& dictionary,
+                                        const std::weak_ptr<ZVIntegration>& integration);
+
+    ZVIntegrationProject(Passkey, std::string name, std::string projectID, std::optional<std::string> subprojectID);
+    ~ZVIntegrationProject();
+    ZVIntegrationProject(const ZVIntegrationProject&) = delete;
+    ZVIntegrationProject& operator=(const ZVIntegrationProject&) = delete;
+
+    /// The owning account; nullptr while it is not set or when it is gone.
+    std::shared_ptr<ZVIntegration> integration() const { return _integration.lock(); }
+    void setIntegration(const std::weak_ptr<ZVIntegration>& integration) { _integration = integration; }
+    /// The account, which must be there: its absence is a fatal programming error.
+    ZVIntegration& requiredIntegration() const;
+
+    /// Guards `logEntries` and `subprojects` in the locked operations below.
+    /// Not recursive.
+    std::mutex& lock() const { return _lock; }
+
+    const std::vector<std::shared_ptr<ZVLogEntry>>& logEntries() const { return _logEntries; }
+    /// Replaces the log (editing and clearing of the log).
+    void setLogEntries(std::vector<std::shared_ptr<ZVLogEntry>> entries) { _logEntries = std::move(entries); }
+
+    const std::string& name() const { return _name; }
+    void setName(std::string name) { _name = std::move(name); }
+    Pointer parentProject() const { return _parentProject.lock(); }
+    void setParentProject(const std::weak_ptr<ZVIntegrationProject>& parent) { _parentProject = parent; }
+    const std::string& projectID() const { return _projectID; }
+    void setProjectID(std::string projectID) { _projectID = std::move(projectID); }
+    const std::optional<std::string>& subprojectID() const { return _subprojectID; }
+    void setSubprojectID(std::optional<std::string> value) { _subprojectID = std::move(value); }
+    const std::optional<std::string>& additionalID() const { return _additionalID; }
+    void setAdditionalID(std::optional<std::string> value) { _additionalID = std::move(value); }
+    const std::optional<std::string>& fourthID() const { return _fourthID; }
+    void setFourthID(std::optional<std::string> value) { _fourthID = std::move(value); }
+
+    const List& subprojects() const { return _subprojects; }
+    /// The children for in-place merging and reordering; callers hold `lock`.
+    List& mutableSubprojects() { return _subprojects; }
+
+    std::uint64_t time() const { return _time; }
+    /// Stores the seconds; a change of 3 seconds or more saves the account,
+    /// so that the timer's ticks never write to disk one by one.
+    void setTime(std::uint64_t seconds);
+
+    bool hasSubprojects() const { return !_subprojects.empty(); }
+    /// The account's name (or "Projects" for the local account), then each
+    /// node's name from the top down, joined by " ➔ ".
+    std::string fullProjectPath() const;
+    /// Whether a descendant at any depth, not the node itself, has time.
+    bool containsSubprojectWithUnpostedTime() const;
+    std::shared_ptr<ZVTimeLogEntry> lastTimeLogEntry() const;
+    std::string lastEntryTitle() const;
+    /// The whole log as text, with a header line and a total line.
+    std::string logString() const;
+    /// The total line's time: hours (counted modulo 60), minutes or seconds.
+    std::string totalTimeString() const;
+
+    void addLogEntry(const std::shared_ptr<ZVLogEntry>& entry);
+    void removeLogEntry(const std::shared_ptr<ZVLogEntry>& entry);
+    void addSubproject(const Pointer& project);
+    /// Appends the nodes as children; their account is left as the caller set it.
+    void addSubprojectsFromArray(const List& projects);
+    void removeSubproject(const Pointer& project);
+    /// Drops every descendant branch without time, bottom up.
+    void clearEmptySubprojects();
+    void sortSubprojectsByName();
+
+    /// Whether both nodes stand for the same remote object, judged by
+    /// `projectID`, `subprojectID` and `additionalID` alone.
+    bool isEqualToProject(const ZVIntegrationProject& other) const;
+
+    ZVDictionary dictionaryRepresentation() const;
+    /// For log lines only.
+    std::string description() const;
+
+    static constexpr const char* nameKey = "KDIntegrationProjectName";
+    static constexpr const char* projectIDKey = "KDIntegrationProjectID";
+    static constexpr const char* subprojectIDKey = "KDIntegrationSubprojectID";
+    static constexpr const char* additionalIDKey = "KDIntegrationAdditionalID";
+    static constexpr const char* fourthIDKey = "KDIntegrationFourthID";
+    static constexpr const char* timeKey = "KDIntegrationProjectTime";
+    static constexpr const char* isSelectedKey = "KDIntegrationProjectIsSelected";
+    static constexpr const char* logKey = "KDIntegrationProjectLog";
+    static constexpr const char* subprojectsKey = "KDIntegrationProjectSubprojects";
+    /// Separator of the path components in `fullProjectPath`.
+    static constexpr const char* pathSeparator = " \u2794 ";
+
+private:
+    std::weak_ptr<ZVIntegration> _integration;
+    mutable std::mutex _lock;
+    std::vector<std::shared_ptr<ZVLogEntry>> _logEntries;
+    std::string _name;
+    std::weak_ptr<ZVIntegrationProject> _parentProject;
+    std::string _projectID;
+    std::optional<std::string> _subprojectID;
+    std::optional<std::string> _additionalID;
+    std::optional<std::string> _fourthID;
+    List _subprojects;
+    std::uint64_t _time = 0;
+};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -50,14 +51,14 @@ public:
     template <class T>
     static std::shared_ptr<T> makeNew() {
         auto account = std::make_shared<T>();
-        account->initialize();
+        static_cast<ZVIntegration&>(*account).initialize();
         return account;
     }
     /// An account read from its dictionary form.
     template <class T>
     static std::shared_ptr<T> makeWithDictionary(const ZVDictionary& dictionary) {
         auto account = std::make_shared<T>();
-        account->initializeWithDictionary(dictionary);
+        static_cast<ZVIntegration&>(*account).initializeWithDictionary(dictionary);
         return account;
     }
     /// Finds the class named at "KDIntegrationClass" (old "KD..." names and a
@@ -145,6 +146,9 @@ public:
                                                     bool includeUtilityMenuItems = false);
     /// "Remove Account...": asks, then removes the item's account from the centre.
     void _removeAccount(const ZVMenuItem& menuItem);
+    /// What "Post All Times" of an account's menu runs (the action centre's
+    /// posting of all times of one account); the item is disabled without it.
+    static void setPostAllTimesHandler(std::function<void(const std::shared_ptr<ZVIntegration>&)> handler);
 
     // Network.
 

@@ -1,0 +1,119 @@
+#include "core/integrations/address_based/ZVAddressBasedIntegration.h"
+
+#include "ZVLocalization.h"
+#include "ZVLog.h"
+#include "core/integrations/ZVIntegrationServiceInfo.h"
+
+namespace {
+void removeEveryOccurrence(std::string& text, const std::string& part) {
+    std::string result;
+    std::string::size_type start = 0;
+    for (auto found = text.find(part); found != std::string::npos; found = text.find(part, start)) {
+        result.append(text, start, found - start);
+        start = found + part.size();
+    }
+    result.append(text, start, std::string::npos);
+    text = std::move(result);
+}
+}  // namespace
+
+ZVSSLSupport ZVAddressBasedIntegration::SSLSupport() const {
+    if (const auto* info = serviceInfo()) return info->sslSupport;
+    return ZVSSLSupport::none;
+}
+
+bool ZVAddressBasedIntegration::hasHardcodedAddress() const {
+    if (const auto* info = serviceInfo()) return info->hasHardcodedAddress;
+    return false;
+}
+
+std::string ZVAddressBasedIntegration::hardcodedAddress() const {
+    ZVFatalError("Integration claims to have a hardcoded address, but doesn't supply one.");
+}
+
+std::string ZVAddressBasedIntegration::addressPlaceholder() const {
+    if (hasHardcodedAddress()) return hardcodedAddress();
+    return ZVLocalizedString("URL without leading http or trailing /");
+}
+
+std::string ZVAddressBasedIntegration::URLScheme() const {
+    return (isSSLEnabled() || SSLSupport() == ZVSSLSupport::mandatory) ? "https" : "http";
+}
+
+bool ZVAddressBasedIntegration::isSSLEnabled() const {
+    std::lock_guard guard(_addressLock);
+    return _isSSLEnabled;
+}
+
+void ZVAddressBasedIntegration::setSSLEnabled(bool enabled) {
+    std::lock_guard guard(_addressLock);
+    _isSSLEnabled = enabled;
+}
+
+std::string ZVAddressBasedIntegration::address() const {
+    if (hasHardcodedAddress()) return hardcodedAddress();
+    std::lock_guard guard(_addressLock);
+    return _address;
+}
+
+void ZVAddressBasedIntegration::setAddress(const std::string& value) {
+    std::string cleaned = cleanedAddress(value);
+    std::lock_guard guard(_addressLock);
+    _address = std::move(cleaned);
+}
+
+std::string ZVAddressBasedIntegration::cleanedAddress(const std::string& value) {
+    // The test is on the four letters alone, so "httpd/" loses its slash too.
+    if (!value.starts_with("http")) return value;
+    std::string cleaned = value;
+    removeEveryOccurrence(cleaned, "http://");
+    removeEveryOccurrence(cleaned, "https://");
+    if (cleaned.ends_with('/')) cleaned.pop_back();
+    return cleaned;
+}
+
+std::string ZVAddressBasedIntegration::accountIdentifier() const { return address(); }
+
+ZVDictionary ZVAddressBasedIntegration::dictionaryRepresentation() {
+    // An account without an address is not written at all, and so doesn't
+    // survive a restart.
+    const std::string currentAddress = address();
+    if (currentAddress.empty()) return {};
+    ZVDictionary dictionary = ZVIntegration::dictionaryRepresentation();
+    if (!hasHardcodedAddress()) dictionary[ZVIntegrationAddressKey] = currentAddress;
+    dictionary[ZVIntegrationUseSSLKey] = isSSLEnabled();
+    return dictionary;
+}
+
+void ZVAddressBasedIntegration::initialize() {
+    {
+        std::lock_guard guard(_addressLock);
+        _address.clear();
+        _isSSLEnabled = true;
+    }
+    ZVIntegration::initialize();
+    if (name().empty()) setName(integrationName() + " (" + address() + ")");
+}
+
+void ZVAddressBasedIntegration::initializeWithDictionary(const ZVDictionary& dictionary) {
+    // The address comes first: the base makes the credential from accountIdentifier().
+    const std::string storedAddress = ZVStringValue(dictionary, ZVIntegrationAddressKey);
+    {
+        std::lock_guard guard(_addressLock);
+        _isSSLEnabled = ZVBoolValue(dictionary, ZVIntegrationUseSSLKey, false);
+        _address = storedAddress;
+    }
+    ZVIntegration::initializeWithDictionary(dictionary);
+    setAddress(storedAddress);
+    if (name().empty()) setName(integrationName() + " (" + address() + ")");
+}
+
+std::string ZVAddressBasedIntegration::baseURL() const { return URLScheme() + "://" + address(); }
+
+std::string ZVAddressBasedIntegration::URLForPath(const std::string& path, const std::string& query) const {
+    std::string url = baseURL() + path;
+    if (!query.empty()) url += (path.find('?') == std::string::npos ? "?" : "&") + query;
+    return url;
+}
+
+bool ZVAddressBasedIntegration::isSuccessfulStatusCode(long statusCode) { return statusCode >= 200 && statusCode <= 299; }

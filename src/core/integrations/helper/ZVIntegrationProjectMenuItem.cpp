@@ -1,0 +1,41 @@
+// The menu items of a project node; the menus of the accounts are made of them.
+
+#include "ZVLocalization.h"
+#include "ZVTime.h"
+#include "core/integrations/helper/ZVIntegrationProject.h"
+#include "core/ui/ZVMenu.h"
+
+std::shared_ptr<ZVMenuItem> ZVIntegrationProject::menuItem(ZVIntegrationProjectMenuItemTarget* target,
+                                                           const Pointer& selectedProject) {
+    auto item = std::make_shared<ZVMenuItem>(name());
+    auto self = shared_from_this();
+    item->representedObject = self;
+    item->toolTip = fullProjectPath();
+
+    if (hasSubprojects()) {
+        item->title = name() + " (" + std::to_string(subprojects().size()) + ")";
+        auto submenu = std::make_shared<ZVMenu>(name());
+        for (const auto& subproject : subprojects()) {
+            submenu->addItem(subproject->menuItem(target, selectedProject));
+            if (auto alternate = subproject->alternateMenuItem()) submenu->addItem(std::move(alternate));
+        }
+        item->submenu = std::move(submenu);
+        return item;
+    }
+
+    item->title = name() + " \u2014 " + ZVTime::timeString(time());
+    item->secondaryTitleStart = name().size();
+    item->action = "selectProject:";
+    if (target) item->handler = [target](const ZVMenuItem& chosen) { target->selectProject(chosen); };
+    if (selectedProject && selectedProject == self) item->state = ZVMenuItem::State::on;
+    return item;
+}
+
+std::shared_ptr<ZVMenuItem> ZVIntegrationProject::alternateMenuItem() {
+    if (time() == 0 || hasSubprojects()) return nullptr;
+    auto item = std::make_shared<ZVMenuItem>(ZVLocalizedFormat("Post time for '%@'", {name()}), "postTime");
+    item->representedObject = shared_from_this();
+    item->integration = integration();
+    item->isAlternate = true;
+    return item;
+}

@@ -14,6 +14,7 @@
 
 class ZVIntegration;
 class ZVIntegrationProject;
+struct ZVIntegrationClass;
 
 /// The process-wide owner of the remote accounts. It reads and writes the
 /// database file "Integrations.edb", keeps the current project and the
@@ -31,6 +32,8 @@ public:
     /// Drops the shared centre with its timers and observers (tests); the
     /// next call of shared() reads everything again.
     static void resetShared();
+    /// The shared centre when it has been built, else nullptr; builds nothing.
+    static ZVIntegrationCenter* sharedIfExists();
 
     ~ZVIntegrationCenter();
     ZVIntegrationCenter(const ZVIntegrationCenter&) = delete;
@@ -45,6 +48,9 @@ public:
     std::vector<IntegrationPointer> integrations() const;
     /// A snapshot of the recent projects, most recent first, at most 10.
     std::vector<ProjectPointer> recentProjects() const;
+
+    /// The account classes the user can add, sorted by their display name.
+    std::vector<ZVIntegrationClass> availableIntegrationClasses() const;
 
     void addIntegration(const IntegrationPointer& integration);
     void removeIntegration(const IntegrationPointer& integration);
@@ -85,6 +91,9 @@ public:
     static constexpr std::size_t maximumRecentProjects = 10;
 
 private:
+    // The refresh thread counts itself in `_number_of_sync_threads` under `_syncLock`.
+    friend class ZVSynchronizationThread;
+
     ZVIntegrationCenter();
     void innerInit();
 
@@ -93,9 +102,12 @@ private:
     void _autosave();
     void _resyncIntegrations();
     void _saveRecentProjects();
-    /// Moves an existing database that cannot be read out of the way before
-    /// anything overwrites it.
-    void _setAsideUnreadableDatabase();
+    /// Renames an existing database that cannot be read to
+    /// "Integrations.edb.unreadable-<time>"; false when that fails.
+    bool _setAsideUnreadableDatabase();
+    /// Moves an unreadable existing database aside once; false when it can
+    /// neither be read nor moved, so that nothing may overwrite it.
+    bool _ensureDatabaseMayBeWritten();
     ZVArray _currentProjectPath() const;
 
     ProjectPointer _currentProject;
@@ -113,6 +125,9 @@ private:
     mutable std::mutex _currentProjectMutex;
     std::int64_t _syncPeriod = defaultSyncPeriod;
     bool _checkedDatabaseReadability = false;
+    // While the accounts are read, a node marked selected becomes the current
+    // project without touching the stored recents, which are restored next.
+    bool _isReadingAccounts = false;
     std::function<void(const ProjectPointer&)> _systemNotificationHandler;
     std::vector<ZVNotificationCenter::Token> _observations;
 };

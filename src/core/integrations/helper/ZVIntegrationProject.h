@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -10,7 +11,9 @@
 #include "ZVValue.h"
 
 class ZVIntegration;
+class ZVIntegrationProjectMenuItemTarget;
 class ZVLogEntry;
+class ZVMenuItem;
 class ZVTimeLogEntry;
 
 /// A node of a project tree: a project, task, ticket or invoice of an
@@ -45,7 +48,7 @@ public:
     std::shared_ptr<ZVIntegration> integration() const { return _integration.lock(); }
     void setIntegration(const std::weak_ptr<ZVIntegration>& integration) { _integration = integration; }
     /// The account, which must be there: its absence is a fatal programming error.
-    ZVIntegration& requiredIntegration() const;
+    std::shared_ptr<ZVIntegration> requiredIntegration() const;
 
     /// Guards `logEntries` and `subprojects` in the locked operations below.
     /// Not recursive.
@@ -72,10 +75,12 @@ public:
     /// The children for in-place merging and reordering; callers hold `lock`.
     List& mutableSubprojects() { return _subprojects; }
 
-    std::uint64_t time() const { return _time; }
+    std::uint64_t time() const { return _time.load(); }
     /// Stores the seconds; a change of 3 seconds or more saves the account,
     /// so that the timer's ticks never write to disk one by one.
     void setTime(std::uint64_t seconds);
+    /// Stores the seconds and nothing else; the caller saves the account.
+    void setTimeWithoutSaving(std::uint64_t seconds);
 
     bool hasSubprojects() const { return !_subprojects.empty(); }
     /// The account's name (or "Projects" for the local account), then each
@@ -104,6 +109,13 @@ public:
     /// `projectID`, `subprojectID` and `additionalID` alone.
     bool isEqualToProject(const ZVIntegrationProject& other) const;
 
+    /// The node's item in a project menu: a leaf is titled with its name and
+    /// time and selects the project through the target; a branch shows the
+    /// number of its children and opens a submenu of them.
+    std::shared_ptr<ZVMenuItem> menuItem(ZVIntegrationProjectMenuItemTarget* target, const Pointer& selectedProject);
+    /// The Option-key item "Post time for '%@'" of a leaf with time; nothing otherwise.
+    std::shared_ptr<ZVMenuItem> alternateMenuItem();
+
     ZVDictionary dictionaryRepresentation() const;
     /// For log lines only.
     std::string description() const;
@@ -131,5 +143,6 @@ private:
     std::optional<std::string> _additionalID;
     std::optional<std::string> _fourthID;
     List _subprojects;
-    std::uint64_t _time = 0;
+    // Read by the refresh thread while the main thread's timer writes it.
+    std::atomic<std::uint64_t> _time{0};
 };

@@ -1,0 +1,209 @@
+#include "core/heart_beat/ZVHeartBeat.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+
+#include "ZVClock.h"
+#include "ZVLocalization.h"
+#include "ZVLog.h"
+#include "ZVPreferences.h"
+#include "core/heart_beat/ZVHeartBeatVein.h"
+#include "core/integrations/ZVIntegration.h"
+#include "core/integrations/center/ZVIntegrationCenter.h"
+#include "core/integrations/helper/ZVIntegrationProject.h"
+#include "core/ui/ZVUserInterface.h"
+
+namespace {
+
+std::unique_ptr<ZVHeartBeat>& sharedInstance() {
+    static std::unique_ptr<ZVHeartBeat> instance;
+    return instance;
+}
+
+/// Whole seconds from `from` to now, whichever way the clock went.
+std::uint64_t wholeSecondsSince(ZVDate from) {
+    const double seconds = std::fabs((ZVNow() - from).count());
+    if (seconds >= 9.2e18) ZVFatalError("Elapsed time beyond 64 bits");
+    return static_cast<std::uint64_t>(seconds);
+}
+
+std::uint64_t addSeconds(std::uint64_t counter, std::uint64_t seconds) {
+    if (counter > std::numeric_limits<std::uint64_t>::max() - seconds) ZVFatalError("A time counter overflowed 64 bits");
+    return counter + seconds;
+}
+
+}  // namespace
+
+ZVHeartBeat& ZVHeartBeat::sharedHeartBeat() {
+    auto& instance = sharedInstance();
+    if (!instance) instance = std::make_unique<ZVHeartBeat>();
+    return *instance;
+}
+
+void ZVHeartBeat::resetSharedHeartBeat() { sharedInstance().reset(); }
+
+ZVHeartBeat::ZVHeartBeat() {
+    const std::int64_t storedTotal = ZVPreferences::shared().integer(totalNumberOfBeatsKey, 0);
+    if (storedTotal < 0) ZVFatalError("A negative total time is stored");
+    _totalTime = static_cast<std::uint64_t>(storedTotal);
+
+    auto& notifications = ZVNotificationCenter::shared();
+    _observations.push_back(
+        notifications.addObserver(ZVWorkspaceWillSleepNotification, [this](const ZVNotification&) { computerWillGoToSleep(); }));
+    _observations.push_back(
+        notifications.addObserver(ZVWorkspaceDidWakeNotification, [this](const ZVNotification&) { computerDidWakeUp(); }));
+    _observations.push_back(notifications.addObserver(ZVIntegrationProjectTimeDidChangeNotification,
+                                                      [this](const ZVNotification&) { _noticeExternalTimeChange(); }));
+}
+
+ZVHeartBeat::~ZVHeartBeat() {
+    for (auto token : _observations) ZVNotificationCenter::shared().removeObserver(token);
+    if (_beat) _beat->invalidate();
+}
+
+bool ZVHeartBeat::isBeating() const {
+    std::lock_guard<std::recursive_mutex> guard(_lock);
+    return _beat != nullptr;
+}
+
+void ZVHeartBeat::start() {
+    bool wasRunning = false;
+    {
+        std::unique_lock<std::recursive_mutex> guard(_lock);
+        if (_beat) {
+            wasRunning = true;
+        } else if (!ZVIntegrationCenter::shared().currentProject()) {
+            guard.unlock();  // no lock is held across an alert
+            ZVAlert alert;
+            alert.messageText = ZVLocalizedString("No project selected.");
+            alert.informativeText = ZVLocalizedString(
+                "You can either add an integration using the + button in the timer window, or add a local project "
+                "using the pop up button's Norvo menu item.");
+            alert.buttons = {ZVLocalizedString("OK")};
+            ZVUserInterface::shared().runModal(alert);
+            return;
+        } else {
+            _startDate = ZVNow();
+            _timeAtStartDate = _currentTime;
+            _beat = ZVTimerFactory::shared().makeRepeatingTimer(tickInterval, [this] { _updateTime(); });
+        }
+    }
+    if (!wasRunning && _startDate) {
+        _notifyVeins();
+        ZVNotificationCenter::shared().post(ZVHeartBeatStateDidChangeNotification);
+    }
+}
+
+void ZVHeartBeat::_updateTime() {
+    if (!_startDate) return;
+    _currentTime = addSeconds(_timeAtStartDate, wholeSecondsSince(*_startDate));
+    _notifyVeins();
+}
+
+std::string ZVHeartBeat::clockString(std::uint64_t seconds) {
+    const std::uint64_t s = seconds % 60;
+    const std::uint64_t m = ((seconds - s) % 3600) / 60;
+    const std::uint64_t h = (seconds - s - m * 60) / 3600;
+    char text[48];
+    const int length = std::snprintf(text, sizeof text, "%02llu:%02llu:%02llu", static_cast<unsigned long long>(h),
+                                     static_cast<unsigned long long>(m), static_cast<unsigned long long>(s));
+    return std::string(text, static_cast<std::size_t>(std::max(length, 0)));
+}
+
+void ZVHeartBeat::_notifyVeins() {
+    const std::string text = clockString(_currentTime);
+    // By index: a vein may add another while it is told.
+    for (std::size_t index = 0; index < _veins.size(); ++index) _veins[index]->heartBeat(*this, text);
+    // Veins that read the property while they are told see the previous text.
+    _currentTimeString = text;
+}
+
+void ZVHeartBeat::stop() {
+    {
+        std::lock_guard<std::recursive_mutex> guard(_lock);
+        if (!_beat) return;
+        _beat->invalidate();
+        _beat.reset();
+    }
+    ZVNotificationCenter::shared().post(ZVHeartBeatStateDidChangeNotification);
+    _notifyVeins();
+
+    auto project = ZVIntegrationCenter::shared().currentProject();
+    if (project) {
+        project->setTime(_currentTime);
+        project->requiredIntegration()->save();
+    }
+
+    if (_startDate) _totalTime = addSeconds(_totalTime, wholeSecondsSince(*_startDate));
+    _startDate.reset();
+    if (_totalTime > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+        ZVFatalError("The total time exceeds the stored range");
+    }
+    ZVPreferences::shared().setInteger(static_cast<std::int64_t>(_totalTime), totalNumberOfBeatsKey);
+
+    _offerReview();
+
+    if (project && _automaticTimePoster && ZVPreferences::shared().boolean(automaticallyPostTimeKey)) {
+        _automaticTimePoster(project);
+    }
+}
+
+void ZVHeartBeat::_offerReview() {
+    auto& preferences = ZVPreferences::shared();
+    if (_totalTime > reviewPromptTimeLimit || preferences.boolean(askedForReviewKey) || !_storePageURL) return;
+
+    ZVAlert alert;
+    alert.messageText = ZVLocalizedString(
+        "You seem to be enjoying using Norvo! If you like Norvo, please, rate it on the AppStore.");
+    alert.informativeText = ZVLocalizedString("This message will not be shown to you again, don't worry.");
+    alert.buttons = {ZVLocalizedString("Rate"), ZVLocalizedString("Cancel")};
+    alert.style = ZVAlert::Style::informational;
+    const ZVAlertResponse response = ZVUserInterface::shared().runModal(alert);
+    if (response.buttonIndex == 0) ZVUserInterface::shared().openURL(*_storePageURL);
+    preferences.setBoolean(true, askedForReviewKey);
+    preferences.synchronize();
+}
+
+void ZVHeartBeat::reset() {
+    if (isBeating()) stop();
+    _currentTime = 0;
+    if (isBeating()) _restartMeasurement(0);
+    _notifyVeins();
+    if (auto project = ZVIntegrationCenter::shared().currentProject()) {
+        project->setTimeWithoutSaving(0);
+        project->requiredIntegration()->save();
+    }
+}
+
+void ZVHeartBeat::setCurrentTime(std::uint64_t seconds) {
+    _currentTime = seconds;
+    if (isBeating()) _restartMeasurement(seconds);
+    _notifyVeins();
+}
+
+void ZVHeartBeat::_restartMeasurement(std::uint64_t seconds) {
+    _timeAtStartDate = seconds;
+    _startDate = ZVNow();
+}
+
+void ZVHeartBeat::_noticeExternalTimeChange() {
+    auto project = ZVIntegrationCenter::shared().currentProject();
+    if (!project || _currentTime == project->time()) return;
+    setCurrentTime(project->time());
+}
+
+void ZVHeartBeat::addVein(ZVHeartBeatVein* vein) { _veins.push_back(vein); }
+
+void ZVHeartBeat::removeVein(ZVHeartBeatVein* vein) { std::erase(_veins, vein); }
+
+void ZVHeartBeat::computerWillGoToSleep() {
+    _wasRunningWhenWentToSleep = isBeating();
+    if (_wasRunningWhenWentToSleep) stop();
+}
+
+void ZVHeartBeat::computerDidWakeUp() {
+    // The flag stays set: only the next sleep decides anew.
+    if (_wasRunningWhenWentToSleep) start();
+}

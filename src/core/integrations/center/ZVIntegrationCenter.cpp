@@ -1,0 +1,408 @@
+#include "core/integrations/center/ZVIntegrationCenter.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+
+#include "ZVClock.h"
+#include "ZVLocalization.h"
+#include "ZVLog.h"
+#include "ZVPaths.h"
+#include "ZVPreferences.h"
+#include "ZVPropertyList.h"
+#include "core/heart_beat/ZVHeartBeat.h"
+#include "core/integrations/ZVIntegration.h"
+#include "core/integrations/ZVIntegrationRegistry.h"
+#include "core/integrations/helper/ZVIntegrationProject.h"
+#include "core/integrations/local/ZVNorvoIntegration.h"
+#include "core/ui/ZVUserInterface.h"
+
+namespace {
+
+constexpr const char* supportAddress = "support@tesselwick.com";
+constexpr unsigned databasePermissions = 0600;
+
+std::atomic<ZVIntegrationCenter*>& sharedPointer() {
+    static std::atomic<ZVIntegrationCenter*> pointer{nullptr};
+    return pointer;
+}
+
+std::recursive_mutex& sharedCreationMutex() {
+    static std::recursive_mutex mutex;
+    return mutex;
+}
+
+std::vector<std::string> splitPath(const std::string& path) {
+    const std::string separator = ZVIntegrationProject::pathSeparator;
+    std::vector<std::string> components;
+    std::size_t start = 0;
+    for (std::size_t found; (found = path.find(separator, start)) != std::string::npos; start = found + separator.size()) {
+        components.push_back(path.substr(start, found - start));
+    }
+    components.push_back(path.substr(start));
+    return components;
+}
+
+/// The root of the database when it has the expected shape: string keys to dictionaries.
+std::optional<ZVDictionary> databaseRoot(const ZVValue& value) {
+    const ZVDictionary* root = value.dictionary();
+    if (!root) return std::nullopt;
+    for (const auto& entry : *root) {
+        if (!entry.second.isDictionary()) return std::nullopt;
+    }
+    return *root;
+}
+
+std::string timestamp(ZVDate date) {
+    const std::time_t seconds = static_cast<std::time_t>(date.time_since_epoch().count());
+    std::tm utc{};
+    gmtime_r(&seconds, &utc);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y%m%d-%H%M%S", &utc);
+    return text;
+}
+
+template <typename Value, typename Predicate>
+ZVIntegrationProject::Pointer firstProject(const std::vector<ZVIntegrationProject::Pointer>& projects, const Value& value,
+                                           Predicate matches) {
+    auto found = std::find_if(projects.begin(), projects.end(),
+                              [&](const ZVIntegrationProject::Pointer& project) { return matches(*project, value); });
+    return found == projects.end() ? nullptr : *found;
+}
+
+}  // namespace
+
+ZVIntegrationCenter& ZVIntegrationCenter::shared() {
+    if (ZVIntegrationCenter* center = sharedPointer().load()) return *center;
+    std::lock_guard<std::recursive_mutex> guard(sharedCreationMutex());
+    if (ZVIntegrationCenter* center = sharedPointer().load()) return *center;
+    // Stored before the accounts are read: reading them reaches back here.
+    auto* center = new ZVIntegrationCenter();
+    sharedPointer().store(center);
+    center->innerInit();
+    return *center;
+}
+
+ZVIntegrationCenter* ZVIntegrationCenter::sharedIfExists() { return sharedPointer().load(); }
+
+void ZVIntegrationCenter::resetShared() {
+    std::lock_guard<std::recursive_mutex> guard(sharedCreationMutex());
+    delete sharedPointer().exchange(nullptr);
+}
+
+ZVIntegrationCenter::ZVIntegrationCenter() {
+    const std::string folder = ZVPaths::dataDirectory();
+    std::error_code error;
+    if (folder.empty() || !std::filesystem::is_directory(folder, error)) {
+        ZVAlert alert;
+        alert.messageText =
+            ZVLocalizedString("This system appears to be corrupted. Please, contact our support at ") + supportAddress;
+        alert.informativeText = ZVLocalizedString("Cannot fetch database path.");
+        alert.buttons = {ZVLocalizedString("Quit")};
+        alert.style = ZVAlert::Style::critical;
+        ZVUserInterface::shared().runModal(alert);
+        std::exit(0);
+    }
+    _saveURL = folder + "/" + databaseFileName;
+}
+
+ZVIntegrationCenter::~ZVIntegrationCenter() {
+    for (auto token : _observations) ZVNotificationCenter::shared().removeObserver(token);
+    if (_resyncTimer) _resyncTimer->invalidate();
+    if (_savingTimer) _savingTimer->invalidate();
+}
+
+void ZVIntegrationCenter::innerInit() {
+    _isReadingAccounts = true;
+    const ZVDictionary stored = readIntegrationsFromDisk();
+    for (const auto& [key, value] : stored) {
+        const ZVDictionary* accountDictionary = value.dictionary();
+        if (!accountDictionary) continue;
+        if (auto integration = ZVIntegration::integrationWithDictionary(*accountDictionary)) {
+            std::lock_guard<std::recursive_mutex> guard(_lock);
+            _integrations.push_back(integration);
+        }
+    }
+    ZVNorvoIntegration::sharedIntegration();
+    _isReadingAccounts = false;
+
+    _restoreRecentProjects();
+    _restoreCurrentProject();
+    {
+        std::lock_guard<std::recursive_mutex> guard(_lock);
+        if (_recentProjects.empty()) {
+            if (auto project = currentProject()) _recentProjects.push_back(project);
+        }
+        std::vector<ProjectPointer> distinct;
+        for (const auto& project : _recentProjects) {
+            if (std::find(distinct.begin(), distinct.end(), project) == distinct.end()) distinct.push_back(project);
+        }
+        if (distinct.size() > maximumRecentProjects) distinct.resize(maximumRecentProjects);
+        _recentProjects = std::move(distinct);
+    }
+
+    // A change of the period takes effect at the next start.
+    _syncPeriod = ZVPreferences::shared().integer(syncPeriodKey, defaultSyncPeriod);
+    if (_syncPeriod < shortestSyncPeriod) _syncPeriod = defaultSyncPeriod;
+
+    _observations.push_back(ZVNotificationCenter::shared().addObserver(ZVApplicationWillTerminateNotification,
+                                                                       [this](const ZVNotification&) { save(); }));
+    auto& timers = ZVTimerFactory::shared();
+    _resyncTimer = timers.makeRepeatingTimer(static_cast<double>(_syncPeriod), [this] { _resyncIntegrations(); });
+    _savingTimer = timers.makeRepeatingTimer(autosaveInterval, [this] { _autosave(); });
+    _resyncIntegrations();
+}
+
+void ZVIntegrationCenter::_restoreRecentProjects() {
+    const std::optional<ZVValue> stored = ZVPreferences::shared().value(recentIntegrationsKey);
+    const ZVArray* paths = stored ? stored->array() : nullptr;
+    if (!paths) return;
+    auto localAccount = ZVNorvoIntegration::sharedIntegration();
+
+    std::lock_guard<std::recursive_mutex> guard(_lock);
+    for (const ZVValue& value : *paths) {
+        const std::string* path = value.string();
+        if (!path) continue;
+        const std::vector<std::string> components = splitPath(*path);
+        if (components.size() < 2) continue;
+
+        IntegrationPointer account;
+        for (const auto& integration : _integrations) {
+            if (integration->name() == components[0]) {
+                account = integration;
+                break;
+            }
+        }
+        if (!account && localAccount && components[0] == localAccount->name()) account = localAccount;
+        if (!account) continue;
+
+        auto byName = [](const ZVIntegrationProject& project, const std::string& name) { return project.name() == name; };
+        ProjectPointer node = firstProject(account->availableProjects(), components[1], byName);
+        for (std::size_t index = 2; node && index < components.size(); ++index) {
+            node = firstProject(node->subprojects(), components[index], byName);
+        }
+        if (node) _recentProjects.push_back(node);
+    }
+}
+
+void ZVIntegrationCenter::_restoreCurrentProject() {
+    const std::optional<ZVValue> stored = ZVPreferences::shared().value(currentProjectKey);
+    const ZVArray* path = stored ? stored->array() : nullptr;
+    if (!path || path->empty()) return;
+    std::vector<std::string> identifiers;
+    for (const ZVValue& value : *path) {
+        const std::string* identifier = value.string();
+        if (!identifier) return;
+        identifiers.push_back(*identifier);
+    }
+
+    IntegrationPointer account;
+    for (const auto& integration : integrations()) {
+        if (integration->integrationID() == identifiers[0]) {
+            account = integration;
+            break;
+        }
+    }
+    if (!account && identifiers[0] == ZVNorvoIntegrationID) account = ZVNorvoIntegration::sharedIntegration();
+    if (!account || identifiers.size() < 2) return;
+
+    ProjectPointer node = firstProject(account->availableProjects(), identifiers[1],
+                                       [](const ZVIntegrationProject& project, const std::string& identifier) {
+                                           return project.projectID() == identifier;
+                                       });
+    if (node && identifiers.size() >= 3) {
+        node = firstProject(node->subprojects(), identifiers[2],
+                            [](const ZVIntegrationProject& project, const std::string& identifier) {
+                                return project.subprojectID() == identifier;
+                            });
+    }
+    if (node && identifiers.size() >= 4) {
+        node = firstProject(node->subprojects(), identifiers[3],
+                            [](const ZVIntegrationProject& project, const std::string& identifier) {
+                                return project.additionalID() == identifier;
+                            });
+    }
+    if (node) setCurrentProject(node);
+}
+
+ZVIntegrationCenter::ProjectPointer ZVIntegrationCenter::currentProject() const {
+    std::lock_guard<std::mutex> guard(_currentProjectMutex);
+    return _currentProject;
+}
+
+void ZVIntegrationCenter::setCurrentProject(const ProjectPointer& project) {
+    ZVHeartBeat& heartBeat = ZVHeartBeat::sharedHeartBeat();
+    const bool wasRunning = heartBeat.isBeating();
+    heartBeat.stop();
+
+    if (auto previous = currentProject()) previous->setTime(heartBeat.currentTime());
+
+    {
+        std::lock_guard<std::mutex> guard(_currentProjectMutex);
+        _currentProject = project;
+    }
+    heartBeat._currentTime = project ? project->time() : 0;
+    if (heartBeat.isBeating()) heartBeat._restartMeasurement(heartBeat._currentTime);
+    heartBeat._notifyVeins();
+
+    if (project && !_isReadingAccounts) {
+        std::lock_guard<std::recursive_mutex> guard(_lock);
+        auto found = std::find(_recentProjects.begin(), _recentProjects.end(), project);
+        if (found != _recentProjects.end()) {
+            std::rotate(_recentProjects.begin(), found, found + 1);
+        } else {
+            _recentProjects.insert(_recentProjects.begin(), project);
+            if (_recentProjects.size() > maximumRecentProjects) _recentProjects.pop_back();
+        }
+        _saveRecentProjects();
+        ZVPreferences::shared().synchronize();
+    }
+
+    if (project) {
+        if (wasRunning) heartBeat.start();
+        if (_systemNotificationHandler && !_isReadingAccounts) _systemNotificationHandler(project);
+    }
+    ZVNotificationCenter::shared().post(ZVIntegrationCenterCurrentProjectDidChangeNotification);
+}
+
+std::vector<ZVIntegrationCenter::IntegrationPointer> ZVIntegrationCenter::integrations() const {
+    std::lock_guard<std::recursive_mutex> guard(_lock);
+    return _integrations;
+}
+
+std::vector<ZVIntegrationCenter::ProjectPointer> ZVIntegrationCenter::recentProjects() const {
+    std::lock_guard<std::recursive_mutex> guard(_lock);
+    return _recentProjects;
+}
+
+std::vector<ZVIntegrationClass> ZVIntegrationCenter::availableIntegrationClasses() const {
+    static const std::vector<ZVIntegrationClass> classes = ZVIntegrationRegistry::availableIntegrationClasses();
+    return classes;
+}
+
+void ZVIntegrationCenter::addIntegration(const IntegrationPointer& integration) {
+    {
+        std::lock_guard<std::recursive_mutex> guard(_lock);
+        _integrations.push_back(integration);
+    }
+    ZVLog([&] { return "Added " + integration->name(); });
+    integration->save();
+    integration->synchronize();
+}
+
+void ZVIntegrationCenter::removeIntegration(const IntegrationPointer& integration) {
+    ZVLog([&] { return "Removing " + integration->name(); });
+    ZVDictionary stored;
+    {
+        std::lock_guard<std::recursive_mutex> guard(_lock);
+        stored = readIntegrationsFromDisk();
+        stored.erase(integration->integrationID());
+    }
+    if (auto project = currentProject(); project && project->integration() == integration) setCurrentProject(nullptr);
+    writeIntegrationsToDisk(stored);
+    std::lock_guard<std::recursive_mutex> guard(_lock);
+    auto found = std::find(_integrations.begin(), _integrations.end(), integration);
+    if (found != _integrations.end()) _integrations.erase(found);
+}
+
+ZVArray ZVIntegrationCenter::_currentProjectPath() const {
+    const auto project = currentProject();
+    if (!project) return {};
+    const auto account = project->integration();
+    if (!account) return {};
+    ZVArray path{account->integrationID(), project->projectID()};
+    if (project->subprojectID()) {
+        path.emplace_back(*project->subprojectID());
+        if (project->additionalID()) path.emplace_back(*project->additionalID());
+    }
+    return path;
+}
+
+void ZVIntegrationCenter::save() {
+    std::lock_guard<std::recursive_mutex> guard(_lock);
+    for (const auto& integration : integrations()) integration->save();
+    ZVPreferences::shared().setValue(ZVValue(_currentProjectPath()), currentProjectKey);
+    ZVPreferences::shared().synchronize();
+}
+
+void ZVIntegrationCenter::_autosave() {
+    std::lock_guard<std::recursive_mutex> guard(_lock);
+    if (auto project = currentProject()) project->setTime(ZVHeartBeat::sharedHeartBeat().currentTime());
+    save();
+    _saveRecentProjects();
+    ZVPreferences::shared().synchronize();
+}
+
+void ZVIntegrationCenter::_saveRecentProjects() {
+    std::lock_guard<std::recursive_mutex> guard(_lock);
+    ZVArray paths;
+    paths.reserve(_recentProjects.size());
+    for (const auto& project : _recentProjects) paths.emplace_back(project->fullProjectPath());
+    ZVPreferences::shared().setValue(ZVValue(std::move(paths)), recentIntegrationsKey);
+}
+
+ZVDictionary ZVIntegrationCenter::readIntegrationsFromDisk() {
+    std::lock_guard<std::recursive_mutex> guard(_lock);
+    std::error_code error;
+    if (!std::filesystem::exists(_saveURL, error)) {
+        _checkedDatabaseReadability = true;
+        return {};
+    }
+    if (const std::optional<ZVValue> value = ZVPropertyList::readFile(_saveURL)) {
+        if (std::optional<ZVDictionary> root = databaseRoot(*value)) {
+            _checkedDatabaseReadability = true;
+            return std::move(*root);
+        }
+    }
+    // The program carries on without accounts, but the user's data is kept.
+    if (_setAsideUnreadableDatabase()) _checkedDatabaseReadability = true;
+    return {};
+}
+
+bool ZVIntegrationCenter::_setAsideUnreadableDatabase() {
+    std::string target = _saveURL + ".unreadable-" + timestamp(ZVNow());
+    std::error_code error;
+    for (int attempt = 1; std::filesystem::exists(target, error); ++attempt) {
+        target = _saveURL + ".unreadable-" + timestamp(ZVNow()) + "-" + std::to_string(attempt);
+    }
+    std::filesystem::rename(_saveURL, target, error);
+    if (error) {
+        ZVLog([&] { return "Cannot move the unreadable database " + _saveURL + " aside: " + error.message(); });
+        return false;
+    }
+    ZVLog([&] { return "The database " + _saveURL + " could not be read; it was moved to " + target; });
+    return true;
+}
+
+bool ZVIntegrationCenter::_ensureDatabaseMayBeWritten() {
+    if (!_checkedDatabaseReadability) readIntegrationsFromDisk();
+    return _checkedDatabaseReadability;
+}
+
+void ZVIntegrationCenter::writeIntegrationsToDisk(const ZVDictionary& integrations) {
+    std::lock_guard<std::recursive_mutex> guard(_lock);
+    if (!_ensureDatabaseMayBeWritten()) {
+        ZVLog([&] { return "Not writing over the unreadable database " + _saveURL; });
+        return;
+    }
+    if (!ZVPropertyList::writeFile(ZVValue(integrations), _saveURL, databasePermissions)) {
+        ZVLog([&] { return "Writing the database " + _saveURL + " failed"; });
+    }
+}
+
+bool ZVIntegrationCenter::synchronizationIsInProgress() const {
+    std::lock_guard<std::mutex> guard(_syncLock);
+    return _number_of_sync_threads > 0;
+}
+
+// The background refresh of all accounts starts here, from the resync timer
+// and once at start; the account refresh itself is not part of this build yet.
+void ZVIntegrationCenter::_resyncIntegrations() {
+    ZVLog([] { return std::string("Refreshing the accounts is not available in this build"); });
+}
+
+void ZVIntegrationCenter::synchronizeIntegration(const IntegrationPointer& integration) {
+    ZVLog([&] { return "Refreshing " + integration->name() + " is not available in this build"; });
+}

@@ -1,0 +1,444 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <limits>
+#include <optional>
+#include <regex>
+#include <string>
+#include <type_traits>
+
+#include "core/heart_beat/ZVHeartBeat.h"
+#include "core/integrations/center/ZVIntegrationCenter.h"
+#include "core/integrations/helper/TimerTestDoubles.h"
+#include "core/integrations/helper/ZVIntegrationProject.h"
+#include "core/integrations/local/ZVNorvoIntegration.h"
+#include "core/log_entries/ZVResetLogEntry.h"
+#include "core/log_entries/ZVTimeLogEntry.h"
+#include "core/log_entries/ZVTimeSetLogEntry.h"
+
+namespace {
+
+using norvo_timer_tests::RecordingIntegration;
+using norvo_timer_tests::TimerTestEnvironment;
+using Pointer = ZVIntegrationProject::Pointer;
+using OptionalID = std::optional<std::string>;
+
+Pointer node(const std::string& name, std::uint64_t time = 0) {
+    auto project = ZVIntegrationProject::create(name, name + "-id");
+    project->setTimeWithoutSaving(time);
+    return project;
+}
+
+// Equality of remote identity.
+
+struct Identity {
+    std::string projectID;
+    OptionalID subprojectID;
+    OptionalID additionalID;
+    OptionalID fourthID;
+};
+
+struct EqualityCase {
+    const char* label;
+    Identity first;
+    Identity second;
+    bool equal;
+};
+
+Pointer withIdentity(const Identity& identity, const std::string& name) {
+    auto project = ZVIntegrationProject::create(name, identity.projectID, identity.subprojectID);
+    project->setAdditionalID(identity.additionalID);
+    project->setFourthID(identity.fourthID);
+    return project;
+}
+
+class ProjectEqualityTest : public testing::TestWithParam<EqualityCase> {};
+
+TEST_P(ProjectEqualityTest, ComparesRemoteIdentifiersOnly) {
+    const auto& row = GetParam();
+    auto first = withIdentity(row.first, "One");
+    auto second = withIdentity(row.second, "Two");
+    first->setTimeWithoutSaving(10);
+    EXPECT_EQ(first->isEqualToProject(*second), row.equal);
+    EXPECT_EQ(second->isEqualToProject(*first), row.equal);
+}
+
+const auto none = std::nullopt;
+
+INSTANTIATE_TEST_SUITE_P(
+    IdentityRules, ProjectEqualityTest,
+    testing::Values(
+        EqualityCase{"sameProjectID", {"1", none, none, none}, {"1", none, none, none}, true},
+        EqualityCase{"otherProjectID", {"1", none, none, none}, {"2", none, none, none}, false},
+        EqualityCase{"emptySubprojectIDsAreBlank", {"1", "", none, none}, {"1", "", none, none}, true},
+        EqualityCase{"emptyAgainstAbsentIsBlankToo", {"1", "", none, none}, {"1", none, "", none}, true},
+        EqualityCase{"emptySubprojectAgainstAdditionalOnly", {"1", "", none, none}, {"1", none, "7", none}, false},
+        EqualityCase{"sameSubprojectID", {"1", "a", none, none}, {"1", "a", none, none}, true},
+        EqualityCase{"otherSubprojectID", {"1", "a", none, none}, {"1", "b", none, none}, false},
+        EqualityCase{"subprojectAgainstAbsent", {"1", "a", none, none}, {"1", none, none, none}, false},
+        EqualityCase{"subprojectAgainstEmpty", {"1", "a", none, none}, {"1", "", none, none}, false},
+        EqualityCase{"sameSubprojectOtherProject", {"1", "a", none, none}, {"2", "a", none, none}, false},
+        EqualityCase{"allThreeEqual", {"1", "a", "x", none}, {"1", "a", "x", none}, true},
+        EqualityCase{"otherAdditionalID", {"1", "a", "x", none}, {"1", "a", "y", none}, false},
+        EqualityCase{"additionalAgainstAbsent", {"1", "a", "x", none}, {"1", "a", none, none}, false},
+        EqualityCase{"fourthIDPlaysNoPart", {"1", "a", none, "p"}, {"1", "a", none, "q"}, true}),
+    [](const testing::TestParamInfo<EqualityCase>& info) { return std::string(info.param.label); });
+
+// Time and its save threshold.
+
+struct SaveCase {
+    std::uint64_t from;
+    std::uint64_t to;
+    bool saves;
+};
+
+class ProjectTimeSaveTest : public testing::TestWithParam<SaveCase> {};
+
+TEST_P(ProjectTimeSaveTest, SavesTheAccountFromAChangeOfThreeSeconds) {
+    const auto& row = GetParam();
+    auto account = RecordingIntegration::make("Work");
+    auto project = node("Task");
+    project->setIntegration(account);
+    project->setTimeWithoutSaving(row.from);
+
+    project->setTime(row.to);
+    EXPECT_EQ(project->time(), row.to);
+    EXPECT_EQ(account->saveCount, row.saves ? 1 : 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Threshold, ProjectTimeSaveTest,
+                         testing::Values(SaveCase{10, 12, false}, SaveCase{10, 13, true}, SaveCase{13, 10, true},
+                                         SaveCase{12, 10, false}, SaveCase{10, 10, false}, SaveCase{0, 3600, true}));
+
+TEST(ProjectTimeDeathTest, ChangesThatCannotBeSavedAreProgrammingErrors) {
+    auto orphan = node("Orphan", 10);
+    orphan->setTime(12);  // below the threshold nothing needs the account
+    EXPECT_DEATH(orphan->setTime(20), "");
+
+    auto account = RecordingIntegration::make("Work");
+    orphan->setIntegration(account);
+    EXPECT_DEATH(orphan->setTime(static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()) + 1), "");
+}
+
+// Identity and tree structure.
+
+TEST(ProjectTreeTest, NodesHaveIdentityAndAreNeverCopied) {
+    static_assert(!std::is_copy_constructible_v<ZVIntegrationProject>);
+    static_assert(!std::is_copy_assignable_v<ZVIntegrationProject>);
+    auto project = node("Task");
+    Pointer copy = project;
+    EXPECT_EQ(copy.get(), project.get());
+}
+
+TEST(ProjectTreeTest, AddingChildrenPassesTheAccountDownTwoLevels) {
+    auto account = RecordingIntegration::make("Work");
+    auto parent = node("Parent");
+    parent->setIntegration(account);
+    auto child = node("Child");
+    auto grandchild = node("Grandchild");
+    auto greatGrandchild = node("Great");
+    grandchild->addSubproject(greatGrandchild);
+    child->addSubproject(grandchild);
+
+    parent->addSubproject(child);
+    EXPECT_EQ(child->parentProject(), parent);
+    EXPECT_EQ(child->integration(), account);
+    EXPECT_EQ(grandchild->integration(), account);
+    EXPECT_EQ(greatGrandchild->integration(), nullptr);
+
+    auto adopted = node("Adopted");
+    parent->addSubprojectsFromArray({adopted});
+    EXPECT_EQ(adopted->parentProject(), parent);
+    EXPECT_EQ(adopted->integration(), nullptr);
+    EXPECT_EQ(parent->subprojects().size(), 2u);
+}
+
+TEST(ProjectTreeTest, RemovingAChildKeepsItsParentLinkButDestroyingTheParentClearsIt) {
+    auto parent = node("Parent");
+    auto child = node("Child");
+    auto stranger = node("Stranger");
+    parent->addSubproject(child);
+
+    parent->removeSubproject(stranger);
+    EXPECT_EQ(parent->subprojects().size(), 1u);
+    parent->removeSubproject(child);
+    EXPECT_FALSE(parent->hasSubprojects());
+    EXPECT_EQ(child->parentProject(), parent);
+
+    parent->addSubproject(child);
+    parent.reset();
+    EXPECT_EQ(child->parentProject(), nullptr);
+}
+
+TEST(ProjectTreeTest, UnpostedTimeCountsDescendantsOnly) {
+    auto leaf = node("Leaf", 30);
+    EXPECT_FALSE(leaf->containsSubprojectWithUnpostedTime());
+
+    auto root = node("Root", 10);
+    auto middle = node("Middle");
+    root->addSubproject(middle);
+    EXPECT_FALSE(root->containsSubprojectWithUnpostedTime());
+    middle->addSubproject(leaf);
+    EXPECT_TRUE(root->containsSubprojectWithUnpostedTime());
+}
+
+TEST(ProjectTreeTest, ClearEmptySubprojectsKeepsOnlyBranchesWithTime) {
+    auto root = node("Root");
+    auto emptyBranch = node("EmptyBranch");
+    emptyBranch->addSubproject(node("EmptyLeaf"));
+    auto loggedOnly = node("LoggedOnly");
+    loggedOnly->addLogEntry(std::make_shared<ZVTimeLogEntry>());
+    auto timedBranch = node("TimedBranch");
+    timedBranch->addSubproject(node("EmptySibling"));
+    timedBranch->addSubproject(node("TimedLeaf", 5));
+    root->addSubproject(emptyBranch);
+    root->addSubproject(loggedOnly);
+    root->addSubproject(timedBranch);
+    root->addSubproject(node("TimedTop", 1));
+
+    root->clearEmptySubprojects();
+    ASSERT_EQ(root->subprojects().size(), 2u);
+    EXPECT_EQ(root->subprojects()[0], timedBranch);
+    EXPECT_EQ(root->subprojects()[1]->name(), "TimedTop");
+    ASSERT_EQ(timedBranch->subprojects().size(), 1u);
+    EXPECT_EQ(timedBranch->subprojects()[0]->name(), "TimedLeaf");
+}
+
+TEST(ProjectTreeTest, SortingIsByteWiseAndOnlyOneLevel) {
+    auto root = node("Root");
+    auto lower = node("b");
+    lower->addSubproject(node("z"));
+    lower->addSubproject(node("y"));
+    root->addSubproject(lower);
+    root->addSubproject(node("B"));
+    root->addSubproject(node("a"));
+    root->addSubproject(node("\u00c4pfel"));
+
+    root->sortSubprojectsByName();
+    std::vector<std::string> names;
+    for (const auto& child : root->subprojects()) names.push_back(child->name());
+    EXPECT_EQ(names, (std::vector<std::string>{"B", "a", "b", "\u00c4pfel"}));
+    EXPECT_EQ(lower->subprojects()[0]->name(), "z");
+}
+
+TEST(ProjectTreeTest, LastTimeLogEntrySkipsOtherKindsOfRecord) {
+    auto project = node("Task");
+    EXPECT_EQ(project->lastTimeLogEntry(), nullptr);
+    EXPECT_EQ(project->lastEntryTitle(), "");
+
+    auto run = std::make_shared<ZVTimeLogEntry>();
+    run->setText("Review");
+    project->addLogEntry(std::make_shared<ZVTimeLogEntry>());
+    project->addLogEntry(run);
+    project->addLogEntry(std::make_shared<ZVResetLogEntry>());
+    EXPECT_EQ(project->lastTimeLogEntry(), run);
+    EXPECT_EQ(project->lastEntryTitle(), "Review");
+    EXPECT_EQ(run->project(), project);
+
+    project->removeLogEntry(run);
+    EXPECT_EQ(project->logEntries().size(), 2u);
+    EXPECT_EQ(project->lastEntryTitle(), "");
+}
+
+// Paths.
+
+TEST(ProjectPathTest, PathStartsWithTheAccountName) {
+    TimerTestEnvironment environment;
+    auto account = RecordingIntegration::make("Client A");
+    auto parent = node("Website");
+    parent->setIntegration(account);
+    auto child = node("Checkout");
+    parent->addSubproject(child);
+    EXPECT_EQ(child->fullProjectPath(), "Client A \u2794 Website \u2794 Checkout");
+
+    auto local = ZVIntegrationProject::create("Garden", "g");
+    local->setIntegration(ZVNorvoIntegration::sharedIntegration());
+    EXPECT_EQ(local->fullProjectPath(), "Projects \u2794 Garden");
+
+    account.reset();
+    EXPECT_EQ(child->fullProjectPath(), " \u2794 Website \u2794 Checkout");
+}
+
+// The log as text.
+
+TEST(ProjectLogStringTest, EmptyLogShowsHeaderPlaceholderAndTotal) {
+    auto project = node("Task");
+    const std::string text = project->logString();
+    const auto firstLine = text.substr(0, text.find('\n'));
+    ASSERT_EQ(firstLine.rfind("TODAY: ", 0), 0u);
+    EXPECT_EQ(firstLine.find_first_of("/."), std::string::npos);
+    EXPECT_GT(firstLine.size(), std::string("TODAY: ").size());
+    EXPECT_EQ(text.substr(firstLine.size()),
+              "\n-------------------------------------------\nNO ENTRIES YET\n----------------\nTOTAL: 0 SECONDS");
+}
+
+TEST(ProjectLogStringTest, TitleShowsOnceOverRunsOfTheSameTitleUntilAnotherRecord) {
+    ManualClock clock;
+    auto project = node("Task", 3725);
+    auto run = [&](const std::string& title) {
+        auto entry = std::make_shared<ZVTimeLogEntry>();
+        entry->setText(title);
+        entry->setStopDate(clock.now());
+        project->addLogEntry(entry);
+        return entry->entryDescription(true);
+    };
+    const std::string first = run("Design");
+    const std::string second = run("Design");
+    project->addLogEntry(std::make_shared<ZVResetLogEntry>());
+    const std::string third = run("Design");
+
+    const std::string text = project->logString();
+    const std::string body = text.substr(text.find("-\n") + 2);
+    EXPECT_EQ(body, "Design\n" + first + "\n" + second + "\nReset time for 'Task'\nDesign\n" + third +
+                        "\n------------------------\nTOTAL: 1 HOURS 2 MINUTES");
+}
+
+TEST(ProjectLogStringTest, LongLogIsBuiltInOnePass) {
+    ManualClock clock;
+    auto project = node("Task");
+    constexpr int entries = 100000;
+    for (int index = 0; index < entries; ++index) {
+        auto entry = std::make_shared<ZVTimeLogEntry>();
+        entry->setText(index % 2 ? "Odd" : "Even");
+        project->addLogEntry(entry);
+    }
+    const auto started = std::chrono::steady_clock::now();
+    const std::string text = project->logString();
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    EXPECT_LT(seconds, 10.0);
+    EXPECT_GT(text.size(), static_cast<std::size_t>(entries) * 10);
+}
+
+struct TotalCase {
+    std::uint64_t seconds;
+    const char* text;
+};
+
+class ProjectTotalTimeTest : public testing::TestWithParam<TotalCase> {};
+
+TEST_P(ProjectTotalTimeTest, CountsHoursModuloSixty) {
+    auto project = node("Task", GetParam().seconds);
+    EXPECT_EQ(project->totalTimeString(), GetParam().text);
+}
+
+INSTANTIATE_TEST_SUITE_P(Totals, ProjectTotalTimeTest,
+                         testing::Values(TotalCase{0, "0 SECONDS"}, TotalCase{59, "59 SECONDS"},
+                                         TotalCase{60, "1 MINUTES 0 SECONDS"}, TotalCase{3599, "59 MINUTES 59 SECONDS"},
+                                         TotalCase{3600, "1 HOURS 0 MINUTES"}, TotalCase{3725, "1 HOURS 2 MINUTES"},
+                                         TotalCase{215999, "59 HOURS 59 MINUTES"}, TotalCase{216000, "0 SECONDS"},
+                                         TotalCase{216061, "1 MINUTES 1 SECONDS"},
+                                         TotalCase{219600, "1 HOURS 0 MINUTES"}));
+
+// The dictionary form.
+
+TEST(ProjectDictionaryTest, MissingIdentifierGetsAFreshUUIDAtEveryLoad) {
+    const ZVDictionary dictionary{{"KDIntegrationProjectName", "Old"}};
+    auto first = ZVIntegrationProject::createWithDictionary(dictionary, {});
+    auto second = ZVIntegrationProject::createWithDictionary(dictionary, {});
+    const std::regex uuid("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
+    EXPECT_TRUE(std::regex_match(first->projectID(), uuid)) << first->projectID();
+    EXPECT_NE(first->projectID(), second->projectID());
+    EXPECT_TRUE(std::regex_match(ZVIntegrationProject::create()->projectID(), uuid));
+}
+
+TEST(ProjectDictionaryTest, WrongTypesReadAsDefaults) {
+    const ZVDictionary dictionary{{"KDIntegrationProjectName", 5},
+                                  {"KDIntegrationProjectID", "p"},
+                                  {"KDIntegrationSubprojectID", 3},
+                                  {"KDIntegrationProjectTime", "100"},
+                                  {"KDIntegrationProjectLog", "none"},
+                                  {"KDIntegrationProjectSubprojects", ZVDictionary{}}};
+    auto project = ZVIntegrationProject::createWithDictionary(dictionary, {});
+    EXPECT_EQ(project->name(), "");
+    EXPECT_EQ(project->subprojectID(), std::nullopt);
+    EXPECT_EQ(project->time(), 0u);
+    EXPECT_TRUE(project->logEntries().empty());
+    EXPECT_FALSE(project->hasSubprojects());
+}
+
+TEST(ProjectDictionaryTest, TreeWithLogsSurvivesARoundTrip) {
+    TimerTestEnvironment environment;
+    auto account = RecordingIntegration::make("Work");
+    auto root = ZVIntegrationProject::create("Root", "1");
+    root->setIntegration(account);
+    root->setFourthID("f");
+    root->setTimeWithoutSaving(42);
+    auto child = ZVIntegrationProject::create("Child", "1", "c");
+    child->setAdditionalID("a");
+    root->addSubproject(child);
+    auto run = std::make_shared<ZVTimeLogEntry>();
+    run->setText("Work");
+    run->setStopDate(environment.clock.now());
+    child->addLogEntry(run);
+    auto timeSet = std::make_shared<ZVTimeSetLogEntry>(child);
+    timeSet->setNewTime(60);
+    child->addLogEntry(timeSet);
+
+    const ZVDictionary stored = root->dictionaryRepresentation();
+    EXPECT_EQ(stored.count("KDIntegrationSubprojectID"), 0u);
+    EXPECT_EQ(stored.count("KDIntegrationProjectIsSelected"), 0u);
+
+    auto read = ZVIntegrationProject::createWithDictionary(stored, account);
+    EXPECT_EQ(read->dictionaryRepresentation(), stored);
+    EXPECT_EQ(read->fourthID(), "f");
+    EXPECT_EQ(read->time(), 42u);
+    ASSERT_EQ(read->subprojects().size(), 1u);
+    const auto& readChild = read->subprojects()[0];
+    EXPECT_EQ(readChild->parentProject(), read);
+    EXPECT_EQ(readChild->integration(), account);
+    EXPECT_TRUE(readChild->isEqualToProject(*child));
+    ASSERT_EQ(readChild->logEntries().size(), 2u);
+    EXPECT_EQ(readChild->logEntries()[1]->text(), timeSet->text());
+    EXPECT_EQ(readChild->logEntries()[0]->project(), readChild);
+}
+
+TEST(ProjectDictionaryTest, RecordsThatCannotBeReadAreSkipped) {
+    ManualClock clock;
+    const ZVDictionary stored{
+        {"KDIntegrationProjectName", "Task"},
+        {"KDIntegrationProjectID", "t"},
+        {"KDIntegrationProjectLog",
+         ZVArray{ZVDictionary{{"KDLogEntryText", "First"}}, ZVDictionary{{"KDLogEntryClass", "KDNothing"}}, "text",
+                 ZVDictionary{{"KDLogEntryClass", "KDResetLogEntry"}}}}};
+    auto project = ZVIntegrationProject::createWithDictionary(stored, {});
+    ASSERT_EQ(project->logEntries().size(), 2u);
+    EXPECT_EQ(project->logEntries()[0]->text(), "First");
+    EXPECT_EQ(project->logEntries()[1]->text(), "Reset time for 'Task'");
+}
+
+TEST(ProjectDictionaryTest, OnlyTheCurrentProjectIsMarkedSelected) {
+    TimerTestEnvironment environment;
+    auto account = RecordingIntegration::make("Work");
+    auto root = ZVIntegrationProject::create("Root", "1");
+    root->setIntegration(account);
+    auto child = ZVIntegrationProject::create("Child", "1", "c");
+    root->addSubproject(child);
+    ZVIntegrationCenter::shared().setCurrentProject(child);
+
+    const ZVDictionary stored = root->dictionaryRepresentation();
+    EXPECT_EQ(stored.count("KDIntegrationProjectIsSelected"), 0u);
+    const ZVDictionary& storedChild = *ZVArrayValue(stored, "KDIntegrationProjectSubprojects")->front().dictionary();
+    EXPECT_EQ(storedChild.at("KDIntegrationProjectIsSelected"), ZVValue(true));
+}
+
+TEST(ProjectDictionaryTest, FirstNodeMarkedSelectedBecomesTheCurrentProject) {
+    TimerTestEnvironment environment;
+    auto account = RecordingIntegration::make("Work");
+    auto marked = [](const std::string& name) {
+        return ZVValue(ZVDictionary{{"KDIntegrationProjectName", name},
+                                    {"KDIntegrationProjectID", name},
+                                    {"KDIntegrationProjectTime", 77},
+                                    {"KDIntegrationProjectIsSelected", true}});
+    };
+    const ZVDictionary stored{{"KDIntegrationProjectName", "Root"},
+                              {"KDIntegrationProjectID", "root"},
+                              {"KDIntegrationProjectSubprojects", ZVArray{marked("First"), marked("Second")}}};
+    auto& center = ZVIntegrationCenter::shared();
+    auto root = ZVIntegrationProject::createWithDictionary(stored, account);
+
+    ASSERT_TRUE(center.currentProject());
+    EXPECT_EQ(center.currentProject(), root->subprojects()[0]);
+    EXPECT_EQ(ZVHeartBeat::sharedHeartBeat().currentTime(), 77u);
+}
+
+}  // namespace

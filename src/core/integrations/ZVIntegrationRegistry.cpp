@@ -9,6 +9,9 @@
 #include "ZVLog.h"
 
 // Service classes, one include each, in the order of the table.
+#include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
+#include "core/integrations/address_based/jira/ZVJIRAIntegration.h"
+#include "core/integrations/address_based/kashflow/ZVKashflowIntegration.h"
 
 namespace {
 using Auth = ZVAuthenticationType;
@@ -83,6 +86,9 @@ ZVIntegrationClass service(const char* className) {
 //     service<ZVJIRAIntegration>("Norvo.ZVJIRAIntegration"),
 std::vector<ZVIntegrationClass> builtClasses() {
     return {
+        service<ZVGenericAddressBasedIntegration>("Norvo.ZVGenericAddressBasedIntegration"),
+        service<ZVJIRAIntegration>("Norvo.ZVJIRAIntegration"),
+        service<ZVKashflowIntegration>("Norvo.ZVKashflowIntegration"),
     };
 }
 

@@ -1,0 +1,141 @@
+#include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
+
+#include "ZVDownloadCenter.h"
+#include "ZVJSON.h"
+#include "ZVLocalization.h"
+#include "ZVLog.h"
+#include "core/integrations/address_based/common/ZVPostingText.h"
+#include "core/integrations/authentication/ZVUsernamePasswordAuthentication.h"
+#include "core/integrations/helper/ZVIntegrationProject.h"
+
+namespace {
+constexpr const char* actionFieldName = "action";
+constexpr const char* alternateActionFieldName = "command";
+constexpr const char* listProjectsAction = "list_projects";
+// The project's identifier follows, as it stands.
+constexpr const char* listTasksForProjectAction = "list_tasks_for_project&id=";
+constexpr const char* postTimeAction = "post_time";
+
+/// The text form of an "id" that may be a string or a number.
+std::optional<std::string> identifierText(const nlohmann::json& object) {
+    const auto* identifier = ZVJSON::value(object, "id");
+    if (!identifier) return std::nullopt;
+    if (identifier->is_string()) return identifier->get<std::string>();
+    if (identifier->is_number()) return identifier->dump();
+    return std::nullopt;
+}
+}  // namespace
+
+std::string ZVGenericAddressBasedIntegration::addressPlaceholder() const {
+    return ZVLocalizedString("Your URL Without Trailing /");
+}
+
+void ZVGenericAddressBasedIntegration::initializeWithDictionary(const ZVDictionary& dictionary) {
+    ZVAddressBasedIntegration::initializeWithDictionary(dictionary);
+    _synchronizesProjectsOnly = ZVBoolValue(dictionary, synchronizeProjectsOnlyKey);
+    _usesAlternateActionFieldName = ZVBoolValue(dictionary, usesAlternateActionFieldNameKey);
+}
+
+ZVDictionary ZVGenericAddressBasedIntegration::dictionaryRepresentation() {
+    ZVDictionary dictionary = ZVAddressBasedIntegration::dictionaryRepresentation();
+    if (dictionary.empty()) return dictionary;
+    dictionary[synchronizeProjectsOnlyKey] = synchronizesProjectsOnly();
+    dictionary[usesAlternateActionFieldNameKey] = usesAlternateActionFieldName();
+    return dictionary;
+}
+
+std::string ZVGenericAddressBasedIntegration::URLForAction(const std::string& action) const {
+    const char* field = usesAlternateActionFieldName() ? alternateActionFieldName : actionFieldName;
+    return URLScheme() + "://" + address() + "/?" + field + "=" + action;
+}
+
+void ZVGenericAddressBasedIntegration::addCredentials(ZVURLRequest& request) const {
+    const auto& credentials = usernamePasswordAuthentication();
+    request.setUsername(credentials.username(), credentials.password());
+}
+
+ZVIntegration::ProjectList ZVGenericAddressBasedIntegration::loadRemoteProjects() {
+    auto withCredentials = [this](ZVURLRequest& request) { addCredentials(request); };
+    ZVDownloadCenter& center = downloadCenter();
+
+    const auto reply = center.downloadJSON(URLForAction(listProjectsAction), withCredentials);
+    if (!reply) throw ZVIntegrationNoConnectionError();
+    if (!reply->is_object()) {
+        ZVLog([&] { return "Returned object isn't a dictionary (" + reply->dump() + ")"; });
+        throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Returned object isn't a dictionary."));
+    }
+    const auto projects = ZVJSON::arrayOfDictionaries(*reply, "projects");
+    if (!projects) {
+        ZVLog([&] { return "No projects in " + reply->dump(); });
+        throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Returned dictionary doesn't contain any projects."));
+    }
+
+    const auto self = shared_from_this();
+    ProjectList result;
+    for (const auto& projectObject : *projects) {
+        const auto name = ZVJSON::string(projectObject, "name");
+        const auto projectID = identifierText(projectObject);
+        if (!name || !projectID) {
+            ZVLog([&] { return "Missing name or ID in " + projectObject.dump(); });
+            continue;
+        }
+        auto project = ZVIntegrationProject::create(*name, *projectID);
+        project->setIntegration(self);
+        if (synchronizesProjectsOnly()) {
+            result.push_back(project);
+            continue;
+        }
+
+        const std::string tasksURL = URLForAction(listTasksForProjectAction + *projectID);
+        ZVLog([&] { return "Will be loading tasks from " + tasksURL; });
+        const auto tasksReply = center.downloadJSON(tasksURL, withCredentials);
+        if (!tasksReply) throw ZVIntegrationNoConnectionError();
+        if (!tasksReply->is_object()) {
+            ZVLog([&] { return "[Task] Returned object isn't a dictionary (" + tasksReply->dump() + ")"; });
+            throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Returned tasks object isn't a dictionary."));
+        }
+        const auto tasks = ZVJSON::arrayOfDictionaries(*tasksReply, "tasks");
+        if (!tasks) {
+            ZVLog([&] { return "No tasks in " + tasksReply->dump(); });
+            // The same words as for a reply without projects, on purpose.
+            throw ZVIntegrationErrorWithFailureReason(
+                ZVLocalizedString("Returned dictionary doesn't contain any projects."));
+        }
+        for (const auto& taskObject : *tasks) {
+            const auto taskName = ZVJSON::string(taskObject, "name");
+            const auto taskID = identifierText(taskObject);
+            if (!taskName || !taskID) {
+                ZVLog([&] { return "Missing name or ID in " + taskObject.dump(); });
+                continue;
+            }
+            project->addSubproject(ZVIntegrationProject::create(*taskName, *projectID, *taskID));
+        }
+        if (project->hasSubprojects()) {
+            // The words don't match the branch; kept as the protocol's log has always read.
+            ZVLog([&] { return "Skipping project " + *name + " since it has no tasks."; });
+            result.push_back(project);
+        }
+    }
+    return result;
+}
+
+void ZVGenericAddressBasedIntegration::postTime(ZVIntegrationProject& project) {
+    nlohmann::json body = nlohmann::json::object();
+    body["project_id"] = project.projectID();
+    if (!synchronizesProjectsOnly() && project.subprojectID()) body["task_id"] = *project.subprojectID();
+    body["description"] = ZVPostingText::title(project);
+    body["hours"] = ZVPostingText::decimalText(static_cast<double>(project.time()) / 3600.0);
+
+    ZVDownloadCenter& center = downloadCenter();
+    const auto reply = center.downloadJSON(URLForAction(postTimeAction), [&](ZVURLRequest& request) {
+        addCredentials(request);
+        request.method = "POST";
+        request.setJSONBody(body);
+        request.addJSONAcceptToHeader();
+        request.addJSONContentToHeader();
+    });
+    if (!reply)
+        throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Did not receive a valid JSON response."));
+    ZVLog([&] { return "Response " + reply->dump(); });
+    if (!isSuccessfulStatusCode(center.lastHTTPStatusCode())) throw ZVIntegrationGenericTimePostingError();
+}

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <atomic>
+#include <string>
+
+#include "core/integrations/address_based/ZVAddressBasedIntegration.h"
+
+/// An account on any server that speaks Norvo's own small HTTP protocol:
+/// three calls with JSON replies (projects, tasks of a project, posting
+/// time), all with basic authorization. The tree is projects with their
+/// tasks, or projects alone.
+class ZVGenericAddressBasedIntegration : public ZVAddressBasedIntegration {
+public:
+    static constexpr const char* synchronizeProjectsOnlyKey = "KDGenericAddressBasedIntegrationSynchronizeProjectsOnly";
+    static constexpr const char* usesAlternateActionFieldNameKey =
+        "KDGenericAddressBasedIntegrationUsesAlternateActionFieldName";
+
+    std::string className() const override { return "Norvo.ZVGenericAddressBasedIntegration"; }
+    std::string addressPlaceholder() const override;
+
+    /// When true the tree has one level and no tasks are fetched.
+    bool synchronizesProjectsOnly() const { return _synchronizesProjectsOnly; }
+    void setSynchronizesProjectsOnly(bool value) { _synchronizesProjectsOnly = value; }
+    /// When true the action goes in the query as "command=", else "action=".
+    bool usesAlternateActionFieldName() const { return _usesAlternateActionFieldName; }
+    void setUsesAlternateActionFieldName(bool value) { _usesAlternateActionFieldName = value; }
+
+    ZVDictionary dictionaryRepresentation() override;
+    ProjectList loadRemoteProjects() override;
+    void postTime(ZVIntegrationProject& project) override;
+
+protected:
+    void initializeWithDictionary(const ZVDictionary& dictionary) override;
+
+private:
+    std::string URLForAction(const std::string& action) const;
+    void addCredentials(ZVURLRequest& request) const;
+
+    std::atomic<bool> _synchronizesProjectsOnly{false};
+    std::atomic<bool> _usesAlternateActionFieldName{false};
+};

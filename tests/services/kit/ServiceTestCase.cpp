@@ -1,0 +1,201 @@
+#include "services/kit/ServiceTestCase.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "core/integrations/ZVIntegrationError.h"
+#include "core/integrations/authentication/ZVAPITokenAuthentication.h"
+#include "core/integrations/authentication/ZVUsernameAPITokenAuthentication.h"
+#include "core/integrations/authentication/ZVUsernamePasswordAPITokenAuthentication.h"
+#include "core/integrations/authentication/ZVUsernamePasswordAuthentication.h"
+#include "core/log_entries/ZVTimeLogEntry.h"
+#include "ZVClock.h"
+
+ServiceTestCase::ServiceTestCase() = default;
+ServiceTestCase::~ServiceTestCase() = default;
+
+std::string ServiceTestCase::serverAddress() const { return "127.0.0.1:" + std::to_string(server.port()); }
+
+void ServiceTestCase::storeCredentials(ZVIntegration& account) const {
+    auto authentication = account.authentication();
+    if (!authentication) return;
+    if (auto* both = dynamic_cast<ZVUsernamePasswordAPITokenAuthentication*>(authentication.get())) {
+        both->setUsername(credentials.username);
+        both->setPassword(credentials.password);
+        both->setAPIToken(credentials.apiToken);
+    } else if (auto* userPassword = dynamic_cast<ZVUsernamePasswordAuthentication*>(authentication.get())) {
+        userPassword->setUsername(credentials.username);
+        userPassword->setPassword(credentials.password);
+    } else if (auto* userToken = dynamic_cast<ZVUsernameAPITokenAuthentication*>(authentication.get())) {
+        userToken->setUsername(credentials.username);
+        userToken->setAPIToken(credentials.apiToken);
+    } else if (auto* token = dynamic_cast<ZVAPITokenAuthentication*>(authentication.get())) {
+        token->setAPIToken(credentials.apiToken);
+    }
+    authentication->setAccountInformation(account.accountIdentifier());
+    authentication->saveKeychainInformation();
+}
+
+std::string ServiceTestCase::fixture(const std::string& relativePath,
+                                     std::map<std::string, std::string> substitutions) const {
+    substitutions.emplace("base", server.baseURL());
+    return ServiceFixtures::load(relativePath, substitutions);
+}
+
+std::string ServiceTestCase::basicAuthorization(const std::string& username, const std::string& password) {
+    static const char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    const std::string plain = username + ":" + password;
+    std::string encoded;
+    size_t i = 0;
+    for (; i + 2 < plain.size(); i += 3) {
+        const unsigned n = (static_cast<unsigned char>(plain[i]) << 16) |
+                           (static_cast<unsigned char>(plain[i + 1]) << 8) | static_cast<unsigned char>(plain[i + 2]);
+        encoded += {alphabet[(n >> 18) & 63], alphabet[(n >> 12) & 63], alphabet[(n >> 6) & 63], alphabet[n & 63]};
+    }
+    if (i + 1 == plain.size()) {
+        const unsigned n = static_cast<unsigned char>(plain[i]) << 16;
+        encoded += {alphabet[(n >> 18) & 63], alphabet[(n >> 12) & 63], '=', '='};
+    } else if (i + 2 == plain.size()) {
+        const unsigned n = (static_cast<unsigned char>(plain[i]) << 16) | (static_cast<unsigned char>(plain[i + 1]) << 8);
+        encoded += {alphabet[(n >> 18) & 63], alphabet[(n >> 12) & 63], alphabet[(n >> 6) & 63], '='};
+    }
+    return "Basic " + encoded;
+}
+
+std::string ServiceTestCase::deadAddress() {
+    // Bind a port, then let it go: nothing listens there afterwards.
+    const int socketHandle = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in socketAddress{};
+    socketAddress.sin_family = AF_INET;
+    socketAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socketAddress.sin_port = 0;
+    socklen_t length = sizeof socketAddress;
+    bind(socketHandle, reinterpret_cast<sockaddr*>(&socketAddress), length);
+    getsockname(socketHandle, reinterpret_cast<sockaddr*>(&socketAddress), &length);
+    close(socketHandle);
+    return "127.0.0.1:" + std::to_string(ntohs(socketAddress.sin_port));
+}
+
+ZVIntegrationProject::Pointer trackedProject(const std::shared_ptr<ZVIntegration>& account, const std::string& name,
+                                             const std::string& projectID, std::optional<std::string> subprojectID,
+                                             std::uint64_t seconds, std::optional<std::string> title) {
+    auto project = ZVIntegrationProject::create(name, projectID, std::move(subprojectID));
+    project->setIntegration(account);
+    project->setTimeWithoutSaving(seconds);
+    if (title) {
+        auto entry = std::make_shared<ZVTimeLogEntry>(project);
+        const ZVDate now = ZVNow();
+        entry->setStartDate(now - std::chrono::duration<double>(static_cast<double>(seconds)));
+        entry->setStopDate(now);
+        entry->setText(*title);
+        project->addLogEntry(entry);
+    }
+    return project;
+}
+
+namespace {
+void describe(const ZVIntegration::ProjectList& projects, const std::string& indentation, std::string& text) {
+    for (const auto& project : projects) {
+        text += indentation + project->name() + " [" + project->projectID() + "|" +
+                project->subprojectID().value_or("-") + "|" + project->additionalID().value_or("-") + "]\n";
+        describe(project->subprojects(), indentation + "  ", text);
+    }
+}
+
+bool belongs(const ZVIntegration::ProjectList& projects, const std::shared_ptr<ZVIntegration>& account,
+             std::string& stray) {
+    for (const auto& project : projects) {
+        if (project->integration() != account) {
+            stray = project->name();
+            return false;
+        }
+        if (!belongs(project->subprojects(), account, stray)) return false;
+    }
+    return true;
+}
+
+::testing::AssertionResult throwsError(const std::function<void()>& call,
+                                       const std::function<::testing::AssertionResult(const ZVIntegrationError&)>& check) {
+    try {
+        call();
+    } catch (const ZVIntegrationError& error) {
+        return check(error);
+    }
+    return ::testing::AssertionFailure() << "nothing was thrown";
+}
+
+std::string describeError(const ZVIntegrationError& error) {
+    return error.domain() + " " + std::to_string(error.code()) + " \"" +
+           error.localizedFailureReason().value_or("<no failure reason>") + "\"";
+}
+}  // namespace
+
+std::string treeDescription(const ZVIntegration::ProjectList& projects) {
+    std::string text;
+    describe(projects, "", text);
+    return text;
+}
+
+::testing::AssertionResult everyNodeBelongsTo(const ZVIntegration::ProjectList& projects,
+                                              const std::shared_ptr<ZVIntegration>& account) {
+    std::string stray;
+    if (belongs(projects, account, stray)) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "the node \"" << stray << "\" has no or another account";
+}
+
+::testing::AssertionResult throwsNoConnection(const std::function<void()>& call) {
+    return throwsError(call, [](const ZVIntegrationError& error) {
+        const ZVIntegrationError expected = ZVIntegrationNoConnectionError();
+        if (error.domain() == expected.domain() && error.code() == expected.code() &&
+            error.localizedFailureReason() == expected.localizedFailureReason())
+            return ::testing::AssertionSuccess();
+        return ::testing::AssertionFailure() << "threw " << describeError(error) << " instead of "
+                                             << describeError(expected);
+    });
+}
+
+::testing::AssertionResult throwsFailureReason(const std::function<void()>& call, const std::string& reason) {
+    return throwsError(call, [&reason](const ZVIntegrationError& error) {
+        if (error.domain() == ZVIntegrationErrorDomain && error.code() == ZVIntegrationCustomErrorCode &&
+            error.localizedFailureReason() == reason)
+            return ::testing::AssertionSuccess();
+        return ::testing::AssertionFailure() << "threw " << describeError(error) << " instead of the reason \""
+                                             << reason << "\"";
+    });
+}
+
+::testing::AssertionResult throwsGenericPostingError(const std::function<void()>& call) {
+    return throwsError(call, [](const ZVIntegrationError& error) {
+        const ZVIntegrationError expected = ZVIntegrationGenericTimePostingError();
+        if (error.domain() == expected.domain() && error.code() == expected.code() &&
+            error.localizedFailureReason() == expected.localizedFailureReason())
+            return ::testing::AssertionSuccess();
+        return ::testing::AssertionFailure() << "threw " << describeError(error) << " instead of "
+                                             << describeError(expected);
+    });
+}
+
+nlohmann::json jsonBody(const FakeRequest& request) {
+    try {
+        return nlohmann::json::parse(request.body);
+    } catch (const nlohmann::json::exception& error) {
+        ADD_FAILURE() << "The body of " << request.method << " " << request.path << " is no JSON: " << request.body;
+        return nullptr;
+    }
+}
+
+std::string requestSummary(const std::vector<FakeRequest>& requests) {
+    std::string text;
+    for (const auto& request : requests) {
+        text += request.method + " " + request.path;
+        char separator = '?';
+        for (const auto& [key, value] : request.query) {
+            text += separator + key + "=" + value;
+            separator = '&';
+        }
+        text += "\n";
+    }
+    return text;
+}

@@ -1,0 +1,143 @@
+#include "app/ZVQtUserInterface.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QDesktopServices>
+#include <QDialog>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QUrl>
+#include <QVBoxLayout>
+
+#include "ZVLocalization.h"
+
+namespace {
+
+std::vector<std::string> buttonTitles(const ZVAlert& alert) {
+    if (alert.buttons.empty()) return {ZVLocalizedString("OK")};
+    return alert.buttons;
+}
+
+QMessageBox::Icon iconFor(ZVAlert::Style style) {
+    switch (style) {
+        case ZVAlert::Style::informational: return QMessageBox::Information;
+        case ZVAlert::Style::critical: return QMessageBox::Critical;
+        case ZVAlert::Style::warning: break;
+    }
+    return QMessageBox::Warning;
+}
+
+QWidget* dialogParent(QWidget* preferred) {
+    if (preferred && preferred->isVisible()) return preferred;
+    return QApplication::activeWindow();
+}
+
+}  // namespace
+
+int ZVQtUserInterface::escapeButtonIndex(const std::vector<std::string>& buttons) {
+    const std::string cancel = ZVLocalizedString("Cancel");
+    for (std::size_t i = 0; i < buttons.size(); ++i)
+        if (buttons[i] == cancel || buttons[i] == "Cancel") return static_cast<int>(i);
+    return buttons.size() == 1 ? 0 : -1;
+}
+
+ZVAlertResponse ZVQtUserInterface::runModal(const ZVAlert& alert) {
+    const std::vector<std::string> titles = buttonTitles(alert);
+    QMessageBox box(dialogParent(_parentWindow));
+    box.setWindowTitle(QStringLiteral("Norvo"));
+    box.setIcon(iconFor(alert.style));
+    box.setText(ZVQt(alert.messageText));
+    if (!alert.informativeText.empty()) box.setInformativeText(ZVQt(alert.informativeText));
+
+    // All buttons share one role, which keeps them in the given order.
+    std::vector<QPushButton*> buttons;
+    for (const std::string& title : titles) buttons.push_back(box.addButton(ZVQt(title), QMessageBox::ActionRole));
+    box.setDefaultButton(buttons.front());
+    const int escapeIndex = escapeButtonIndex(titles);
+    if (escapeIndex >= 0) box.setEscapeButton(buttons[static_cast<std::size_t>(escapeIndex)]);
+
+    QCheckBox* suppression = nullptr;
+    if (alert.suppressionButtonTitle) {
+        suppression = new QCheckBox(ZVQt(*alert.suppressionButtonTitle));
+        box.setCheckBox(suppression);
+    }
+
+    box.exec();
+
+    ZVAlertResponse response;
+    response.buttonIndex = 0;
+    for (std::size_t i = 0; i < buttons.size(); ++i)
+        if (box.clickedButton() == buttons[i]) response.buttonIndex = static_cast<int>(i);
+    if (!box.clickedButton() && escapeIndex >= 0) response.buttonIndex = escapeIndex;
+    response.suppressionChecked = suppression && suppression->isChecked();
+    return response;
+}
+
+std::optional<std::string> ZVQtUserInterface::runModalWithTextField(const ZVAlert& alert,
+                                                                    const std::string& initialText, bool secure) {
+    const std::vector<std::string> titles = buttonTitles(alert);
+    QDialog dialog(dialogParent(_parentWindow));
+    dialog.setWindowTitle(QStringLiteral("Norvo"));
+    auto* layout = new QVBoxLayout(&dialog);
+
+    auto* message = new QLabel(ZVQt(alert.messageText));
+    QFont bold = message->font();
+    bold.setBold(true);
+    message->setFont(bold);
+    message->setWordWrap(true);
+    layout->addWidget(message);
+    if (!alert.informativeText.empty()) {
+        auto* informative = new QLabel(ZVQt(alert.informativeText));
+        informative->setWordWrap(true);
+        layout->addWidget(informative);
+    }
+
+    auto* field = new QLineEdit(ZVQt(initialText));
+    field->setObjectName(QStringLiteral("alertTextField"));
+    field->setMinimumWidth(300);
+    if (secure) field->setEchoMode(QLineEdit::Password);
+    layout->addWidget(field);
+
+    // The first button accepts the text; every other one cancels.
+    auto* row = new QHBoxLayout();
+    row->addStretch();
+    const int escapeIndex = escapeButtonIndex(titles);
+    int clicked = escapeIndex >= 0 ? escapeIndex : 1;
+    for (std::size_t i = 0; i < titles.size(); ++i) {
+        auto* button = new QPushButton(ZVQt(titles[i]));
+        const int index = static_cast<int>(i);
+        if (index == 0) {
+            button->setDefault(true);
+            button->setAutoDefault(true);
+        } else {
+            button->setAutoDefault(false);
+        }
+        QObject::connect(button, &QPushButton::clicked, &dialog, [&dialog, &clicked, index] {
+            clicked = index;
+            if (index == 0)
+                dialog.accept();
+            else
+                dialog.reject();
+        });
+        row->addWidget(button);
+    }
+    layout->addLayout(row);
+    field->setFocus();
+    field->selectAll();
+
+    if (dialog.exec() != QDialog::Accepted || clicked != 0) return std::nullopt;
+    return field->text().toStdString();
+}
+
+void ZVQtUserInterface::beep() { QApplication::beep(); }
+
+void ZVQtUserInterface::showBanner(const std::string& title, const std::string& text) {
+    _notifications.show(ZVQt(title), ZVQt(text));
+}
+
+bool ZVQtUserInterface::openURL(const std::string& url) {
+    return QDesktopServices::openUrl(QUrl(ZVQt(url)));
+}

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QString>
+#include <string>
+#include <vector>
+
+#include "app/ZVDesktopNotifications.h"
+#include "core/ui/ZVUserInterface.h"
+
+class QWidget;
+
+/// The domain's alerts, banners, beeps and links on Qt: alerts are message
+/// boxes that keep the buttons in the order given, the first one being the
+/// default; a button titled "Cancel" answers Escape, and so does the only
+/// button of a one-button alert.
+class ZVQtUserInterface final : public ZVUserInterface {
+public:
+    ZVAlertResponse runModal(const ZVAlert& alert) override;
+    std::optional<std::string> runModalWithTextField(const ZVAlert& alert, const std::string& initialText,
+                                                     bool secure) override;
+    void beep() override;
+    void showBanner(const std::string& title, const std::string& text) override;
+    bool openURL(const std::string& url) override;
+
+    ZVDesktopNotifications& notifications() { return _notifications; }
+    /// The window that alerts are centred on, or none for the screen.
+    void setParentWindow(QWidget* window) { _parentWindow = window; }
+
+    /// The index of the button that Escape presses, or -1 when Escape does nothing.
+    static int escapeButtonIndex(const std::vector<std::string>& buttons);
+
+private:
+    ZVDesktopNotifications _notifications;
+    QWidget* _parentWindow = nullptr;
+};
+
+inline QString ZVQt(const std::string& text) { return QString::fromStdString(text); }

@@ -24,6 +24,7 @@ test_pkgs=(
   xvfb xauth               # shell tests on a real X server
   dbus dbus-x11 gnome-keyring  # a session bus and a Secret Service for the key store tests
   python3                  # the example server of the Generic protocol
+  libplist-utils           # plistutil reads the database file as an independent reader
 )
 
 pkgs=("${build_pkgs[@]}")

@@ -17,6 +17,8 @@ std::string cacheDirectory();
 /// over `path` and fsyncs the folder. Either the old or the new content is on
 /// disk at any moment. Returns false on failure, leaving the old file.
 bool writeFileAtomically(const std::string& path, const std::string& bytes);
+/// The same with the given permission bits (0600 for private files).
+bool writeFileAtomically(const std::string& path, const std::string& bytes, unsigned permissions);
 /// The whole file, or nothing when it cannot be read.
 bool readFile(const std::string& path, std::string& bytes);
 }  // namespace ZVPaths

@@ -14,7 +14,8 @@ struct ZVTimeInterval {
 };
 
 namespace ZVTime {
-/// The clock form "H:MM:SS"; with skipHoursWhenZero and under an hour, "MM:SS".
+/// The clock form "HH:MM:SS" (hours at least two digits, unbounded); with
+/// skipHoursWhenZero and under an hour, "MM:SS".
 std::string timeString(std::uint64_t seconds, bool skipHoursWhenZero = false);
 /// Rounds seconds to a multiple of roundingBase seconds in the given direction.
 std::uint64_t round(std::uint64_t seconds, ZVTimeRoundingDirection direction, std::uint64_t roundingBase);

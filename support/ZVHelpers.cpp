@@ -1,0 +1,245 @@
+#include "ZVHelpers.h"
+
+#include <unicode/unistr.h>
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+
+#include "ZVClock.h"
+
+std::string ZVDeletingPrefix(std::string_view text, std::string_view prefix) {
+    if (!prefix.empty() && text.substr(0, prefix.size()) == prefix) text.remove_prefix(prefix.size());
+    return std::string(text);
+}
+
+std::string ZVDeletingSuffix(std::string_view text, std::string_view suffix) {
+    if (!suffix.empty() && text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix)
+        text.remove_suffix(suffix.size());
+    return std::string(text);
+}
+
+bool ZVContainsCaseInsensitive(std::string_view text, std::string_view needle) {
+    if (needle.empty()) return true;
+    icu::UnicodeString haystack = icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+    icu::UnicodeString wanted = icu::UnicodeString::fromUTF8(icu::StringPiece(needle.data(), static_cast<int32_t>(needle.size())));
+    haystack.foldCase();
+    wanted.foldCase();
+    return haystack.indexOf(wanted) >= 0;
+}
+
+namespace {
+std::string_view trimmed(std::string_view text) {
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t' || text.front() == '\n' || text.front() == '\r'))
+        text.remove_prefix(1);
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\n' || text.back() == '\r'))
+        text.remove_suffix(1);
+    return text;
+}
+}  // namespace
+
+std::optional<double> ZVStringDoubleValue(std::string_view text) {
+    text = trimmed(text);
+    if (!text.empty() && text.front() == '+') text.remove_prefix(1);
+    if (text.empty()) return std::nullopt;
+    double value = 0;
+    auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (result.ec != std::errc() || result.ptr != text.data() + text.size() || !std::isfinite(value)) return std::nullopt;
+    return value;
+}
+
+std::optional<std::int64_t> ZVStringIntegerValue(std::string_view text) {
+    text = trimmed(text);
+    if (!text.empty() && text.front() == '+') text.remove_prefix(1);
+    if (text.empty()) return std::nullopt;
+    std::int64_t value = 0;
+    auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (result.ec == std::errc() && result.ptr == text.data() + text.size()) return value;
+    auto real = ZVStringDoubleValue(text);
+    if (!real || std::fabs(*real) >= 9.2e18) return std::nullopt;
+    return static_cast<std::int64_t>(*real);
+}
+
+ZVData ZVUTF8Data(std::string_view text) { return ZVData(text.begin(), text.end()); }
+
+bool ZVIsValidUTF8(std::string_view bytes) {
+    size_t i = 0;
+    const size_t n = bytes.size();
+    while (i < n) {
+        auto c = static_cast<unsigned char>(bytes[i]);
+        size_t length;
+        std::uint32_t codePoint;
+        if (c < 0x80) {
+            ++i;
+            continue;
+        } else if ((c & 0xE0) == 0xC0) {
+            length = 2;
+            codePoint = c & 0x1F;
+        } else if ((c & 0xF0) == 0xE0) {
+            length = 3;
+            codePoint = c & 0x0F;
+        } else if ((c & 0xF8) == 0xF0) {
+            length = 4;
+            codePoint = c & 0x07;
+        } else {
+            return false;
+        }
+        if (i + length > n) return false;
+        for (size_t k = 1; k < length; ++k) {
+            auto next = static_cast<unsigned char>(bytes[i + k]);
+            if ((next & 0xC0) != 0x80) return false;
+            codePoint = (codePoint << 6) | (next & 0x3F);
+        }
+        // Overlong forms, surrogates and values past U+10FFFF are not UTF-8.
+        if ((length == 2 && codePoint < 0x80) || (length == 3 && codePoint < 0x800) ||
+            (length == 4 && codePoint < 0x10000) || codePoint > 0x10FFFF ||
+            (codePoint >= 0xD800 && codePoint <= 0xDFFF))
+            return false;
+        i += length;
+    }
+    return true;
+}
+
+namespace {
+bool isUnreserved(unsigned char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
+           c == '_' || c == '~';
+}
+
+bool isAllowedInURL(unsigned char c) {
+    static constexpr std::string_view reserved = ":/?#[]@!$&'()*+,;=%";
+    return isUnreserved(c) || reserved.find(static_cast<char>(c)) != std::string_view::npos;
+}
+
+template <typename Allowed>
+std::string percentEncode(std::string_view text, Allowed allowed) {
+    static constexpr char hex[] = "0123456789ABCDEF";
+    std::string result;
+    result.reserve(text.size());
+    for (char ch : text) {
+        auto c = static_cast<unsigned char>(ch);
+        if (allowed(c)) {
+            result += ch;
+        } else {
+            result += '%';
+            result += hex[c >> 4];
+            result += hex[c & 15];
+        }
+    }
+    return result;
+}
+}  // namespace
+
+std::string ZVEncodingIllegalURLCharacters(std::string_view text) { return percentEncode(text, isAllowedInURL); }
+
+std::string ZVPercentEncoded(std::string_view text) { return percentEncode(text, isUnreserved); }
+
+std::string ZVPercentDecoded(std::string_view text) {
+    auto hexValue = [](char c) -> int {
+        if (c >= '0' && c <= '9') return c - '0';
+        if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+        if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+        return -1;
+    };
+    std::string result;
+    result.reserve(text.size());
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '%' && i + 2 < text.size() + 0 && hexValue(text[i + 1]) >= 0 && hexValue(text[i + 2]) >= 0) {
+            result += static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2]));
+            i += 2;
+        } else if (text[i] == '+') {
+            result += ' ';
+        } else {
+            result += text[i];
+        }
+    }
+    return result;
+}
+
+std::string ZVURLQueryString(const std::vector<std::pair<std::string, std::string>>& pairs) {
+    std::string result;
+    for (const auto& [key, value] : pairs) {
+        if (!result.empty()) result += '&';
+        result += ZVPercentEncoded(key);
+        result += '=';
+        result += ZVPercentEncoded(value);
+    }
+    return result;
+}
+
+namespace {
+
+std::tm localParts(ZVDate date) {
+    std::time_t t = static_cast<std::time_t>(std::floor(date.time_since_epoch().count()));
+    std::tm local{};
+    localtime_r(&t, &local);
+    return local;
+}
+
+ZVDate fromSeconds(double seconds) { return ZVDate(std::chrono::duration<double>(seconds)); }
+
+}  // namespace
+
+ZVDate ZVStartOfDay(ZVDate date) {
+    std::tm local = localParts(date);
+    local.tm_hour = 0;
+    local.tm_min = 0;
+    local.tm_sec = 0;
+    local.tm_isdst = -1;
+    return fromSeconds(static_cast<double>(std::mktime(&local)));
+}
+
+bool ZVIsToday(ZVDate date) { return ZVStartOfDay(date) == ZVStartOfDay(ZVNow()); }
+
+bool ZVIsFuture(ZVDate date) { return date > ZVNow(); }
+
+int ZVDay(ZVDate date) { return localParts(date).tm_mday; }
+int ZVMonth(ZVDate date) { return localParts(date).tm_mon + 1; }
+int ZVYear(ZVDate date) { return localParts(date).tm_year + 1900; }
+
+std::string ZVISO8601String(ZVDate date) {
+    std::tm local = localParts(date);
+    long offset = local.tm_gmtoff;
+    char sign = offset < 0 ? '-' : '+';
+    if (offset < 0) offset = -offset;
+    char buffer[64];
+    std::snprintf(buffer, sizeof buffer, "%04d-%02d-%02dT%02d:%02d:%02d%c%02ld:%02ld", local.tm_year + 1900,
+                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, sign, offset / 3600,
+                  (offset % 3600) / 60);
+    return buffer;
+}
+
+std::optional<ZVDate> ZVDateFromISO8601(std::string_view text) {
+    std::string s(trimmed(text));
+    int year, month, day, hour, minute;
+    double second;
+    int consumed = 0;
+    if (std::sscanf(s.c_str(), "%4d-%2d-%2dT%2d:%2d:%lf%n", &year, &month, &day, &hour, &minute, &second,
+                    &consumed) != 6)
+        return std::nullopt;
+    if (month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 || second < 0 || second >= 61)
+        return std::nullopt;
+    std::string_view zone = std::string_view(s).substr(static_cast<size_t>(consumed));
+    long offsetSeconds = 0;
+    if (zone == "Z" || zone == "z") {
+        offsetSeconds = 0;
+    } else if (!zone.empty() && (zone[0] == '+' || zone[0] == '-')) {
+        int hours = 0, minutes = 0;
+        std::string z(zone.substr(1));
+        if (std::sscanf(z.c_str(), "%2d:%2d", &hours, &minutes) != 2 &&
+            std::sscanf(z.c_str(), "%2d%2d", &hours, &minutes) != 2)
+            return std::nullopt;
+        offsetSeconds = (hours * 3600L + minutes * 60L) * (zone[0] == '-' ? -1 : 1);
+    } else {
+        return std::nullopt;
+    }
+    std::tm utc{};
+    utc.tm_year = year - 1900;
+    utc.tm_mon = month - 1;
+    utc.tm_mday = day;
+    utc.tm_hour = hour;
+    utc.tm_min = minute;
+    double epoch = static_cast<double>(timegm(&utc)) + second - static_cast<double>(offsetSeconds);
+    return fromSeconds(epoch);
+}

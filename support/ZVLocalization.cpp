@@ -1,0 +1,76 @@
+#include "ZVLocalization.h"
+
+#include <libintl.h>
+
+#include <cstdlib>
+#include <mutex>
+#include <vector>
+
+#ifndef NORVO_LOCALE_DIR
+#define NORVO_LOCALE_DIR "/usr/share/locale"
+#endif
+
+namespace {
+
+constexpr const char* textDomain = "norvo";
+
+void bindOnce() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        const char* dir = std::getenv("NORVO_LOCALE_DIR");
+        bindtextdomain(textDomain, dir && *dir ? dir : NORVO_LOCALE_DIR);
+        bind_textdomain_codeset(textDomain, "UTF-8");
+    });
+}
+
+}  // namespace
+
+std::string ZVLocalizedString(const std::string& english) {
+    if (english.empty()) return english;  // gettext("") answers the catalogue header
+    bindOnce();
+    return dgettext(textDomain, english.c_str());
+}
+
+std::string ZVLocalizedFormat(const std::string& englishFormat, std::initializer_list<std::string> args) {
+    const std::string format = ZVLocalizedString(englishFormat);
+    const std::vector<std::string> values(args);
+    std::string result;
+    result.reserve(format.size() + 16);
+    size_t next = 0;
+    for (size_t i = 0; i < format.size(); ++i) {
+        char c = format[i];
+        if (c != '%' || i + 1 == format.size()) {
+            result += c;
+            continue;
+        }
+        size_t j = i + 1;
+        // Translations may reorder the arguments with "%2$@".
+        size_t position = 0;
+        size_t k = j;
+        while (k < format.size() && format[k] >= '0' && format[k] <= '9') {
+            position = position * 10 + static_cast<size_t>(format[k] - '0');
+            ++k;
+        }
+        if (k > j && k < format.size() && format[k] == '$' && position > 0) {
+            j = k + 1;
+        } else {
+            position = 0;
+        }
+        if (j >= format.size()) {
+            result.append(format, i, std::string::npos);
+            break;
+        }
+        char conversion = format[j];
+        if (conversion == '%' && position == 0) {
+            result += '%';
+            i = j;
+        } else if (conversion == '@' || conversion == 'i' || conversion == 'd' || conversion == 's') {
+            size_t index = position > 0 ? position - 1 : next++;
+            if (index < values.size()) result += values[index];
+            i = j;
+        } else {
+            result += c;
+        }
+    }
+    return result;
+}

@@ -1,0 +1,119 @@
+#include "ZVLog.h"
+
+#include <execinfo.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <mutex>
+#include <regex>
+
+#include "ZVLogScrubber.h"
+#include "ZVPaths.h"
+
+#ifndef NORVO_SOURCE_ROOT
+#define NORVO_SOURCE_ROOT ""
+#endif
+
+namespace {
+
+std::atomic<bool>& enabledFlag() {
+    static std::atomic<bool> enabled{std::getenv("NORVO_DEBUG_LOG") != nullptr};
+    return enabled;
+}
+
+std::mutex& logMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
+std::function<void(const std::string&)>& customSink() {
+    static std::function<void(const std::string&)> sink;
+    return sink;
+}
+
+std::string relativePath(const char* file) {
+    std::string path(file);
+    const std::string root(NORVO_SOURCE_ROOT);
+    if (!root.empty() && path.compare(0, root.size(), root) == 0) path.erase(0, root.size());
+    return path;
+}
+
+std::string timestamp() {
+    auto now = std::chrono::system_clock::now();
+    std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+    auto millis =
+        std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    char buffer[40];
+    std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S", &local);
+    char result[48];
+    std::snprintf(result, sizeof result, "%s.%03d", buffer, static_cast<int>(millis));
+    return result;
+}
+
+// The default destination: standard error and Norvo.log in the cache folder.
+void writeDefault(const std::string& line) {
+    std::fputs(line.c_str(), stderr);
+    std::fputc('\n', stderr);
+    static std::ofstream file;
+    static bool opened = false;
+    if (!opened) {
+        opened = true;
+        file.open(ZVPaths::cacheDirectory() + "/Norvo.log", std::ios::app);
+    }
+    if (file) {
+        file << line << '\n';
+        file.flush();
+    }
+}
+
+void emit(const std::string& text, const std::source_location& where) {
+    std::string line = timestamp() + " " + relativePath(where.file_name()) + ":" + std::to_string(where.line()) +
+                       " " + where.function_name() + ": " + ZVLogScrubber::scrub(text);
+    std::lock_guard lock(logMutex());
+    if (customSink()) {
+        customSink()(line);
+    } else {
+        writeDefault(line);
+    }
+}
+
+}  // namespace
+
+void ZVLog(const std::function<std::string()>& message, const std::source_location& where) {
+    if (!ZVLogIsEnabled()) return;
+    emit(message(), where);
+}
+
+void ZVLogSetEnabled(bool enabled) { enabledFlag().store(enabled); }
+
+bool ZVLogIsEnabled() { return enabledFlag().load(); }
+
+void ZVLogSetSink(std::function<void(const std::string& line)> sink) {
+    std::lock_guard lock(logMutex());
+    customSink() = std::move(sink);
+}
+
+void ZVLogStacktrace(const std::string& reason) {
+    if (!ZVLogIsEnabled()) return;
+    void* frames[64];
+    int count = backtrace(frames, 64);
+    char** symbols = backtrace_symbols(frames, count);
+    std::string text = "Stack trace: " + reason;
+    for (int i = 1; symbols && i < count; ++i) text += std::string("\n    ") + symbols[i];
+    std::free(symbols);
+    ZVLog([&] { return text; });
+}
+
+void ZVFatalError(const std::string& reason, const std::source_location& where) {
+    ZVLogSetEnabled(true);
+    emit("Fatal error: " + reason, where);
+    ZVLogStacktrace(reason);
+    std::fprintf(stderr, "Fatal error: %s (%s:%u)\n", reason.c_str(), relativePath(where.file_name()).c_str(),
+                 static_cast<unsigned>(where.line()));
+    std::abort();
+}

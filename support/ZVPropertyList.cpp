@@ -1,0 +1,435 @@
+#include "ZVPropertyList.h"
+
+#include <plist/plist.h>
+
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <limits>
+#include <memory>
+#include <pugixml.hpp>
+
+#include "ZVPaths.h"
+
+namespace {
+
+// Seconds between 1970-01-01 and 2001-01-01, the epoch of binary plist dates.
+constexpr double referenceDateOffset = 978307200.0;
+constexpr int maximumDepth = 512;
+
+// Base64
+
+constexpr char base64Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+void appendBase64(std::string& out, const ZVData& data) {
+    size_t i = 0;
+    size_t lineLength = 0;
+    auto put = [&](char c) {
+        out += c;
+        // Lines of 68 characters keep big data readable, as other writers do.
+        if (++lineLength == 68) {
+            out += "\n\t";
+            lineLength = 0;
+        }
+    };
+    for (; i + 2 < data.size(); i += 3) {
+        unsigned n = (data[i] << 16u) | (data[i + 1] << 8u) | data[i + 2];
+        put(base64Alphabet[(n >> 18) & 63]);
+        put(base64Alphabet[(n >> 12) & 63]);
+        put(base64Alphabet[(n >> 6) & 63]);
+        put(base64Alphabet[n & 63]);
+    }
+    if (i < data.size()) {
+        unsigned n = data[i] << 16u;
+        if (i + 1 < data.size()) n |= data[i + 1] << 8u;
+        put(base64Alphabet[(n >> 18) & 63]);
+        put(base64Alphabet[(n >> 12) & 63]);
+        put(i + 1 < data.size() ? base64Alphabet[(n >> 6) & 63] : '=');
+        put('=');
+    }
+}
+
+std::optional<ZVData> decodeBase64(const char* text) {
+    ZVData out;
+    unsigned buffer = 0;
+    int bits = 0;
+    for (const char* p = text; *p; ++p) {
+        char c = *p;
+        int value;
+        if (c >= 'A' && c <= 'Z') value = c - 'A';
+        else if (c >= 'a' && c <= 'z') value = c - 'a' + 26;
+        else if (c >= '0' && c <= '9') value = c - '0' + 52;
+        else if (c == '+' || c == '-') value = 62;
+        else if (c == '/' || c == '_') value = 63;
+        else if (c == '=' || c == ' ' || c == '\t' || c == '\n' || c == '\r') continue;
+        else return std::nullopt;
+        buffer = (buffer << 6) | static_cast<unsigned>(value);
+        bits += 6;
+        if (bits >= 8) {
+            bits -= 8;
+            out.push_back(static_cast<std::uint8_t>((buffer >> bits) & 0xFF));
+        }
+    }
+    return out;
+}
+
+// Dates
+
+std::string formatDate(ZVDate date) {
+    double seconds = std::floor(date.time_since_epoch().count());
+    std::time_t t = static_cast<std::time_t>(seconds);
+    std::tm utc{};
+    gmtime_r(&t, &utc);
+    char buffer[40];
+    std::strftime(buffer, sizeof buffer, "%Y-%m-%dT%H:%M:%SZ", &utc);
+    return buffer;
+}
+
+std::optional<ZVDate> parseDate(const char* text) {
+    int year, month, day, hour = 0, minute = 0;
+    double second = 0;
+    int consumed = 0;
+    if (std::sscanf(text, "%d-%d-%dT%d:%d:%lf%n", &year, &month, &day, &hour, &minute, &second, &consumed) < 3)
+        return std::nullopt;
+    if (month < 1 || month > 12 || day < 1 || day > 31 || hour < 0 || hour > 23 || minute < 0 || minute > 59 ||
+        second < 0 || second >= 61)
+        return std::nullopt;
+    std::tm utc{};
+    utc.tm_year = year - 1900;
+    utc.tm_mon = month - 1;
+    utc.tm_mday = day;
+    utc.tm_hour = hour;
+    utc.tm_min = minute;
+    utc.tm_sec = 0;
+    double epoch = static_cast<double>(timegm(&utc)) + second;
+    return ZVDate(std::chrono::duration<double>(epoch));
+}
+
+// XML writing
+
+void appendEscaped(std::string& out, const std::string& text) {
+    for (char c : text) {
+        switch (c) {
+            case '&': out += "&amp;"; break;
+            case '<': out += "&lt;"; break;
+            case '>': out += "&gt;"; break;
+            case '\r': out += "&#13;"; break;
+            default: out += c;
+        }
+    }
+}
+
+void appendIndent(std::string& out, int depth) { out.append(static_cast<size_t>(depth), '\t'); }
+
+void appendReal(std::string& out, double v) {
+    if (std::isnan(v)) {
+        out += "nan";
+    } else if (std::isinf(v)) {
+        out += v > 0 ? "+infinity" : "-infinity";
+    } else {
+        char buffer[64];
+        auto result = std::to_chars(buffer, buffer + sizeof buffer, v);
+        out.append(buffer, result.ptr);
+    }
+}
+
+void appendValue(std::string& out, const ZVValue& value, int depth) {
+    appendIndent(out, depth);
+    switch (value.type()) {
+        case ZVValue::Type::null: out += "<string></string>"; break;
+        case ZVValue::Type::boolean: out += *value.boolean() ? "<true/>" : "<false/>"; break;
+        case ZVValue::Type::integer:
+            out += "<integer>" + std::to_string(*value.integer()) + "</integer>";
+            break;
+        case ZVValue::Type::unsignedInteger:
+            out += "<integer>" + std::to_string(*value.unsignedInteger()) + "</integer>";
+            break;
+        case ZVValue::Type::real:
+            out += "<real>";
+            appendReal(out, *value.real());
+            out += "</real>";
+            break;
+        case ZVValue::Type::string:
+            out += "<string>";
+            appendEscaped(out, *value.string());
+            out += "</string>";
+            break;
+        case ZVValue::Type::date: out += "<date>" + formatDate(*value.date()) + "</date>"; break;
+        case ZVValue::Type::data:
+            out += "<data>\n";
+            appendIndent(out, depth);
+            appendBase64(out, *value.data());
+            out += "\n";
+            appendIndent(out, depth);
+            out += "</data>";
+            break;
+        case ZVValue::Type::array:
+            if (value.array()->empty()) {
+                out += "<array/>";
+                break;
+            }
+            out += "<array>\n";
+            for (const auto& item : *value.array()) appendValue(out, item, depth + 1);
+            appendIndent(out, depth);
+            out += "</array>";
+            break;
+        case ZVValue::Type::dictionary:
+            if (value.dictionary()->empty()) {
+                out += "<dict/>";
+                break;
+            }
+            out += "<dict>\n";
+            for (const auto& [key, item] : *value.dictionary()) {
+                appendIndent(out, depth + 1);
+                out += "<key>";
+                appendEscaped(out, key);
+                out += "</key>\n";
+                appendValue(out, item, depth + 1);
+            }
+            appendIndent(out, depth);
+            out += "</dict>";
+            break;
+    }
+    out += '\n';
+}
+
+// XML reading
+
+std::optional<ZVValue> convertXML(const pugi::xml_node& node, int depth);
+
+std::optional<ZVValue> convertInteger(const char* text) {
+    while (*text == ' ' || *text == '\t' || *text == '\n' || *text == '\r') ++text;
+    const char* end = text + std::strlen(text);
+    while (end > text && (end[-1] == ' ' || end[-1] == '\t' || end[-1] == '\n' || end[-1] == '\r')) --end;
+    if (*text == '+') ++text;
+    std::int64_t signedValue = 0;
+    auto result = std::from_chars(text, end, signedValue);
+    if (result.ec == std::errc() && result.ptr == end && end > text) return ZVValue(signedValue);
+    std::uint64_t unsignedValue = 0;
+    result = std::from_chars(text, end, unsignedValue);
+    if (result.ec == std::errc() && result.ptr == end && end > text) return ZVValue(unsignedValue);
+    return std::nullopt;
+}
+
+std::optional<ZVValue> convertReal(const char* text) {
+    while (*text == ' ' || *text == '\n' || *text == '\t') ++text;
+    const char* end = text + std::strlen(text);
+    while (end > text && (end[-1] == ' ' || end[-1] == '\n' || end[-1] == '\t')) --end;
+    bool negative = false;
+    if (*text == '+') ++text;
+    else if (*text == '-') {
+        negative = true;
+        ++text;
+    }
+    double value = 0;
+    auto result = std::from_chars(text, end, value);
+    if (result.ec != std::errc() || result.ptr != end || end == text) return std::nullopt;
+    return ZVValue(negative ? -value : value);
+}
+
+std::optional<ZVValue> convertXML(const pugi::xml_node& node, int depth) {
+    if (depth > maximumDepth) return std::nullopt;
+    const char* name = node.name();
+    if (std::strcmp(name, "dict") == 0) {
+        ZVDictionary dictionary;
+        for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling()) {
+            if (child.type() != pugi::node_element) continue;
+            if (std::strcmp(child.name(), "key") != 0) return std::nullopt;
+            pugi::xml_node valueNode = child.next_sibling();
+            while (valueNode && valueNode.type() != pugi::node_element) valueNode = valueNode.next_sibling();
+            if (!valueNode) return std::nullopt;
+            auto value = convertXML(valueNode, depth + 1);
+            if (!value) return std::nullopt;
+            // Keys usually come sorted, so the hint makes building linear.
+            dictionary.insert_or_assign(dictionary.end(), child.text().get(), std::move(*value));
+            child = valueNode;
+        }
+        return ZVValue(std::move(dictionary));
+    }
+    if (std::strcmp(name, "array") == 0) {
+        ZVArray array;
+        for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling()) {
+            if (child.type() != pugi::node_element) continue;
+            auto value = convertXML(child, depth + 1);
+            if (!value) return std::nullopt;
+            array.push_back(std::move(*value));
+        }
+        return ZVValue(std::move(array));
+    }
+    if (std::strcmp(name, "string") == 0) return ZVValue(std::string(node.text().get()));
+    if (std::strcmp(name, "integer") == 0) return convertInteger(node.text().get());
+    if (std::strcmp(name, "real") == 0) return convertReal(node.text().get());
+    if (std::strcmp(name, "true") == 0) return ZVValue(true);
+    if (std::strcmp(name, "false") == 0) return ZVValue(false);
+    if (std::strcmp(name, "date") == 0) {
+        auto date = parseDate(node.text().get());
+        if (!date) return std::nullopt;
+        return ZVValue(*date);
+    }
+    if (std::strcmp(name, "data") == 0) {
+        auto data = decodeBase64(node.text().get());
+        if (!data) return std::nullopt;
+        return ZVValue(std::move(*data));
+    }
+    return std::nullopt;
+}
+
+std::optional<ZVValue> readXML(const std::string& bytes) {
+    pugi::xml_document document;
+    auto result = document.load_buffer(bytes.data(), bytes.size(), pugi::parse_default | pugi::parse_ws_pcdata_single);
+    if (!result) return std::nullopt;
+    pugi::xml_node root = document.document_element();
+    if (std::strcmp(root.name(), "plist") == 0) {
+        root = root.first_child();
+        while (root && root.type() != pugi::node_element) root = root.next_sibling();
+        if (!root) return std::nullopt;
+    }
+    return convertXML(root, 0);
+}
+
+// Binary reading through libplist
+
+struct PlistDeleter {
+    void operator()(plist_t node) const { plist_free(node); }
+};
+using PlistPointer = std::unique_ptr<void, PlistDeleter>;
+
+std::optional<ZVValue> convertPlist(plist_t node, int depth);
+
+// libplist 2.2 keeps integers as 64 bits without a public sign flag; its XML
+// writer knows whether a large one was stored unsigned, so ask it.
+bool storedAsNegative(plist_t node) {
+    char* xml = nullptr;
+    uint32_t length = 0;
+    plist_t copy = plist_copy(node);
+    plist_t array = plist_new_array();
+    plist_array_append_item(array, copy);
+    plist_to_xml(array, &xml, &length);
+    bool negative = xml && std::strstr(xml, "<integer>-") != nullptr;
+    std::free(xml);
+    plist_free(array);
+    return negative;
+}
+
+std::optional<ZVValue> convertPlist(plist_t node, int depth) {
+    if (depth > maximumDepth || !node) return std::nullopt;
+    switch (plist_get_node_type(node)) {
+        case PLIST_BOOLEAN: {
+            uint8_t value = 0;
+            plist_get_bool_val(node, &value);
+            return ZVValue(value != 0);
+        }
+        case PLIST_UINT: {
+            uint64_t value = 0;
+            plist_get_uint_val(node, &value);
+            if (value > static_cast<uint64_t>(std::numeric_limits<std::int64_t>::max()) && !storedAsNegative(node))
+                return ZVValue(static_cast<std::uint64_t>(value));
+            return ZVValue(static_cast<std::int64_t>(value));
+        }
+        case PLIST_REAL: {
+            double value = 0;
+            plist_get_real_val(node, &value);
+            return ZVValue(value);
+        }
+        case PLIST_STRING: {
+            uint64_t length = 0;
+            const char* text = plist_get_string_ptr(node, &length);
+            return ZVValue(std::string(text ? text : "", text ? length : 0));
+        }
+        case PLIST_DATE: {
+            int32_t seconds = 0, micros = 0;
+            plist_get_date_val(node, &seconds, &micros);
+            return ZVValue(ZVDate(std::chrono::duration<double>(referenceDateOffset + seconds + micros / 1e6)));
+        }
+        case PLIST_DATA: {
+            uint64_t length = 0;
+            const char* bytes = plist_get_data_ptr(node, &length);
+            const auto* begin = reinterpret_cast<const std::uint8_t*>(bytes);
+            return ZVValue(bytes ? ZVData(begin, begin + length) : ZVData());
+        }
+        case PLIST_ARRAY: {
+            ZVArray array;
+            uint32_t count = plist_array_get_size(node);
+            array.reserve(count);
+            for (uint32_t i = 0; i < count; ++i) {
+                auto value = convertPlist(plist_array_get_item(node, i), depth + 1);
+                if (!value) return std::nullopt;
+                array.push_back(std::move(*value));
+            }
+            return ZVValue(std::move(array));
+        }
+        case PLIST_DICT: {
+            ZVDictionary dictionary;
+            plist_dict_iter iterator = nullptr;
+            plist_dict_new_iter(node, &iterator);
+            while (iterator) {
+                char* key = nullptr;
+                plist_t item = nullptr;
+                plist_dict_next_item(node, iterator, &key, &item);
+                if (!key) break;
+                std::string keyString(key);
+                std::free(key);
+                auto value = convertPlist(item, depth + 1);
+                if (!value) {
+                    std::free(iterator);
+                    return std::nullopt;
+                }
+                dictionary.insert_or_assign(std::move(keyString), std::move(*value));
+            }
+            std::free(iterator);
+            return ZVValue(std::move(dictionary));
+        }
+        case PLIST_UID: {
+            uint64_t value = 0;
+            plist_get_uid_val(node, &value);
+            return ZVValue(static_cast<std::uint64_t>(value));
+        }
+        default: return std::nullopt;
+    }
+}
+
+std::optional<ZVValue> readBinary(const std::string& bytes) {
+    if (bytes.size() > std::numeric_limits<uint32_t>::max()) return std::nullopt;
+    plist_t root = nullptr;
+    plist_from_bin(bytes.data(), static_cast<uint32_t>(bytes.size()), &root);
+    if (!root) return std::nullopt;
+    PlistPointer owner(root);
+    return convertPlist(root, 0);
+}
+
+}  // namespace
+
+namespace ZVPropertyList {
+
+std::optional<ZVValue> read(const std::string& bytes) {
+    if (bytes.size() >= 8 && bytes.compare(0, 6, "bplist") == 0) return readBinary(bytes);
+    return readXML(bytes);
+}
+
+std::string writeXML(const ZVValue& value) {
+    std::string out =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+        "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+        "<plist version=\"1.0\">\n";
+    appendValue(out, value, 0);
+    out += "</plist>\n";
+    return out;
+}
+
+std::optional<ZVValue> readFile(const std::string& path) {
+    std::string bytes;
+    if (!ZVPaths::readFile(path, bytes)) return std::nullopt;
+    return read(bytes);
+}
+
+bool writeFile(const ZVValue& value, const std::string& path) {
+    return ZVPaths::writeFileAtomically(path, writeXML(value));
+}
+
+bool writeFile(const ZVValue& value, const std::string& path, unsigned permissions) {
+    return ZVPaths::writeFileAtomically(path, writeXML(value), permissions);
+}
+
+}  // namespace ZVPropertyList

@@ -1,0 +1,183 @@
+#include "testkit/FakeServer.h"
+
+#include <httplib.h>
+#include <strings.h>
+
+#include <condition_variable>
+#include <stdexcept>
+#include <thread>
+
+std::string FakeRequest::header(const std::string& name) const {
+    for (const auto& [key, value] : headers) {
+        if (strcasecmp(key.c_str(), name.c_str()) == 0) return value;
+    }
+    return {};
+}
+
+bool FakeRequest::hasHeader(const std::string& name) const {
+    for (const auto& entry : headers) {
+        if (strcasecmp(entry.first.c_str(), name.c_str()) == 0) return true;
+    }
+    return false;
+}
+
+std::string FakeRequest::queryValue(const std::string& name) const {
+    auto it = query.find(name);
+    return it == query.end() ? std::string() : it->second;
+}
+
+FakeResponse FakeResponse::json(std::string body, int status) {
+    FakeResponse response;
+    response.body = std::move(body);
+    response.status = status;
+    return response;
+}
+
+FakeResponse FakeResponse::xml(std::string body, int status) {
+    FakeResponse response = json(std::move(body), status);
+    response.contentType = "application/xml";
+    return response;
+}
+
+FakeResponse FakeResponse::text(std::string body, int status) {
+    FakeResponse response = json(std::move(body), status);
+    response.contentType = "text/plain; charset=utf-8";
+    return response;
+}
+
+FakeResponse FakeResponse::redirect(std::string location, int status) {
+    FakeResponse response;
+    response.status = status;
+    response.redirectTo = std::move(location);
+    response.contentType = "text/plain";
+    return response;
+}
+
+struct FakeServer::Implementation {
+    httplib::Server server;
+    std::thread thread;
+    int port = 0;
+    mutable std::mutex mutex;
+    std::condition_variable stopping;
+    bool stopped = false;
+    std::map<std::pair<std::string, std::string>, Handler> routes;
+    std::vector<FakeRequest> requests;
+
+    void handle(const httplib::Request& request, httplib::Response& response) {
+        FakeRequest recorded;
+        recorded.method = request.method;
+        recorded.path = request.path;
+        recorded.body = request.body;
+        for (const auto& [key, value] : request.params) recorded.query.emplace(key, value);
+        for (const auto& [key, value] : request.headers) {
+            // httplib adds these for its own bookkeeping.
+            if (key == "REMOTE_ADDR" || key == "REMOTE_PORT" || key == "LOCAL_ADDR" || key == "LOCAL_PORT") continue;
+            recorded.headers.emplace_back(key, value);
+        }
+        Handler handler;
+        {
+            std::lock_guard lock(mutex);
+            requests.push_back(recorded);
+            auto it = routes.find({request.method, request.path});
+            if (it == routes.end()) it = routes.find({"*", request.path});
+            if (it != routes.end()) handler = it->second;
+        }
+        FakeResponse answer = handler ? handler(recorded) : FakeResponse::text("not found", 404);
+        if (answer.delaySeconds > 0) {
+            std::unique_lock lock(mutex);
+            stopping.wait_for(lock, std::chrono::duration<double>(answer.delaySeconds), [&] { return stopped; });
+        }
+        response.status = answer.status;
+        for (const auto& [key, value] : answer.headers) response.set_header(key, value);
+        if (!answer.redirectTo.empty()) response.set_header("Location", answer.redirectTo);
+        response.set_content(answer.body, answer.contentType);
+    }
+};
+
+FakeServer::FakeServer() : _implementation(std::make_unique<Implementation>()) {
+    auto* impl = _implementation.get();
+    auto handler = [impl](const httplib::Request& request, httplib::Response& response) {
+        impl->handle(request, response);
+    };
+    impl->server.Get(".*", handler);
+    impl->server.Post(".*", handler);
+    impl->server.Put(".*", handler);
+    impl->server.Patch(".*", handler);
+    impl->server.Delete(".*", handler);
+    impl->server.Options(".*", handler);
+    impl->port = impl->server.bind_to_any_port("127.0.0.1");
+    if (impl->port <= 0) throw std::runtime_error("the fake server cannot bind to 127.0.0.1");
+    impl->thread = std::thread([impl] { impl->server.listen_after_bind(); });
+}
+
+FakeServer::~FakeServer() { stop(); }
+
+void FakeServer::stop() {
+    auto* impl = _implementation.get();
+    {
+        std::lock_guard lock(impl->mutex);
+        impl->stopped = true;
+    }
+    impl->stopping.notify_all();
+    impl->server.stop();
+    if (impl->thread.joinable()) impl->thread.join();
+}
+
+int FakeServer::port() const { return _implementation->port; }
+
+std::string FakeServer::baseURL() const { return "http://127.0.0.1:" + std::to_string(port()); }
+
+std::string FakeServer::url(const std::string& path) const { return baseURL() + path; }
+
+void FakeServer::route(const std::string& method, const std::string& path, FakeResponse response) {
+    route(method, path, [response](const FakeRequest&) { return response; });
+}
+
+void FakeServer::route(const std::string& method, const std::string& path, Handler handler) {
+    std::lock_guard lock(_implementation->mutex);
+    _implementation->routes[{method, path}] = std::move(handler);
+}
+
+void FakeServer::routeSequence(const std::string& method, const std::string& path,
+                               std::vector<FakeResponse> responses) {
+    auto state = std::make_shared<std::pair<std::mutex, std::vector<FakeResponse>>>();
+    state->second = std::move(responses);
+    auto next = std::make_shared<size_t>(0);
+    route(method, path, [state, next](const FakeRequest&) {
+        std::lock_guard lock(state->first);
+        if (state->second.empty()) return FakeResponse::text("no response", 500);
+        size_t index = std::min(*next, state->second.size() - 1);
+        ++*next;
+        return state->second[index];
+    });
+}
+
+std::vector<FakeRequest> FakeServer::requests() const {
+    std::lock_guard lock(_implementation->mutex);
+    return _implementation->requests;
+}
+
+std::vector<FakeRequest> FakeServer::requests(const std::string& path) const {
+    std::lock_guard lock(_implementation->mutex);
+    std::vector<FakeRequest> matching;
+    for (const auto& request : _implementation->requests) {
+        if (request.path == path) matching.push_back(request);
+    }
+    return matching;
+}
+
+std::optional<FakeRequest> FakeServer::lastRequest() const {
+    std::lock_guard lock(_implementation->mutex);
+    if (_implementation->requests.empty()) return std::nullopt;
+    return _implementation->requests.back();
+}
+
+size_t FakeServer::requestCount() const {
+    std::lock_guard lock(_implementation->mutex);
+    return _implementation->requests.size();
+}
+
+void FakeServer::clearRequests() {
+    std::lock_guard lock(_implementation->mutex);
+    _implementation->requests.clear();
+}

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// One request as the fake server received it.
+struct FakeRequest {
+    std::string method;
+    std::string path;
+    std::multimap<std::string, std::string> query;
+    std::vector<std::pair<std::string, std::string>> headers;
+    std::string body;
+
+    /// First header of that name (case-insensitive), empty when absent.
+    std::string header(const std::string& name) const;
+    bool hasHeader(const std::string& name) const;
+    /// First query parameter of that name, empty when absent.
+    std::string queryValue(const std::string& name) const;
+};
+
+/// What the fake server answers on a route.
+struct FakeResponse {
+    int status = 200;
+    std::string body;
+    std::string contentType = "application/json";
+    std::vector<std::pair<std::string, std::string>> headers;
+    /// Waits this long before answering (interrupted when the server stops).
+    double delaySeconds = 0;
+    /// When set, answers 302 with this Location.
+    std::string redirectTo;
+
+    static FakeResponse json(std::string body, int status = 200);
+    static FakeResponse xml(std::string body, int status = 200);
+    static FakeResponse text(std::string body, int status = 200);
+    static FakeResponse redirect(std::string location, int status = 302);
+};
+
+/// An HTTP server on 127.0.0.1 and a free port, running on background
+/// threads while it lives. It records every request and answers from the
+/// routes the test sets (exact path, any query); others get 404.
+class FakeServer {
+public:
+    using Handler = std::function<FakeResponse(const FakeRequest&)>;
+
+    FakeServer();
+    ~FakeServer();
+    FakeServer(const FakeServer&) = delete;
+    FakeServer& operator=(const FakeServer&) = delete;
+
+    int port() const;
+    /// "http://127.0.0.1:<port>"
+    std::string baseURL() const;
+    /// baseURL() + path
+    std::string url(const std::string& path) const;
+
+    /// Answers `method` ("GET", "POST", ..., or "*" for any) on `path`.
+    /// A later route for the same method and path replaces the earlier one.
+    void route(const std::string& method, const std::string& path, FakeResponse response);
+    void route(const std::string& method, const std::string& path, Handler handler);
+    /// Answers the listed responses one after another; the last one repeats.
+    void routeSequence(const std::string& method, const std::string& path, std::vector<FakeResponse> responses);
+
+    std::vector<FakeRequest> requests() const;
+    std::optional<FakeRequest> lastRequest() const;
+    size_t requestCount() const;
+    /// Requests with that path (any method).
+    std::vector<FakeRequest> requests(const std::string& path) const;
+    void clearRequests();
+
+    /// Stops listening; pending delayed answers end at once.
+    void stop();
+
+private:
+    struct Implementation;
+    std::unique_ptr<Implementation> _implementation;
+};

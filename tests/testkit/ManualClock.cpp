@@ -1,0 +1,63 @@
+#include "testkit/ManualClock.h"
+
+#include <ctime>
+
+ManualClock::ManualClock(ZVDate start, bool install) : _now(start), _installed(install) {
+    if (_installed) ZVClock::install(this);
+}
+
+ManualClock::~ManualClock() {
+    if (_installed && &ZVClock::shared() == this) ZVClock::install(nullptr);
+}
+
+ZVDate ManualClock::now() const {
+    std::lock_guard lock(_mutex);
+    return _now;
+}
+
+void ManualClock::advance(double seconds) {
+    std::vector<std::pair<void*, Observer>> observers;
+    ZVDate target;
+    {
+        std::lock_guard lock(_mutex);
+        target = _now + std::chrono::duration<double>(seconds);
+        if (_advancing || _observers.empty()) {
+            // An advance from inside a firing timer just moves the time.
+            _now = target;
+            return;
+        }
+        _advancing = true;
+        observers = _observers;
+    }
+    for (auto& entry : observers) entry.second(*this, target);
+    std::lock_guard lock(_mutex);
+    if (_now < target) _now = target;
+    _advancing = false;
+}
+
+void ManualClock::set(ZVDate date) {
+    std::lock_guard lock(_mutex);
+    _now = date;
+}
+
+void ManualClock::addObserver(void* owner, Observer observer) {
+    std::lock_guard lock(_mutex);
+    _observers.emplace_back(owner, std::move(observer));
+}
+
+void ManualClock::removeObserver(void* owner) {
+    std::lock_guard lock(_mutex);
+    std::erase_if(_observers, [owner](const auto& entry) { return entry.first == owner; });
+}
+
+ZVDate ManualClock::date(int year, int month, int day, int hour, int minute, double second) {
+    std::tm utc{};
+    utc.tm_year = year - 1900;
+    utc.tm_mon = month - 1;
+    utc.tm_mday = day;
+    utc.tm_hour = hour;
+    utc.tm_min = minute;
+    return ZVDate(std::chrono::duration<double>(static_cast<double>(timegm(&utc)) + second));
+}
+
+ZVDate ManualClock::defaultStart() { return date(2024, 3, 1, 9, 0, 0); }

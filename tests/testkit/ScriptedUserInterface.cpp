@@ -1,0 +1,137 @@
+#include "testkit/ScriptedUserInterface.h"
+
+#include <algorithm>
+
+#include <gtest/gtest.h>
+
+ScriptedUserInterface::ScriptedUserInterface() { ZVUserInterface::install(this); }
+
+ScriptedUserInterface::~ScriptedUserInterface() {
+    if (ZVUserInterface::sharedIfInstalled() == this) ZVUserInterface::install(nullptr);
+}
+
+ZVAlertResponse ScriptedUserInterface::runModal(const ZVAlert& alert) {
+    std::function<void(const ZVAlert&)> observer;
+    {
+        std::lock_guard<std::mutex> guard(_mutex);
+        observer = _alertObserver;
+    }
+    if (observer) observer(alert);
+    std::lock_guard<std::mutex> guard(_mutex);
+    _alerts.push_back(alert);
+    ZVAlertResponse response;
+    if (_answers.empty()) return response;
+    Answer answer = _answers.front();
+    _answers.pop_front();
+    if (!answer.title) {
+        response.buttonIndex = answer.index;
+        return response;
+    }
+    const auto& buttons = alert.buttons;
+    auto found = std::find(buttons.begin(), buttons.end(), *answer.title);
+    if (found == buttons.end()) {
+        ADD_FAILURE() << "The alert \"" << alert.messageText << "\" has no button \"" << *answer.title << "\"";
+        return response;
+    }
+    response.buttonIndex = static_cast<int>(found - buttons.begin());
+    return response;
+}
+
+std::optional<std::string> ScriptedUserInterface::runModalWithTextField(const ZVAlert& alert,
+                                                                        const std::string& initialText, bool) {
+    std::lock_guard<std::mutex> guard(_mutex);
+    _textPrompts.push_back({alert, initialText});
+    if (_textAnswers.empty()) return initialText;
+    auto answer = _textAnswers.front();
+    _textAnswers.pop_front();
+    return answer;
+}
+
+void ScriptedUserInterface::setAlertObserver(std::function<void(const ZVAlert&)> observer) {
+    std::lock_guard<std::mutex> guard(_mutex);
+    _alertObserver = std::move(observer);
+}
+
+void ScriptedUserInterface::beep() {
+    std::lock_guard<std::mutex> guard(_mutex);
+    ++_beeps;
+}
+
+void ScriptedUserInterface::showBanner(const std::string& title, const std::string& text) {
+    std::lock_guard<std::mutex> guard(_mutex);
+    _banners.emplace_back(title, text);
+}
+
+bool ScriptedUserInterface::openURL(const std::string&) { return true; }
+
+void ScriptedUserInterface::activateApplication() {
+    std::lock_guard<std::mutex> guard(_mutex);
+    ++_activations;
+}
+
+void ScriptedUserInterface::answerWith(const std::string& buttonTitle) {
+    std::lock_guard<std::mutex> guard(_mutex);
+    _answers.push_back({buttonTitle, 0});
+}
+
+void ScriptedUserInterface::answerWithIndex(int buttonIndex) {
+    std::lock_guard<std::mutex> guard(_mutex);
+    _answers.push_back({std::nullopt, buttonIndex});
+}
+
+void ScriptedUserInterface::answerTextPromptWith(std::optional<std::string> text) {
+    std::lock_guard<std::mutex> guard(_mutex);
+    _textAnswers.push_back(std::move(text));
+}
+
+std::vector<ZVAlert> ScriptedUserInterface::alerts() const {
+    std::lock_guard<std::mutex> guard(_mutex);
+    return _alerts;
+}
+
+std::vector<std::string> ScriptedUserInterface::alertMessages() const {
+    std::lock_guard<std::mutex> guard(_mutex);
+    std::vector<std::string> messages;
+    for (const auto& alert : _alerts) messages.push_back(alert.messageText);
+    return messages;
+}
+
+std::vector<ScriptedUserInterface::TextPrompt> ScriptedUserInterface::textPrompts() const {
+    std::lock_guard<std::mutex> guard(_mutex);
+    return _textPrompts;
+}
+
+std::vector<std::pair<std::string, std::string>> ScriptedUserInterface::banners() const {
+    std::lock_guard<std::mutex> guard(_mutex);
+    return _banners;
+}
+
+int ScriptedUserInterface::beepCount() const {
+    std::lock_guard<std::mutex> guard(_mutex);
+    return _beeps;
+}
+
+int ScriptedUserInterface::activationCount() const {
+    std::lock_guard<std::mutex> guard(_mutex);
+    return _activations;
+}
+
+size_t ScriptedUserInterface::unusedAnswerCount() const {
+    std::lock_guard<std::mutex> guard(_mutex);
+    return _answers.size();
+}
+
+void ScriptedUserInterface::clearRecords() {
+    std::lock_guard<std::mutex> guard(_mutex);
+    _alerts.clear();
+    _textPrompts.clear();
+    _banners.clear();
+    _beeps = 0;
+    _activations = 0;
+}
+
+void ScriptedUserInterface::discardUnusedAnswers() {
+    std::lock_guard<std::mutex> guard(_mutex);
+    _answers.clear();
+    _textAnswers.clear();
+}

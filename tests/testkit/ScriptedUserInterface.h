@@ -1,0 +1,73 @@
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/ui/ZVUserInterface.h"
+
+/// A user interface that answers alerts from a script and records what was
+/// shown. An alert is answered by the title of the next scripted button (or
+/// its index); without a script the first button is pressed. Text prompts
+/// answer with the next scripted text, nothing for "Cancel", or the given
+/// initial text when nothing is scripted. Installs itself while it lives.
+class ScriptedUserInterface : public ZVUserInterface {
+public:
+    struct TextPrompt {
+        ZVAlert alert;
+        std::string initialText;
+    };
+
+    ScriptedUserInterface();
+    ~ScriptedUserInterface() override;
+    ScriptedUserInterface(const ScriptedUserInterface&) = delete;
+    ScriptedUserInterface& operator=(const ScriptedUserInterface&) = delete;
+
+    ZVAlertResponse runModal(const ZVAlert& alert) override;
+    std::optional<std::string> runModalWithTextField(const ZVAlert& alert, const std::string& initialText,
+                                                     bool secure) override;
+    void beep() override;
+    void showBanner(const std::string& title, const std::string& text) override;
+    bool openURL(const std::string& url) override;
+    void activateApplication() override;
+
+    /// The next alert is answered with the button of that title; an alert
+    /// without such a button fails the test.
+    void answerWith(const std::string& buttonTitle);
+    void answerWithIndex(int buttonIndex);
+    /// The next text prompt gives this text; nothing means "Cancel".
+    void answerTextPromptWith(std::optional<std::string> text);
+    /// Runs while each alert is up, before it is answered (what the user or
+    /// a timer might do meanwhile).
+    void setAlertObserver(std::function<void(const ZVAlert&)> observer);
+
+    std::vector<ZVAlert> alerts() const;
+    std::vector<std::string> alertMessages() const;
+    std::vector<TextPrompt> textPrompts() const;
+    std::vector<std::pair<std::string, std::string>> banners() const;
+    int beepCount() const;
+    int activationCount() const;
+    /// Scripted answers that no alert has used yet.
+    size_t unusedAnswerCount() const;
+    void clearRecords();
+    void discardUnusedAnswers();
+
+private:
+    struct Answer {
+        std::optional<std::string> title;
+        int index = 0;
+    };
+
+    mutable std::mutex _mutex;
+    std::function<void(const ZVAlert&)> _alertObserver;
+    std::deque<Answer> _answers;
+    std::deque<std::optional<std::string>> _textAnswers;
+    std::vector<ZVAlert> _alerts;
+    std::vector<TextPrompt> _textPrompts;
+    std::vector<std::pair<std::string, std::string>> _banners;
+    int _beeps = 0;
+    int _activations = 0;
+};

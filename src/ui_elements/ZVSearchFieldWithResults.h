@@ -1,12 +1,12 @@
 #pragma once
 
 #include <QLineEdit>
+#include <QListWidget>
 #include <QPointer>
 #include <QVariant>
 #include <functional>
 
 class QAbstractItemDelegate;
-class QListWidget;
 class ZVSearchFieldWithResults;
 
 /// What a search field asks of its owner: results for a query, and what to

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <QWidget>
+#include <vector>
+
+#include "core/notifications/ZVNotificationCenter.h"
+#include "core/ui/ZVMenu.h"
+#include "ui_elements/ZVSearchFieldWithResults.h"
+
+class QMenu;
+class QToolButton;
+class ZVApplicationCommands;
+class ZVProjectSearchResultDelegate;
+
+/// The timer panel: the quick search over all projects, the recent
+/// projects, the action menu and the gear menu. The project chosen in the
+/// search or among the recents becomes the current project.
+class ZVTimerViewController final : public QWidget,
+                                    public ZVSearchFieldWithResultsDelegate,
+                                    public ZVIntegrationProjectMenuItemTarget {
+    Q_OBJECT
+public:
+    explicit ZVTimerViewController(ZVApplicationCommands& commands, QWidget* parent = nullptr);
+    ~ZVTimerViewController() override;
+
+    ZVSearchFieldWithResults* searchField() const { return _searchField; }
+    QToolButton* actionPopUpButton() const { return _actionPopUpButton; }
+    QToolButton* recentProjectsPopUpButton() const { return _recentProjectsPopUpButton; }
+    QToolButton* gearButton() const { return _gearButton; }
+
+    /// Gives the search field the keyboard focus when the panel is on screen.
+    void makeSearchFieldFirstResponder();
+    /// Reloads the recents and puts the focus into the search field.
+    void viewWillAppear();
+    /// Rebuilds the gear menu (when the debug log's state changes).
+    void updateGearMenu();
+
+    // ZVIntegrationProjectMenuItemTarget
+    void selectProject(const ZVMenuItem& item) override;
+
+    // ZVSearchFieldWithResultsDelegate
+    void searchFieldDidCancelCurrentSearch(ZVSearchFieldWithResults& field) override;
+    void searchFieldDidChangeQuery(ZVSearchFieldWithResults& field, const QString& query,
+                                   const std::function<void(const QVariantList&)>& completionHandler) override;
+    void searchFieldDidSelectResult(ZVSearchFieldWithResults& field, const QVariant& result) override;
+    QString searchFieldAccessibilityValue(ZVSearchFieldWithResults& field, const QVariant& result) override;
+    int searchFieldHeightOfRow(ZVSearchFieldWithResults& field, const QVariant& result) override;
+    QAbstractItemDelegate* searchFieldItemDelegate(ZVSearchFieldWithResults& field) override;
+
+Q_SIGNALS:
+    /// A project was chosen here; the popup that holds the panel closes.
+    void projectChosen();
+
+private:
+    ZVApplicationCommands& _commands;
+    ZVSearchFieldWithResults* _searchField = nullptr;
+    QToolButton* _recentProjectsPopUpButton = nullptr;
+    QToolButton* _actionPopUpButton = nullptr;
+    QToolButton* _gearButton = nullptr;
+    QMenu* _gearMenu = nullptr;
+    ZVProjectSearchResultDelegate* _resultDelegate = nullptr;
+};

@@ -1,0 +1,175 @@
+#include "ui_elements/ZVStatusItemController.h"
+
+#include <QApplication>
+#include <QCursor>
+#include <QMenu>
+#include <QPixmap>
+#include <QScreen>
+#include <QTimer>
+#include <QVBoxLayout>
+#include <algorithm>
+
+#include "ZVLocalization.h"
+#include "app/ZVMenuManager.h"
+#include "app/ZVTimerViewController.h"
+#include "core/actions/ZVActionCenter.h"
+#include "core/heart_beat/ZVHeartBeat.h"
+#include "core/integrations/center/ZVIntegrationCenter.h"
+#include "core/integrations/helper/ZVIntegrationProject.h"
+#include "preferences/ZVNorvoPreferences.h"
+#include "ui_elements/ZVMenuRenderer.h"
+
+namespace {
+ZVStatusItemController* sharedInstance = nullptr;
+}
+
+ZVStatusItemController::ZVStatusItemController(ZVApplicationCommands& commands, QObject* parent)
+    : QObject(parent), _commands(commands) {
+    sharedInstance = this;
+    _statusItem = std::make_unique<QSystemTrayIcon>();
+    _menu = std::make_unique<QMenu>();
+    ZVMenuRenderer::rebuildOnOpening(*_menu, [] {
+        return ZVMenuManager::shared().applicationMenu({true, true, true, true});
+    });
+    _statusItem->setContextMenu(_menu.get());
+    connect(_statusItem.get(), &QSystemTrayIcon::activated, this, &ZVStatusItemController::_activated);
+
+    _spinnerTimer = new QTimer(this);
+    _spinnerTimer->setInterval(120);
+    connect(_spinnerTimer, &QTimer::timeout, this, [this] {
+        if (!_view.isSpinning()) return;
+        _view.setSpinnerPhase((_view.spinnerPhase() + 1) % 12);
+        _redraw();
+    });
+
+    auto& heartBeat = ZVHeartBeat::sharedHeartBeat();
+    heartBeat.addVein(this);
+    _view.setTimeString(QString::fromStdString(heartBeat.currentTimeString()));
+    auto& notifications = ZVNotificationCenter::shared();
+    _observations.push_back(notifications.addObserver(ZVIntegrationCenterSynchronizationDidStartNotification,
+                                                      [this](const ZVNotification&) { _placeSyncingIndicator(); }));
+    _observations.push_back(notifications.addObserver(ZVIntegrationCenterSynchronizationDidEndNotification,
+                                                      [this](const ZVNotification&) { _removeSyncingIndicator(); }));
+    _observations.push_back(notifications.addObserver(ZVHeartBeatStateDidChangeNotification,
+                                                      [this](const ZVNotification&) { _redraw(); }));
+    _observations.push_back(notifications.addObserver(ZVIntegrationCenterCurrentProjectDidChangeNotification,
+                                                      [this](const ZVNotification&) { _redraw(); }));
+    if (auto* center = ZVIntegrationCenter::sharedIfExists(); center && center->synchronizationIsInProgress())
+        _placeSyncingIndicator();
+    updateItemWidth();
+    _statusItem->show();
+}
+
+ZVStatusItemController::~ZVStatusItemController() {
+    for (auto token : _observations) ZVNotificationCenter::shared().removeObserver(token);
+    ZVHeartBeat::sharedHeartBeat().removeVein(this);
+    if (_popoverWindow) delete _popoverWindow.data();
+    if (sharedInstance == this) sharedInstance = nullptr;
+}
+
+ZVStatusItemController* ZVStatusItemController::sharedController() { return sharedInstance; }
+
+ZVTimerViewController* ZVStatusItemController::timerViewController() const { return _timerViewController; }
+
+bool ZVStatusItemController::isPopoverShown() const { return _popoverWindow && _popoverWindow->isVisible(); }
+
+QString ZVStatusItemController::toolTipText() {
+    auto* center = ZVIntegrationCenter::sharedIfExists();
+    auto project = center ? center->currentProject() : nullptr;
+    return project ? QString::fromStdString(project->fullProjectPath())
+                   : QString::fromStdString(ZVLocalizedString("No Project"));
+}
+
+void ZVStatusItemController::heartBeat(ZVHeartBeat&, const std::string& didUpdateTime) {
+    _view.setTimeString(QString::fromStdString(didUpdateTime));
+    _redraw();
+}
+
+void ZVStatusItemController::updateItemWidth() {
+    const ZVNorvoPreferences preferences = ZVNorvoPreferences::shared();
+    _view.setDisplaysSeconds(preferences.displaysSecondsInMenuBar());
+    _view.setUsesMonochromeColors(preferences.usesMonochromeColors());
+    _redraw();
+}
+
+void ZVStatusItemController::_redraw() {
+    _view.setBeating(ZVHeartBeat::sharedHeartBeat().isBeating());
+    _statusItem->setIcon(QIcon(QPixmap::fromImage(_view.render())));
+    _statusItem->setToolTip(_view.displayedTimeString() + QStringLiteral(" \u2014 ") + toolTipText());
+}
+
+void ZVStatusItemController::_placeSyncingIndicator() {
+    if (_view.isSpinning()) return;
+    _view.setSpinnerPhase(0);
+    _spinnerTimer->start();
+    _redraw();
+}
+
+void ZVStatusItemController::_removeSyncingIndicator() {
+    if (!_view.isSpinning()) return;
+    _spinnerTimer->stop();
+    _view.setSpinnerPhase(-1);
+    _redraw();
+}
+
+void ZVStatusItemController::showMessage(const QString& title, const QString& text) {
+    if (QSystemTrayIcon::supportsMessages()) _statusItem->showMessage(title, text, QSystemTrayIcon::NoIcon, 4000);
+}
+
+void ZVStatusItemController::_activated(QSystemTrayIcon::ActivationReason reason) {
+    // A click on the icon while a dialog waits for an answer is ignored.
+    if (QApplication::activeModalWidget()) return;
+    const Qt::KeyboardModifiers modifiers = QGuiApplication::queryKeyboardModifiers();
+    switch (reason) {
+        case QSystemTrayIcon::Trigger:
+            if (modifiers & Qt::ControlModifier)
+                ZVActionCenter::shared().showTimeEditing();
+            else if (modifiers & Qt::ShiftModifier)
+                ZVActionCenter::shared().toggleTimer();
+            else
+                showStatusItemPopover();
+            break;
+        case QSystemTrayIcon::MiddleClick: ZVActionCenter::shared().toggleTimer(); break;
+        default: break;
+    }
+}
+
+QWidget& ZVStatusItemController::_popover() {
+    if (!_popoverWindow) {
+        // A popup closes by itself when the user clicks elsewhere or the
+        // program loses the focus.
+        auto* popover = new QWidget(nullptr, Qt::Popup);
+        popover->setObjectName(QStringLiteral("statusItemPopover"));
+        auto* layout = new QVBoxLayout(popover);
+        layout->setContentsMargins(10, 10, 10, 10);
+        _timerViewController = new ZVTimerViewController(_commands, popover);
+        layout->addWidget(_timerViewController);
+        popover->setMinimumWidth(320);
+        connect(_timerViewController, &ZVTimerViewController::projectChosen, popover, &QWidget::hide);
+        _popoverWindow = popover;
+    }
+    return *_popoverWindow;
+}
+
+void ZVStatusItemController::showStatusItemPopover() {
+    QWidget& popover = _popover();
+    popover.adjustSize();
+    QRect anchor = _statusItem->geometry();
+    QPoint position = anchor.isValid() ? anchor.bottomLeft() : QCursor::pos();
+    if (QScreen* screen = QGuiApplication::screenAt(position)) {
+        const QRect available = screen->availableGeometry();
+        if (position.y() + popover.height() > available.bottom())
+            position.setY((anchor.isValid() ? anchor.top() : position.y()) - popover.height());
+        position.setX(std::clamp(position.x(), available.left(), available.right() - popover.width()));
+        position.setY(std::clamp(position.y(), available.top(), available.bottom() - popover.height()));
+    }
+    popover.move(position);
+    popover.show();
+    popover.activateWindow();
+    _timerViewController->viewWillAppear();
+}
+
+void ZVStatusItemController::showQuickSearch() {
+    if (!isPopoverShown()) showStatusItemPopover();
+    if (_timerViewController) _timerViewController->makeSearchFieldFirstResponder();
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+#include <QSystemTrayIcon>
+#include <memory>
+#include <vector>
+
+#include "core/heart_beat/ZVHeartBeatVein.h"
+#include "core/notifications/ZVNotificationCenter.h"
+#include "ui_elements/ZVStatusItemView.h"
+
+class QMenu;
+class QTimer;
+class QWidget;
+class ZVApplicationCommands;
+class ZVTimerViewController;
+
+/// The program's permanent presence in the tray: an icon with the clock and
+/// the running state, the application menu on the context click, the timer
+/// panel in a popup on a click, start and stop on a middle click (or a click
+/// with Shift), time editing on a click with Control. A spinner turns in
+/// the icon while a synchronization runs.
+class ZVStatusItemController final : public QObject, public ZVHeartBeatVein {
+    Q_OBJECT
+public:
+    explicit ZVStatusItemController(ZVApplicationCommands& commands, QObject* parent = nullptr);
+    ~ZVStatusItemController() override;
+
+    static ZVStatusItemController* sharedController();
+
+    QSystemTrayIcon& statusItem() { return *_statusItem; }
+    const ZVStatusItemView& view() const { return _view; }
+    QMenu* menu() const { return _menu.get(); }
+    ZVTimerViewController* timerViewController() const;
+    bool isPopoverShown() const;
+
+    void showStatusItemPopover();
+    void showQuickSearch();
+    /// Applies the seconds and monochrome settings and redraws.
+    void updateItemWidth();
+    /// A banner as a balloon of the icon, where no notification service answers.
+    void showMessage(const QString& title, const QString& text);
+
+    void heartBeat(ZVHeartBeat& beat, const std::string& didUpdateTime) override;
+
+    /// The tool tip: the current project's path, or "No Project".
+    static QString toolTipText();
+
+private:
+    void _activated(QSystemTrayIcon::ActivationReason reason);
+    void _placeSyncingIndicator();
+    void _removeSyncingIndicator();
+    void _redraw();
+    QWidget& _popover();
+
+    ZVApplicationCommands& _commands;
+    std::unique_ptr<QSystemTrayIcon> _statusItem;
+    std::unique_ptr<QMenu> _menu;
+    ZVStatusItemView _view;
+    QTimer* _spinnerTimer = nullptr;
+    QPointer<QWidget> _popoverWindow;
+    ZVTimerViewController* _timerViewController = nullptr;
+    std::vector<ZVNotificationCenter::Token> _observations;
+};

@@ -215,9 +215,6 @@ ZVUsernamePasswordAPITokenAuthentication& ZVIntegration::usernamePasswordAPIToke
 }
 
 ZVUsernamePasswordAuthentication& ZVIntegration::usernamePasswordAuthentication() const {
-    // The API-token variant derives from it but is another kind of credential.
-    if (dynamic_cast<ZVUsernamePasswordAPITokenAuthentication*>(authentication().get()))
-        ZVFatalError("usernamePasswordAuthentication: the account has no credential of that kind");
     return credentialAs<ZVUsernamePasswordAuthentication>(authentication(), "usernamePasswordAuthentication");
 }
 
@@ -385,3 +382,29 @@ void ZVIntegration::_removeAccount(const ZVMenuItem& menuItem) {
     if (ZVUserInterface::shared().runModal(alert).buttonIndex != 0)
         ZVIntegrationCenter::shared().removeIntegration(account);
 }
+
+// Network.
+
+namespace {
+// One download centre per thread, owned by the first account that asked on
+// it. An owner that has gone away hands the centre on to the next asker.
+struct ThreadDownloadCenter {
+    std::unique_ptr<ZVDownloadCenter> center;
+    std::weak_ptr<ZVIntegration> owner;
+};
+}  // namespace
+
+ZVDownloadCenter& ZVIntegration::downloadCenter() {
+    thread_local ThreadDownloadCenter threadCenter;
+    if (!threadCenter.center || threadCenter.owner.expired()) {
+        threadCenter.center = std::make_unique<ZVDownloadCenter>(this);
+        threadCenter.owner = weak_from_this();
+    }
+    return *threadCenter.center;
+}
+
+void ZVIntegration::didEncounterError(ZVDownloadCenter&, const ZVDownloadCenterError& error) {
+    ZVLog([&] { return "Encountered error: " + error.description() + "."; });
+}
+
+void ZVIntegration::setupURLRequest(ZVURLRequest&, const std::string&) {}

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "ZVDownloadCenter.h"
 #include "ZVValue.h"
 #include "core/integrations/ZVIntegrationError.h"
 #include "core/integrations/authentication/ZVAuthenticationType.h"
@@ -15,7 +16,6 @@
 
 class ZVAuthentication;
 class ZVAPITokenAuthentication;
-class ZVDownloadCenter;
 class ZVIntegrationProject;
 class ZVOAuth2Authentication;
 class ZVUsernameAPITokenAuthentication;
@@ -42,7 +42,7 @@ inline constexpr const char* ZVIntegrationClassKey = "KDIntegrationClass";
 /// steps call virtual functions and hand the account to its projects.
 ///
 /// Lock order: the account's lock(), then a node's lock, parent first.
-class ZVIntegration : public std::enable_shared_from_this<ZVIntegration> {
+class ZVIntegration : public ZVDownloadCenterOwner, public std::enable_shared_from_this<ZVIntegration> {
 public:
     using ProjectList = std::vector<std::shared_ptr<ZVIntegrationProject>>;
 
@@ -67,7 +67,7 @@ public:
     static std::shared_ptr<ZVIntegration> integrationWithDictionary(const ZVDictionary& dictionary);
 
     ZVIntegration();
-    virtual ~ZVIntegration();
+    ~ZVIntegration() override;
     ZVIntegration(const ZVIntegration&) = delete;
     ZVIntegration& operator=(const ZVIntegration&) = delete;
 
@@ -98,7 +98,8 @@ public:
     // State.
 
     std::string integrationID() const;
-    std::string name() const;
+    /// The account's name; also the download centre owner's name in the log.
+    std::string name() const override;
     void setName(std::string name);
 
     std::shared_ptr<ZVAuthentication> authentication() const;
@@ -155,6 +156,12 @@ public:
     /// The download centre of the calling thread; the first account that
     /// asks on a thread owns it, and every account on that thread shares it.
     virtual ZVDownloadCenter& downloadCenter();
+    /// Logs the failure; the user learns of it through what the service throws.
+    void didEncounterError(ZVDownloadCenter& center, const ZVDownloadCenterError& error) override;
+    /// Called by the download centre on each of its requests; nothing in the
+    /// base. The centre belongs to the first account of its thread, so
+    /// per-account headers belong in each call's request modifier instead.
+    void setupURLRequest(ZVURLRequest& request, const std::string& url) override;
 
     // Behaviours of a service.
 

@@ -3,6 +3,7 @@
 #include "ZVLocalization.h"
 #include "ZVLog.h"
 #include "core/integrations/ZVIntegrationServiceInfo.h"
+#include "core/integrations/authentication/ZVUsernamePasswordAuthentication.h"
 
 namespace {
 void removeEveryOccurrence(std::string& text, const std::string& part) {
@@ -117,3 +118,89 @@ std::string ZVAddressBasedIntegration::URLForPath(const std::string& path, const
 }
 
 bool ZVAddressBasedIntegration::isSuccessfulStatusCode(long statusCode) { return statusCode >= 200 && statusCode <= 299; }
+
+// Requests.
+
+ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::basicAuthentication(std::string username,
+                                                                                          std::string password) {
+    return [username = std::move(username), password = std::move(password)](ZVURLRequest& request) {
+        request.setUsername(username, password);
+    };
+}
+
+ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::basicAuthenticationFromCredentials() const {
+    const ZVUsernamePasswordAuthentication& credential = usernamePasswordAuthentication();
+    return basicAuthentication(credential.username(), credential.password());
+}
+
+ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::sendingJSON(std::string method,
+                                                                                  nlohmann::json body) {
+    return [method = std::move(method), body = std::move(body)](ZVURLRequest& request) {
+        request.method = method;
+        request.setJSONBody(body);
+        request.addJSONAcceptToHeader();
+    };
+}
+
+ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::sendingXML(std::string method,
+                                                                                 std::string body) {
+    return [method = std::move(method), body = std::move(body)](ZVURLRequest& request) {
+        request.method = method;
+        request.body = body;
+        request.addXMLContentToHeader();
+        request.addXMLAcceptToHeader();
+    };
+}
+
+ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::sendingForm(
+    std::string method, std::vector<std::pair<std::string, std::string>> pairs) {
+    return [method = std::move(method), pairs = std::move(pairs)](ZVURLRequest& request) {
+        request.method = method;
+        request.setWWWFormBody(pairs);
+    };
+}
+
+ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::chain(
+    std::initializer_list<RequestModifier> modifiers) {
+    std::vector<RequestModifier> steps;
+    for (const auto& modifier : modifiers)
+        if (modifier) steps.push_back(modifier);
+    return [steps = std::move(steps)](ZVURLRequest& request) {
+        for (const auto& step : steps) step(request);
+    };
+}
+
+// Downloads.
+
+nlohmann::json ZVAddressBasedIntegration::requireJSON(const std::string& url, const RequestModifier& modifier) {
+    auto json = downloadCenter().downloadJSON(url, modifier);
+    if (!json) throw ZVIntegrationNoConnectionError();
+    return std::move(*json);
+}
+
+nlohmann::json ZVAddressBasedIntegration::requireJSONDictionary(const std::string& url,
+                                                                const RequestModifier& modifier) {
+    auto json = downloadCenter().downloadJSONDictionary(url, modifier);
+    if (!json) throw ZVIntegrationNoConnectionError();
+    return std::move(*json);
+}
+
+ZVXMLDocument ZVAddressBasedIntegration::requireXMLDocument(const std::string& url, const RequestModifier& modifier) {
+    auto document = downloadCenter().downloadXMLDocument(url, modifier);
+    if (!document) throw ZVIntegrationNoConnectionError();
+    return std::move(*document);
+}
+
+std::string ZVAddressBasedIntegration::requireWebPage(const std::string& url, const RequestModifier& modifier) {
+    auto page = downloadCenter().downloadWebPage(url, modifier);
+    if (!page) throw ZVIntegrationNoConnectionError();
+    return std::move(*page);
+}
+
+bool ZVAddressBasedIntegration::lastResponseSucceeded() {
+    return isSuccessfulStatusCode(downloadCenter().lastHTTPStatusCode());
+}
+
+void ZVAddressBasedIntegration::requireSuccessfulPost() {
+    if (!lastResponseSucceeded()) throw ZVIntegrationGenericTimePostingError();
+}

@@ -1,7 +1,14 @@
 #pragma once
 
+#include <initializer_list>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include <nlohmann/json.hpp>
+
+#include "ZVDownloadCenter.h"
+#include "ZVXML.h"
 #include "core/integrations/ZVIntegration.h"
 #include "core/integrations/address_based/ZVSSLSupport.h"
 
@@ -57,6 +64,34 @@ public:
     std::string URLForPath(const std::string& path, const std::string& query = {}) const;
     /// Whether an HTTP status counts as success: 200 to 299.
     static bool isSuccessfulStatusCode(long statusCode);
+
+    using RequestModifier = ZVDownloadCenter::RequestModifier;
+    /// Adds a basic Authorization header built from the two.
+    static RequestModifier basicAuthentication(std::string username, std::string password);
+    /// basicAuthentication with the user name and password of the account's
+    /// credential (of the user-name-and-password family).
+    RequestModifier basicAuthenticationFromCredentials() const;
+    /// Sets the method, sends `body` as JSON and asks for JSON back.
+    static RequestModifier sendingJSON(std::string method, nlohmann::json body);
+    /// Sets the method, sends `body` as XML and asks for XML back.
+    static RequestModifier sendingXML(std::string method, std::string body);
+    /// Sets the method and sends the pairs form-encoded.
+    static RequestModifier sendingForm(std::string method, std::vector<std::pair<std::string, std::string>> pairs);
+    /// The modifiers one after another; empty ones are skipped.
+    static RequestModifier chain(std::initializer_list<RequestModifier> modifiers);
+
+    /// Downloads on this thread's centre that throw
+    /// ZVIntegrationNoConnectionError when there is no usable answer. The
+    /// status is not tested: see requireSuccessfulStatus().
+    nlohmann::json requireJSON(const std::string& url, const RequestModifier& modifier = {});
+    /// As requireJSON; a reply that is no JSON object is no usable answer.
+    nlohmann::json requireJSONDictionary(const std::string& url, const RequestModifier& modifier = {});
+    ZVXMLDocument requireXMLDocument(const std::string& url, const RequestModifier& modifier = {});
+    std::string requireWebPage(const std::string& url, const RequestModifier& modifier = {});
+    /// Whether the last response on this thread's centre had a status of 200 to 299.
+    bool lastResponseSucceeded();
+    /// Throws ZVIntegrationGenericTimePostingError unless lastResponseSucceeded().
+    void requireSuccessfulPost();
 
 protected:
     void initialize() override;

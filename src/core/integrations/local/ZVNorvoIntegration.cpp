@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "ZVHelpers.h"
 #include "ZVLocalization.h"
 #include "ZVLog.h"
 #include "ZVPreferences.h"
@@ -94,12 +95,7 @@ void ZVNorvoIntegration::addProjectAction() {
 
 void ZVNorvoIntegration::moveProjectAtIndex(std::size_t from, std::size_t to) {
     std::lock_guard guard(lock());
-    if (from >= _projects.size()) return;
-    auto project = _projects[from];
-    _projects.erase(_projects.begin() + static_cast<std::ptrdiff_t>(from));
-    // A drop below the last row lands at the end.
-    to = std::min(to, _projects.size());
-    _projects.insert(_projects.begin() + static_cast<std::ptrdiff_t>(to), std::move(project));
+    ZVMove(_projects, from, to);
 }
 
 std::shared_ptr<ZVMenu> ZVNorvoIntegration::integrationMenu(ZVIntegrationProjectMenuItemTarget* target,

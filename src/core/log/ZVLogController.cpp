@@ -1,0 +1,220 @@
+#include "core/log/ZVLogController.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <mutex>
+
+#include "ZVClock.h"
+#include "ZVHelpers.h"
+#include "ZVLocalization.h"
+#include "ZVLog.h"
+#include "ZVPaths.h"
+#include "core/heart_beat/ZVHeartBeat.h"
+#include "core/integrations/ZVIntegration.h"
+#include "core/integrations/center/ZVIntegrationCenter.h"
+#include "core/integrations/helper/ZVIntegrationProject.h"
+#include "core/integrations/local/ZVNorvoIntegration.h"
+#include "core/log_entries/ZVLogEntry.h"
+#include "core/log_entries/ZVTimeLogEntry.h"
+#include "core/ui/ZVLogView.h"
+#include "core/ui/ZVUserInterface.h"
+
+namespace {
+
+constexpr double lastSevenDays = 518400;
+constexpr double lastThirtyDays = 2505600;
+
+ZVLogController::ProjectPointer currentProject() {
+    const auto* center = ZVIntegrationCenter::sharedIfExists();
+    return center ? center->currentProject() : nullptr;
+}
+
+std::size_t characterCount(const std::string& utf8) {
+    return static_cast<std::size_t>(std::count_if(
+        utf8.begin(), utf8.end(), [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }));
+}
+
+// One line of RFC 4180 CSV: fields with a comma, quote or line break are
+// quoted, with their quotes doubled.
+std::string csvRow(const std::vector<std::string>& fields) {
+    std::string row;
+    for (std::size_t index = 0; index < fields.size(); ++index) {
+        if (index > 0) row += ',';
+        const std::string& field = fields[index];
+        if (field.find_first_of(",\"\r\n") == std::string::npos) {
+            row += field;
+            continue;
+        }
+        row += '"';
+        for (char character : field) {
+            if (character == '"') row += '"';
+            row += character;
+        }
+        row += '"';
+    }
+    return row + "\r\n";
+}
+
+}  // namespace
+
+ZVLogController::ZVLogController(ZVLogView& view) : _view(view) {}
+
+ZVLogController::~ZVLogController() {
+    for (auto token : _observations) ZVNotificationCenter::shared().removeObserver(token);
+}
+
+void ZVLogController::awake() {
+    auto& notifications = ZVNotificationCenter::shared();
+    _observations.push_back(notifications.addObserver(ZVHeartBeatStateDidChangeNotification,
+                                                      [this](const ZVNotification&) { _heartBeatStateChanged(); }));
+    _observations.push_back(notifications.addObserver(ZVIntegrationCenterCurrentProjectDidChangeNotification,
+                                                      [this](const ZVNotification&) { _currentProjectChanged(); }));
+    _observations.push_back(notifications.addObserver(ZVIntegrationProjectTimeDidChangeNotification,
+                                                      [this](const ZVNotification&) { _reloadLog(); }));
+    _observations.push_back(notifications.addObserver(ZVIntegrationProjectTimeDidResetNotification,
+                                                      [this](const ZVNotification&) { _reloadLog(); }));
+    _reloadLog();
+}
+
+bool ZVLogController::isInTimePeriod(ZVDate date, int segment, ZVDate now) {
+    double limit = (now - ZVStartOfDay(now)).count();
+    if (segment == 0) {
+        limit += lastThirtyDays;
+    } else if (segment == 1) {
+        limit += lastSevenDays;
+    }
+    return std::fabs((date - now).count()) < limit;
+}
+
+std::vector<std::shared_ptr<ZVLogEntry>> ZVLogController::_logsInSelectedTimePeriod() const {
+    std::vector<std::shared_ptr<ZVLogEntry>> entries;
+    const auto project = currentProject();
+    if (!project) return entries;
+    const int segment = _view.selectedTimePeriod();
+    const auto now = ZVNow();
+    for (const auto& entry : project->logEntries()) {
+        if (isInTimePeriod(entry->date(), segment, now)) entries.push_back(entry);
+    }
+    return entries;
+}
+
+void ZVLogController::_heartBeatStateChanged() {
+    auto& heartBeat = ZVHeartBeat::sharedHeartBeat();
+    if (heartBeat.isBeating()) {
+        const auto project = currentProject();
+        if (!project) ZVFatalError("The timer runs without a current project");
+        auto run = std::make_shared<ZVTimeLogEntry>(project);
+        run->setStartDate(ZVNow());
+        _currentLogEntry = run;
+    } else if (auto run = std::dynamic_pointer_cast<ZVTimeLogEntry>(_currentLogEntry)) {
+        run->setStopDate(ZVNow());
+        run->setText(_view.currentTaskName());
+        if (const auto project = currentProject()) {
+            project->addLogEntry(run);
+            project->setTime(heartBeat.currentTime());
+        }
+    }
+    _reloadLog();
+}
+
+void ZVLogController::_currentProjectChanged() {
+    const auto project = currentProject();
+    if (!project) return;
+    const auto& entries = project->logEntries();
+    if (entries.empty()) return;
+    const std::string title = entries.back()->text();
+    if (!title.empty()) _view.setCurrentTaskName(title);
+}
+
+std::string ZVLogController::_timeStringForTimeInterval(double seconds) {
+    // The same words as a project's total line, for a sum of runs: a
+    // detached node carries the seconds and never saves.
+    auto carrier = ZVIntegrationProject::create();
+    carrier->setTimeWithoutSaving(seconds > 0 ? static_cast<std::uint64_t>(seconds) : 0);
+    return carrier->totalTimeString();
+}
+
+void ZVLogController::_reloadLog() {
+    std::string today = ZVLogEntry::shortDateString(ZVNow());
+    std::replace_if(today.begin(), today.end(), [](char c) { return c == '/' || c == '.'; }, '-');
+    std::string text = ZVLocalizedFormat("TODAY: %@", {today});
+    text += "\n-------------------------------------------\n";
+
+    const auto entries = _logsInSelectedTimePeriod();
+    double total = 0;
+    std::string previousTitle;
+    for (const auto& entry : entries) {
+        std::string title = entry->text();
+        text += entry->entryDescription(title == previousTitle);
+        text += '\n';
+        previousTitle = std::move(title);
+        if (const auto* run = dynamic_cast<const ZVTimeLogEntry*>(entry.get()); run && run->stopDate()) {
+            total += (*run->stopDate() - run->startDate()).count();
+        }
+    }
+    if (const auto* running = dynamic_cast<const ZVTimeLogEntry*>(_currentLogEntry.get());
+        running && !running->stopDate() && !running->text().empty()) {
+        text += running->entryDescription(false);
+        text += '\n';
+    }
+    if (entries.empty()) text += ZVLocalizedString("NO ENTRIES YET") + "\n";
+
+    const std::string totalLine = ZVLocalizedFormat("TOTAL: %@", {_timeStringForTimeInterval(total)});
+    text.append(characterCount(totalLine), '-');
+    text += '\n';
+    text += totalLine;
+    _view.setLogText(text);
+}
+
+void ZVLogController::timePeriodChanged() { _reloadLog(); }
+
+void ZVLogController::clear() {
+    _clearEntriesInSelectedTimePeriod();
+    _reloadLog();
+}
+
+void ZVLogController::_clearEntriesInSelectedTimePeriod() {
+    std::vector<std::shared_ptr<ZVIntegration>> integrations{ZVNorvoIntegration::sharedIntegration()};
+    const auto remote = ZVIntegrationCenter::shared().integrations();
+    integrations.insert(integrations.end(), remote.begin(), remote.end());
+    const auto now = ZVNow();
+    for (const auto& integration : integrations) {
+        // The account's lock keeps a refresh's merge off the trees meanwhile.
+        std::lock_guard<std::recursive_mutex> guard(integration->lock());
+        for (const auto& project : integration->availableProjects()) {
+            _clearEntriesInSelectedTimePeriodFromProject(*project, now);
+        }
+    }
+}
+
+void ZVLogController::_clearEntriesInSelectedTimePeriodFromProject(ZVIntegrationProject& project, ZVDate now) const {
+    const int segment = _view.selectedTimePeriod();
+    {
+        std::lock_guard<std::mutex> guard(project.lock());
+        auto entries = project.logEntries();
+        std::erase_if(entries, [&](const auto& entry) { return isInTimePeriod(entry->date(), segment, now); });
+        project.setLogEntries(std::move(entries));
+    }
+    for (const auto& child : project.subprojects()) _clearEntriesInSelectedTimePeriodFromProject(*child, now);
+}
+
+void ZVLogController::exportToCSV() {
+    std::string csv = csvRow({"Start", "Stop", "Comment", "Project Path", "Project Name"});
+    for (const auto& entry : _logsInSelectedTimePeriod()) {
+        const auto* run = dynamic_cast<const ZVTimeLogEntry*>(entry.get());
+        if (!run) continue;
+        const auto project = run->project();
+        csv += csvRow({ZVISO8601String(run->startDate()), run->stopDate() ? ZVISO8601String(*run->stopDate()) : "",
+                       run->text(), project ? project->fullProjectPath() : "", project ? project->name() : ""});
+    }
+    const auto path = _view.chooseCSVExportPath(csvFileName);
+    if (!path) return;
+    if (!ZVPaths::writeFileAtomically(*path, csv)) {
+        ZVAlert alert;
+        alert.messageText = ZVLocalizedString("The log could not be exported.");
+        alert.informativeText = ZVLocalizedFormat("Norvo cannot write the file \"%@\".", {*path});
+        alert.buttons = {ZVLocalizedString("OK")};
+        ZVUserInterface::shared().runModal(alert);
+    }
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ZVValue.h"
+#include "core/notifications/ZVNotificationCenter.h"
+
+class ZVIntegrationProject;
+class ZVLogEntry;
+class ZVLogView;
+
+/// Turns the timer's runs into log records and shows the current project's
+/// log for a period as a receipt. It is the only maker of runs: a run opens
+/// when the heart beat starts and reaches the project's log, titled with
+/// the current task text, when it stops. It also clears a period from every
+/// log and exports a period's runs as CSV.
+class ZVLogController {
+public:
+    using ProjectPointer = std::shared_ptr<ZVIntegrationProject>;
+
+    /// The view is not owned and must outlive the controller.
+    explicit ZVLogController(ZVLogView& view);
+    ~ZVLogController();
+    ZVLogController(const ZVLogController&) = delete;
+    ZVLogController& operator=(const ZVLogController&) = delete;
+
+    /// Starts following the heart beat, the current project and time
+    /// changes, and shows the log once.
+    void awake();
+
+    /// The run in progress, or the last one.
+    const std::shared_ptr<ZVLogEntry>& currentLogEntry() const { return _currentLogEntry; }
+
+    void timePeriodChanged();
+    /// Removes the selected period's entries from every project of every
+    /// account, without asking, and shows the log again.
+    void clear();
+    /// Writes the period's runs to a CSV file that the user chooses.
+    void exportToCSV();
+
+    /// The entries of the current project in the selected period, in log order.
+    std::vector<std::shared_ptr<ZVLogEntry>> _logsInSelectedTimePeriod() const;
+    /// Whether a date lies in the period of a segment of the period control,
+    /// seen from `now`: closer to now than the start of today is, plus 6
+    /// days for segment 1 and 29 days for segment 0.
+    static bool isInTimePeriod(ZVDate date, int segment, ZVDate now);
+    /// The total line's time of a number of seconds (hours counted modulo 60).
+    static std::string _timeStringForTimeInterval(double seconds);
+
+    void _heartBeatStateChanged();
+    void _currentProjectChanged();
+    void _reloadLog();
+    void _clearEntriesInSelectedTimePeriod();
+
+    static constexpr const char* csvFileName = "Norvo Log.csv";
+
+private:
+    void _clearEntriesInSelectedTimePeriodFromProject(ZVIntegrationProject& project, ZVDate now) const;
+
+    ZVLogView& _view;
+    std::shared_ptr<ZVLogEntry> _currentLogEntry;
+    std::vector<ZVNotificationCenter::Token> _observations;
+};

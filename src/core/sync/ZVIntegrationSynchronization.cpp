@@ -1,0 +1,96 @@
+// The synchronization skeleton of an account: what every service shares
+// around its own loadRemoteProjects().
+
+#include <algorithm>
+#include <filesystem>
+#include <mutex>
+#include <system_error>
+
+#include <unicode/unistr.h>
+
+#include "ZVDownloadCenter.h"
+#include "ZVLocalization.h"
+#include "ZVLog.h"
+#include "ZVPaths.h"
+#include "ZVPreferences.h"
+#include "ZVThreading.h"
+#include "core/integrations/ZVIntegration.h"
+#include "core/integrations/center/ZVIntegrationCenter.h"
+#include "core/integrations/helper/ZVIntegrationProject.h"
+#include "core/sync/ZVIntegrationSyncHelper.h"
+#include "core/sync/ZVSynchronizationThread.h"
+#include "core/ui/ZVUserInterface.h"
+
+namespace {
+
+// The next requests must not be answered from a cache; the only cache on
+// disk is a "Cache.db" in the application's cache folder.
+void dropURLCache() {
+    std::error_code ignored;
+    std::filesystem::remove(std::filesystem::path(ZVPaths::cacheDirectory()) / "Cache.db", ignored);
+}
+
+bool caseInsensitiveLess(const std::string& first, const std::string& second) {
+    auto a = icu::UnicodeString::fromUTF8(first);
+    auto b = icu::UnicodeString::fromUTF8(second);
+    return a.caseCompare(b, U_FOLD_CASE_DEFAULT) < 0;
+}
+
+}  // namespace
+
+void ZVIntegration::synchronize() {
+    if (ZVMainQueue::shared().isMainThread()) {
+        ZVIntegrationCenter::shared().synchronizeIntegration(shared_from_this());
+        return;
+    }
+    dropURLCache();
+
+    auto probeAddress = ZVPreferences::shared().value(ZVSynchronizationThread::connectionProbeAddressKey);
+    const std::string address = probeAddress && probeAddress->string() ? *probeAddress->string()
+                                                                        : ZVSynchronizationThread::defaultConnectionProbeAddress;
+    if (!downloadCenter().sendHeadRequest(address)) {
+        ZVLog([] { return std::string("Computer doesn't seem to have Internet connection."); });
+        return;
+    }
+
+    ZVLog([this] { return name() + " will start synchronization now."; });
+    try {
+        auto remoteProjects = loadRemoteProjects();
+        std::lock_guard<std::recursive_mutex> guard(lock());
+        _mergeWithRemoteProjects(std::move(remoteProjects));
+    } catch (const ZVIntegrationError& error) {
+        _synchronizationEndedWithAnError(error);
+    }
+    ZVLog([this] { return name() + " has finished synchronization."; });
+}
+
+void ZVIntegration::_mergeWithRemoteProjects(ProjectList remoteProjects) {
+    ZVIntegrationSyncHelper helper(shared_from_this());
+    helper.mergeProjects(_projects, nullptr, remoteProjects);
+    const std::weak_ptr<ZVIntegration> self = weak_from_this();
+    for (const auto& project : _projects) {
+        project->setIntegration(self);
+        for (const auto& child : project->subprojects()) child->setIntegration(self);
+    }
+    std::stable_sort(_projects.begin(), _projects.end(),
+                     [](const auto& first, const auto& second) { return caseInsensitiveLess(first->name(), second->name()); });
+}
+
+void ZVIntegration::_synchronizationEndedWithAnError(const ZVIntegrationError& error) {
+    if (ZVPreferences::shared().boolean(ZVSynchronizationThread::silenceSyncErrorsKey)) return;
+    ZVAlert alert;
+    alert.messageText = ZVLocalizedFormat("%@ could not update the project list.", {name()});
+    const auto& reason = error.localizedFailureReason();
+    alert.informativeText = reason && !reason->empty()
+                                ? *reason
+                                : ZVLocalizedString(
+                                      "Please, check your Internet connection and login information and try again.");
+    alert.buttons = {ZVLocalizedString("OK")};
+    ZVUserInterface::runModalOnMainThread(alert);
+}
+
+void ZVIntegrationProject::mergeSubprojectsWithRemoteProjects(const List& remoteProjects) {
+    std::lock_guard<std::mutex> guard(lock());
+    ZVIntegrationSyncHelper helper(requiredIntegration());
+    helper.mergeProjects(mutableSubprojects(), shared_from_this(), remoteProjects);
+}

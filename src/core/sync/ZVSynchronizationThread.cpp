@@ -1,0 +1,109 @@
+#include "core/sync/ZVSynchronizationThread.h"
+
+#include <mutex>
+
+#include "ZVLocalization.h"
+#include "ZVLog.h"
+#include "ZVThreading.h"
+#include "core/integrations/ZVIntegration.h"
+#include "core/integrations/center/ZVIntegrationCenter.h"
+#include "core/notifications/ZVNotificationCenter.h"
+#include "core/ui/ZVUserInterface.h"
+
+namespace {
+std::mutex terminationReplyMutex;
+std::function<void(bool)> terminationReply;
+}  // namespace
+
+void ZVSynchronizationThread::setTerminationReply(std::function<void(bool)> reply) {
+    std::lock_guard<std::mutex> guard(terminationReplyMutex);
+    terminationReply = std::move(reply);
+}
+
+void ZVSynchronizationThread::_resyncIntegrations(ZVIntegrationCenter& center) {
+    if (!_beginSynchronization(center)) {
+        // A tick that falls into a running synchronization does nothing,
+        // apart from answering a quit that waits.
+        _replyToPendingTerminationIfNeeded(center.terminateAfterSyncing());
+        return;
+    }
+    auto integrations = center.integrations();
+    if (integrations.empty()) {
+        // Nothing to fetch: the notifications come without a thread.
+        ZVIntegrationCenter* expected = &center;
+        ZV_PERFORM_BLOCK_ON_MAIN_THREAD_ASYNC([expected] {
+            if (ZVIntegrationCenter::sharedIfExists() == expected) _resyncIntegrationsThread(*expected, {});
+        });
+        return;
+    }
+    ZV_PERFORM_BLOCK_ASYNC(
+        [&center, integrations = std::move(integrations)] { _resyncIntegrationsThread(center, integrations); });
+}
+
+void ZVSynchronizationThread::synchronizeIntegration(ZVIntegrationCenter& center,
+                                                     const std::shared_ptr<ZVIntegration>& integration) {
+    if (center.synchronizationIsInProgress() || !_beginSynchronization(center)) {
+        _warnUserAboutOngoingSynchronization();
+        return;
+    }
+    ZV_PERFORM_BLOCK_ASYNC([&center, integration] { _synchronizeIntegrationInSingleThread(center, integration); });
+}
+
+bool ZVSynchronizationThread::_beginSynchronization(ZVIntegrationCenter& center) {
+    std::lock_guard<std::mutex> guard(center._syncLock);
+    if (center._number_of_sync_threads > 0) return false;
+    ++center._number_of_sync_threads;
+    return true;
+}
+
+void ZVSynchronizationThread::_resyncIntegrationsThread(ZVIntegrationCenter& center,
+                                                        const IntegrationList& integrations) {
+    _notifyAboutSyncing(ZVIntegrationCenterSynchronizationDidStartNotification);
+    for (const auto& integration : integrations) {
+        if (center.terminateAfterSyncing()) break;
+        integration->synchronize();
+    }
+    _endSynchronization(center);
+}
+
+void ZVSynchronizationThread::_synchronizeIntegrationInSingleThread(ZVIntegrationCenter& center,
+                                                                    const std::shared_ptr<ZVIntegration>& integration) {
+    _notifyAboutSyncing(ZVIntegrationCenterSynchronizationDidStartNotification);
+    integration->synchronize();
+    _endSynchronization(center);
+}
+
+void ZVSynchronizationThread::_endSynchronization(ZVIntegrationCenter& center) {
+    bool ended = false;
+    {
+        std::lock_guard<std::mutex> guard(center._syncLock);
+        --center._number_of_sync_threads;
+        ended = center._number_of_sync_threads == 0;
+    }
+    const bool terminateAfterSyncing = center.terminateAfterSyncing();
+    if (ended) _notifyAboutSyncing(ZVIntegrationCenterSynchronizationDidEndNotification);
+    _replyToPendingTerminationIfNeeded(terminateAfterSyncing);
+}
+
+void ZVSynchronizationThread::_replyToPendingTerminationIfNeeded(bool terminateAfterSyncing) {
+    if (!terminateAfterSyncing) return;
+    ZV_PERFORM_BLOCK_ON_MAIN_THREAD_ASYNC([] {
+        std::function<void(bool)> reply;
+        {
+            std::lock_guard<std::mutex> guard(terminationReplyMutex);
+            reply = terminationReply;
+        }
+        if (reply) reply(true);
+    });
+}
+
+void ZVSynchronizationThread::_warnUserAboutOngoingSynchronization() {
+    ZVAlert alert;
+    alert.messageText = ZVLocalizedString("Norvo is already synchronizing projects.");
+    alert.buttons = {ZVLocalizedString("OK")};
+    ZVUserInterface::shared().runModal(alert);
+}
+
+void ZVSynchronizationThread::_notifyAboutSyncing(const std::string& name) {
+    ZV_PERFORM_BLOCK_ON_MAIN_THREAD([&name] { ZVNotificationCenter::shared().post(name); });
+}

@@ -17,6 +17,8 @@ ZVUserInterface& ZVUserInterface::shared() {
 
 void ZVUserInterface::install(ZVUserInterface* ui) { installedInterface.store(ui); }
 
+ZVUserInterface* ZVUserInterface::sharedIfInstalled() { return installedInterface.load(); }
+
 ZVAlertResponse ZVUserInterface::runModalOnMainThread(const ZVAlert& alert) {
     ZVAlertResponse response;
     ZV_PERFORM_BLOCK_ON_MAIN_THREAD([&] { response = shared().runModal(alert); });

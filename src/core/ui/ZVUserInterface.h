@@ -17,6 +17,9 @@ struct ZVAlert {
     Style style = Style::warning;
     /// An optional check box under the text ("Do not show this message again").
     std::optional<std::string> suppressionButtonTitle;
+    /// No button holds the keyboard focus for the first 0.1 seconds, so that
+    /// a key press meant for something else cannot answer the question.
+    bool ignoresKeyPressesAtFirst = false;
 };
 
 /// The answer to an alert: which button (0 = first), and the check box state.
@@ -42,10 +45,14 @@ public:
     virtual void showBanner(const std::string& title, const std::string& text) = 0;
     /// Opens a URL with the desktop's handler. Returns false when nothing handles it.
     virtual bool openURL(const std::string& url) = 0;
+    /// Brings the application to the front, ignoring other applications.
+    virtual void activateApplication() {}
 
     static ZVUserInterface& shared();
     /// Installs the interface (not owned). Until then a fatal error is raised on use.
     static void install(ZVUserInterface* ui);
+    /// The installed interface, or nullptr while the application has none yet.
+    static ZVUserInterface* sharedIfInstalled();
 
     /// Runs an alert modally on the main thread from any thread and gives the answer.
     static ZVAlertResponse runModalOnMainThread(const ZVAlert& alert);

@@ -17,6 +17,7 @@
 #include "core/integrations/ZVIntegrationRegistry.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
 #include "core/integrations/local/ZVNorvoIntegration.h"
+#include "core/sync/ZVSynchronizationThread.h"
 #include "core/ui/ZVUserInterface.h"
 
 namespace {
@@ -398,11 +399,9 @@ bool ZVIntegrationCenter::synchronizationIsInProgress() const {
 }
 
 // The background refresh of all accounts starts here, from the resync timer
-// and once at start; the account refresh itself is not part of this build yet.
-void ZVIntegrationCenter::_resyncIntegrations() {
-    ZVLog([] { return std::string("Refreshing the accounts is not available in this build"); });
-}
+// and once at start.
+void ZVIntegrationCenter::_resyncIntegrations() { ZVSynchronizationThread::_resyncIntegrations(*this); }
 
 void ZVIntegrationCenter::synchronizeIntegration(const IntegrationPointer& integration) {
-    ZVLog([&] { return "Refreshing " + integration->name() + " is not available in this build"; });
+    ZVSynchronizationThread::synchronizeIntegration(*this, integration);
 }

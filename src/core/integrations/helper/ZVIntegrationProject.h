@@ -104,6 +104,12 @@ public:
     /// Drops every descendant branch without time, bottom up.
     void clearEmptySubprojects();
     void sortSubprojectsByName();
+    /// Merges freshly fetched children into `subprojects`, under `lock`, as
+    /// a refresh merges an account's top level (defined with the synchronization).
+    void mergeSubprojectsWithRemoteProjects(const List& remoteProjects);
+    /// Sends the node's time to its account's service, with the user's
+    /// prompts (defined with the posting).
+    void postTime();
 
     /// Whether both nodes stand for the same remote object, judged by
     /// `projectID`, `subprojectID` and `additionalID` alone.

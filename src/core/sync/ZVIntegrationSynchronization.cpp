@@ -2,10 +2,12 @@
 // around its own loadRemoteProjects().
 
 #include <algorithm>
+#include <exception>
 #include <filesystem>
 #include <mutex>
 #include <system_error>
 
+#include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
 #include "ZVDownloadCenter.h"
@@ -60,6 +62,11 @@ void ZVIntegration::synchronize() {
         _mergeWithRemoteProjects(std::move(remoteProjects));
     } catch (const ZVIntegrationError& error) {
         _synchronizationEndedWithAnError(error);
+    } catch (const std::exception& error) {
+        // A service's slip (a reply read the wrong way) must not end the
+        // thread: it counts as a reply of the wrong shape.
+        ZVLog([&] { return name() + " failed to load: " + error.what(); });
+        _synchronizationEndedWithAnError(ZVIntegrationGenericSyncError());
     }
     ZVLog([this] { return name() + " has finished synchronization."; });
 }

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+class ZVIntegration;
 class ZVIntegrationProjectMenuItemTarget;
 class ZVMenu;
 
@@ -12,6 +13,8 @@ public:
 
     virtual void showTimerWindow() = 0;
     virtual void addIntegration() = 0;
+    virtual void editIntegration(const std::shared_ptr<ZVIntegration>& integration) = 0;
+    virtual void manageNorvoProjects() = 0;
     virtual void showAbout() = 0;
     virtual void showPreferences() = 0;
     virtual void showHelp() = 0;

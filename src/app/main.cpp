@@ -1,9 +1,46 @@
 #include <QApplication>
-#include <QLabel>
+#include <QIcon>
+#include <QTimer>
+
+#include "app/ZVNorvoAppDelegate.h"
+#include "app/ZVQtMainQueue.h"
+#include "app/ZVQtTimeActionDialogs.h"
+#include "app/ZVQtTimerFactory.h"
+#include "app/ZVQtUserInterface.h"
+#include "preferences/ZVNorvoPreferences.h"
 
 int main(int argc, char** argv) {
     QApplication app(argc, argv);
-    QLabel label(QStringLiteral("Norvo"));
-    label.show();
-    return app.exec();
+    QApplication::setApplicationName(QStringLiteral("Norvo"));
+    QApplication::setApplicationVersion(QStringLiteral(NORVO_VERSION));
+    QApplication::setDesktopFileName(QStringLiteral("com.tesselwick.norvo"));
+    // The tray icon stays when the window closes; quitting is a command.
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    ZVQtMainQueue mainQueue;
+    ZVMainQueue::install(&mainQueue);
+    ZVQtTimerFactory timers;
+    ZVTimerFactory::install(&timers);
+    ZVQtUserInterface userInterface;
+    ZVUserInterface::install(&userInterface);
+    ZVQtTimeActionDialogs timeActionDialogs;
+    ZVTimeActionDialogs::install(&timeActionDialogs);
+
+    // Read before the main loop: a change needs a relaunch.
+    const bool showsInTaskbar = ZVNorvoPreferences::shared().showDockIcon();
+
+    int result = 0;
+    {
+        ZVNorvoAppDelegate delegate(showsInTaskbar);
+        delegate.awakeFromNib();
+        QTimer::singleShot(0, &delegate, [&delegate] { delegate.applicationDidFinishLaunching(); });
+        // A session that ends the program without the quit command still saves.
+        QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate, [&delegate] { delegate.finishTermination(); });
+        result = QApplication::exec();
+    }
+    ZVTimeActionDialogs::install(nullptr);
+    ZVUserInterface::install(nullptr);
+    ZVTimerFactory::install(nullptr);
+    ZVMainQueue::install(nullptr);
+    return result;
 }

@@ -1,0 +1,330 @@
+#include "app/ZVNorvoAppDelegate.h"
+
+#include <QApplication>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QVBoxLayout>
+#include <cstdlib>
+
+#include "ZVLocalization.h"
+#include "ZVLog.h"
+#include "ZVPreferences.h"
+#include "app/ZVKeyboardShortcutManager.h"
+#include "app/ZVMenuManager.h"
+#include "app/ZVNorvoMainWindow.h"
+#include "app/ZVQtUserInterface.h"
+#include "app/ZVSleepObserver.h"
+#include "app/ZVX11IdleTimeSource.h"
+#include "core/actions/ZVActionCenter.h"
+#include "core/actions/ZVIdleTimeHandler.h"
+#include "core/integrations/ZVIntegration.h"
+#include "core/integrations/center/ZVIntegrationCenter.h"
+#include "core/integrations/helper/ZVIntegrationProject.h"
+#include "core/integrations/local/ZVNorvoIntegration.h"
+#include "core/log/ZVLogController.h"
+#include "core/notifications/ZVNotificationCenter.h"
+#include "core/sync/ZVSynchronizationThread.h"
+#include "core/ui/ZVMenu.h"
+#include "preferences/ZVNorvoPreferences.h"
+#include "preferences/ZVPreferencesWindow.h"
+#include "core/heart_beat/ZVHeartBeat.h"
+#include "ui_elements/ZVKeyCombo.h"
+#include "ui_elements/ZVShortcutRecorder.h"
+#include "ui_elements/ZVProjectPopUpButton.h"
+#include "ui_elements/ZVStatusItemController.h"
+
+namespace {
+ZVNorvoAppDelegate* sharedInstance = nullptr;
+
+QString localized(const char* english) { return QString::fromStdString(ZVLocalizedString(english)); }
+
+constexpr const char* helpAddress = "https://norvo.example.org/help";
+constexpr const char* releaseNotesAddress = "https://norvo.example.org/release-notes";
+
+ZVAlertResponse runAlert(const std::string& message, const std::string& informative,
+                         std::vector<std::string> buttons) {
+    ZVAlert alert;
+    alert.messageText = message;
+    alert.informativeText = informative;
+    alert.buttons = std::move(buttons);
+    return ZVUserInterface::shared().runModal(alert);
+}
+}  // namespace
+
+ZVNorvoAppDelegate::ZVNorvoAppDelegate(bool showsInTaskbar, QObject* parent)
+    : QObject(parent), _showsInTaskbar(showsInTaskbar) {}
+
+ZVNorvoAppDelegate::~ZVNorvoAppDelegate() {
+    ZVSynchronizationThread::setTerminationReply({});
+    ZVMenuManager::shared().setCommands(nullptr);
+    _preferencesWindow.reset();
+    _keyboardShortcutManager.reset();
+    _idleTimeHandler.reset();
+    _logController.reset();
+    _statusItemController.reset();
+    _window.reset();
+    if (sharedInstance == this) sharedInstance = nullptr;
+}
+
+ZVNorvoAppDelegate* ZVNorvoAppDelegate::sharedDelegate() { return sharedInstance; }
+
+void ZVNorvoAppDelegate::awakeFromNib() {
+    sharedInstance = this;
+    ZVMenuManager::shared().setCommands(this);
+    ZVNorvoIntegration::sharedIntegration();
+    // The picker in the window uses the centre, which so exists from here on
+    // and has started its first synchronization.
+    _window = std::make_unique<ZVNorvoMainWindow>(*this);
+    if (!_showsInTaskbar) _window->setWindowFlag(Qt::Tool, true);
+    _logController = std::make_unique<ZVLogController>(*_window);
+    connect(_window.get(), &ZVNorvoMainWindow::timePeriodChanged, this, [this] { _logController->timePeriodChanged(); });
+    connect(_window.get(), &ZVNorvoMainWindow::clearLogRequested, this, [this] { _logController->clear(); });
+    connect(_window.get(), &ZVNorvoMainWindow::exportLogRequested, this, [this] { _logController->exportToCSV(); });
+    connect(_window.get(), &ZVNorvoMainWindow::logDrawerToggled, this, [](bool shown) {
+        ZVPreferences::shared().perform(
+            [shown](ZVPreferences& store) { ZVNorvoPreferences(store).setReceiptDrawerVisible(shown); });
+    });
+    _logController->awake();
+    if (auto* ui = dynamic_cast<ZVQtUserInterface*>(ZVUserInterface::sharedIfInstalled()))
+        ui->setParentWindow(_window.get());
+    updateMainWindowLevel();
+    ZVSynchronizationThread::setTerminationReply([this](bool terminate) {
+        if (terminate) finishTermination();
+    });
+}
+
+void ZVNorvoAppDelegate::applicationDidFinishLaunching() {
+    _statusItemController = std::make_unique<ZVStatusItemController>(*this);
+    if (auto* ui = dynamic_cast<ZVQtUserInterface*>(ZVUserInterface::sharedIfInstalled())) {
+        ui->notifications().setFallback([this](const QString& title, const QString& text) {
+            if (_statusItemController) _statusItemController->showMessage(title, text);
+        });
+    }
+    _keyboardShortcutManager = std::make_unique<ZVKeyboardShortcutManager>(*this, [this] { postTime(); });
+    ZVActionCenter::shared().installHandlers();
+
+    const ZVNorvoPreferences preferences = ZVNorvoPreferences::shared();
+    // Without a tray to come back from, a hidden window would leave no way in.
+    if (preferences.mainWindowIsVisible() || !QSystemTrayIcon::isSystemTrayAvailable()) showTimerWindow();
+    if (preferences.isReceiptDrawerVisible()) _window->setLogDrawerShown(true);
+
+    auto& store = ZVPreferences::shared();
+    if (_showsReleaseNotes && !store.value(ZVNorvoPreferences::releaseNotesKey)) {
+        showReleaseNotes();
+        store.setBoolean(true, ZVNorvoPreferences::releaseNotesKey);
+        store.synchronize();
+    }
+
+    _idleTimeSource = std::make_unique<ZVX11IdleTimeSource>();
+    _idleTimeHandler = std::make_unique<ZVIdleTimeHandler>(*_idleTimeSource);
+    _idleTimeHandler->start();
+    _sleepObserver = new ZVSleepObserver(
+        [] { ZVNotificationCenter::shared().post(ZVWorkspaceWillSleepNotification); },
+        [] { ZVNotificationCenter::shared().post(ZVWorkspaceDidWakeNotification); }, this);
+
+    ZV_PERFORM_DELAYED_BLOCK(3.0, [] {
+        auto* center = ZVIntegrationCenter::sharedIfExists();
+        if (auto project = center ? center->currentProject() : nullptr)
+            ZVActionCenter::shared().showSystemNotification(project);
+    });
+}
+
+void ZVNorvoAppDelegate::updateMainWindowLevel() {
+    if (_window) _window->setKeptAboveOtherWindows(ZVNorvoPreferences::shared().keepMainWindowAboveOtherWindows());
+}
+
+ZVNorvoAppDelegate::TerminateReply ZVNorvoAppDelegate::applicationShouldTerminate() {
+    const bool visible = _window && _window->isVisible();
+    ZVPreferences::shared().perform(
+        [visible](ZVPreferences& store) { ZVNorvoPreferences(store).setMainWindowIsVisible(visible); });
+
+    auto& center = ZVIntegrationCenter::shared();
+    if (ZVNorvoPreferences::shared().warnsAboutUnpostedTimesBeforeQuitting()) {
+        std::vector<std::shared_ptr<ZVIntegration>> integrations;
+        {
+            std::lock_guard<std::recursive_mutex> guard(center.lock());
+            integrations = center.integrations();
+        }
+        bool unposted = false;
+        for (const auto& integration : integrations) {
+            if (integration->containsProjectWithUnpostedTime()) {
+                unposted = true;
+                break;
+            }
+        }
+        if (unposted) {
+            const auto answer = runAlert(
+                ZVLocalizedString("You have some projects with tracked time that is not posted. Do you wish to "
+                                  "quit anyway?"),
+                {}, {ZVLocalizedString("Cancel"), ZVLocalizedString("Quit")});
+            if (answer.buttonIndex == 0) return TerminateReply::terminateCancel;
+        }
+    }
+
+    if (center.synchronizationIsInProgress()) {
+        center.setTerminateAfterSyncing(true);
+        ZVLog([] { return std::string("Quitting after the running synchronization"); });
+        return TerminateReply::terminateLater;
+    }
+    return TerminateReply::terminateNow;
+}
+
+void ZVNorvoAppDelegate::terminate() {
+    if (_didTerminate) return;
+    if (applicationShouldTerminate() == TerminateReply::terminateNow) finishTermination();
+}
+
+void ZVNorvoAppDelegate::finishTermination() {
+    if (_didTerminate) return;
+    _didTerminate = true;
+    ZVNotificationCenter::shared().post(ZVApplicationWillTerminateNotification);
+    if (_statusItemController) _statusItemController->statusItem().hide();
+    QCoreApplication::quit();
+}
+
+void ZVNorvoAppDelegate::showTimerWindow() {
+    if (!_window) return;
+    _window->show();
+    _window->raise();
+    _window->activateWindow();
+}
+
+void ZVNorvoAppDelegate::addIntegration() {
+    showTimerWindow();
+    runAlert(ZVLocalizedString("Adding accounts is not available in this version."),
+             ZVLocalizedString("Local projects can be added from the project menu with \"Add Project...\"."), {});
+}
+
+void ZVNorvoAppDelegate::editIntegration(const std::shared_ptr<ZVIntegration>& integration) {
+    showTimerWindow();
+    (void)integration;
+    runAlert(ZVLocalizedString("Editing accounts is not available in this version."), {}, {});
+}
+
+void ZVNorvoAppDelegate::manageNorvoProjects() {
+    showTimerWindow();
+    runAlert(ZVLocalizedString("Managing projects is not available in this version."),
+             ZVLocalizedString("Projects can be added from the project menu and removed with \"Remove '%@'...\"."), {});
+}
+
+void ZVNorvoAppDelegate::showAbout() {
+    QMessageBox::about(_window.get(), localized("About Norvo"),
+                       QStringLiteral("<b>Norvo</b> %1<br>%2")
+                           .arg(QStringLiteral(NORVO_VERSION), localized("A personal time tracker.")));
+}
+
+ZVPreferencesWindow* ZVNorvoAppDelegate::preferencesWindow() {
+    if (!_preferencesWindow) {
+        ZVPreferencesWindow::Hooks hooks;
+        hooks.statusItemChanged = [this] {
+            if (_statusItemController) _statusItemController->updateItemWidth();
+        };
+        hooks.updateMainWindowLevel = [this] { updateMainWindowLevel(); };
+        hooks.hotKeysChanged = [this] {
+            if (_keyboardShortcutManager) _keyboardShortcutManager->_reregisterKeyCombo();
+        };
+        if (_keyboardShortcutManager && !_keyboardShortcutManager->isAvailable())
+            hooks.hotKeysUnavailableReason = _keyboardShortcutManager->unavailableReason();
+        hooks.relaunchRequested = [this] {
+            ZVHeartBeat::sharedHeartBeat().stop();
+            ZVIntegrationCenter::shared().save();
+            updateMainWindowLevel();
+            runAlert(ZVLocalizedFormat("%@ will now quit. Please, launch it again manually.",
+                                       {QCoreApplication::applicationName().toStdString()}),
+                     {}, {ZVLocalizedString("OK")});
+            ZVPreferences::shared().synchronize();
+            std::_Exit(0);
+        };
+        _preferencesWindow = std::make_unique<ZVPreferencesWindow>(hooks);
+        for (int i = 0; i < 5; ++i) {
+            ZVShortcutRecorder* recorder = _preferencesWindow->recorder(i);
+            const QString name = recorder->autosaveName();
+            recorder->setValidator([name](const ZVKeyCombo& combo) { return hotKeyRefusal(combo, name); });
+        }
+    }
+    return _preferencesWindow.get();
+}
+
+QString ZVNorvoAppDelegate::hotKeyRefusal(const ZVKeyCombo& combo, const QString& autosaveName) {
+    struct MenuShortcut {
+        ZVKeyCombo combo;
+        const char* title;
+    };
+    const MenuShortcut menuShortcuts[] = {{{Qt::Key_Q, Qt::ControlModifier}, "Quit Norvo"},
+                                          {{Qt::Key_Comma, Qt::ControlModifier}, "Preferences..."}};
+    for (const MenuShortcut& shortcut : menuShortcuts) {
+        if (shortcut.combo == combo)
+            return QString::fromStdString(
+                ZVLocalizedFormat("This shortcut is used by the menu item \"%@\".", {ZVLocalizedString(shortcut.title)}));
+    }
+    for (const auto& definition : ZVKeyboardShortcutManager::definitions) {
+        const QString other = QString::fromUtf8(definition.autosaveName);
+        if (other != autosaveName && ZVKeyCombo::load(other) == combo)
+            return localized("This shortcut is already used by another Norvo shortcut.");
+    }
+    return {};
+}
+
+void ZVNorvoAppDelegate::showPreferences() {
+    ZVPreferencesWindow* window = preferencesWindow();
+    window->show();
+    window->raise();
+    window->activateWindow();
+}
+
+void ZVNorvoAppDelegate::showHelp() { ZVUserInterface::shared().openURL(helpAddress); }
+
+void ZVNorvoAppDelegate::showReleaseNotes() {
+    QDialog dialog(_window && _window->isVisible() ? _window.get() : nullptr);
+    dialog.setWindowTitle(localized("What's New in Norvo"));
+    auto* layout = new QVBoxLayout(&dialog);
+    auto* text = new QLabel(localized("Norvo keeps one timer running against your current project. Pick a project "
+                                      "from the project menu or find it with the quick search, start the timer, "
+                                      "and say what you are working on."));
+    text->setWordWrap(true);
+    text->setMinimumWidth(360);
+    layout->addWidget(text);
+    auto* buttons = new QDialogButtonBox(&dialog);
+    QPushButton* notes = buttons->addButton(localized("Release Notes"), QDialogButtonBox::ActionRole);
+    QPushButton* done = buttons->addButton(localized("Done"), QDialogButtonBox::AcceptRole);
+    done->setDefault(true);
+    connect(notes, &QPushButton::clicked, &dialog, [] { ZVUserInterface::shared().openURL(releaseNotesAddress); });
+    connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
+    layout->addWidget(buttons);
+    dialog.exec();
+}
+
+void ZVNorvoAppDelegate::showQuickSearch() {
+    if (_statusItemController && QSystemTrayIcon::isSystemTrayAvailable()) {
+        _statusItemController->showQuickSearch();
+    } else {
+        showTimerWindow();
+    }
+}
+
+void ZVNorvoAppDelegate::timeEntryTextHasChanged() {
+    if (_window) ZVActionCenter::shared().timeEntryTextHasChanged(_window->currentTaskName());
+}
+
+void ZVNorvoAppDelegate::postTime() {
+    ZVActionCenter::shared().postTime(_window ? _window->currentTaskName() : std::string());
+}
+
+void ZVNorvoAppDelegate::clearCurrentTaskTextField() {
+    if (_window) _window->setCurrentTaskName({});
+}
+
+ZVIntegrationProjectMenuItemTarget* ZVNorvoAppDelegate::projectListTarget() {
+    return _window ? _window->projectListPopUpButton() : nullptr;
+}
+
+std::shared_ptr<ZVMenu> ZVNorvoAppDelegate::debugMenu() {
+    auto menu = std::make_shared<ZVMenu>(ZVLocalizedString("Debug"));
+    auto& logging = menu->addItem(ZVLocalizedString("Debug Logging"), "toggleDebugLog",
+                                  [](const ZVMenuItem&) { ZVLogSetEnabled(!ZVLogIsEnabled()); });
+    logging.state = ZVLogIsEnabled() ? ZVMenuItem::State::on : ZVMenuItem::State::off;
+    return menu;
+}

@@ -1,0 +1,193 @@
+#include "app/ZVNorvoMainWindow.h"
+
+#include <QButtonGroup>
+#include <QCloseEvent>
+#include <QFileDialog>
+#include <QFontDatabase>
+#include <QHBoxLayout>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QStandardPaths>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+#include "ZVLocalization.h"
+#include "app/ZVApplicationCommands.h"
+#include "app/ZVTimerViewController.h"
+#include "core/actions/ZVActionCenter.h"
+#include "core/heart_beat/ZVHeartBeat.h"
+#include "ui_elements/ZVHeartBeatStateButton.h"
+#include "ui_elements/ZVProjectPopUpButton.h"
+#include "ui_elements/ZVTimeTextField.h"
+
+namespace {
+QString localized(const char* english) { return QString::fromStdString(ZVLocalizedString(english)); }
+
+constexpr const char* panelStyle = R"(
+ZVNorvoMainWindow { background-color: #2d2f33; }
+QLabel#timeTextField { color: white; }
+QLineEdit#currentTaskTextField { color: white; background: transparent; border: 1px solid rgba(255,255,255,0.3);
+  border-radius: 4px; padding: 3px; font-weight: bold; }
+QPushButton#projectListPopUpButton { color: white; background: rgba(0,0,0,0.2); border: 1px solid rgba(255,255,255,0.3);
+  border-radius: 5px; padding: 4px 8px; text-align: left; }
+QToolButton { color: white; background: rgba(0,0,0,0.2); border: 1px solid rgba(255,255,255,0.3); border-radius: 5px;
+  padding: 3px 6px; }
+QToolButton::menu-indicator { image: none; }
+QPushButton#startStopButton { color: white; background: rgba(0,0,0,0.25); border: 1px solid rgba(255,255,255,0.4);
+  border-radius: 5px; padding: 4px 12px; font-weight: bold; }
+QPushButton#startStopButton[beating="true"] { background: #e5002e; }
+QPlainTextEdit#logText { background: #fbfbf6; color: #222; border: none; }
+)";
+}  // namespace
+
+ZVNorvoMainWindow::ZVNorvoMainWindow(ZVApplicationCommands& commands, QWidget* parent)
+    : QWidget(parent), _commands(commands) {
+    setObjectName(QStringLiteral("mainWindow"));
+    setWindowTitle(QStringLiteral("Norvo"));
+    setStyleSheet(QString::fromUtf8(panelStyle));
+    setAttribute(Qt::WA_StyledBackground);
+
+    _projectListPopUpButton = new ZVProjectPopUpButton(commands, this);
+    _addIntegrationButton = new QToolButton(this);
+    _addIntegrationButton->setObjectName(QStringLiteral("addIntegrationButton"));
+    _addIntegrationButton->setText(QStringLiteral("+"));
+    _addIntegrationButton->setToolTip(localized("Add Account..."));
+    connect(_addIntegrationButton, &QToolButton::clicked, this, [this] { _commands.addIntegration(); });
+
+    _timeTextField = new ZVTimeTextField(this);
+    QFont clockFont = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    clockFont.setPixelSize(34);
+    clockFont.setBold(true);
+    _timeTextField->setFont(clockFont);
+    _timeTextField->setEditTimeHandler([] { ZVActionCenter::shared().showTimeEditing(); });
+
+    _startStopButton = new QPushButton(this);
+    _startStopButton->setObjectName(QStringLiteral("startStopButton"));
+    _startStopButton->setFocusPolicy(Qt::NoFocus);
+    connect(_startStopButton, &QPushButton::clicked, this, [] { ZVActionCenter::shared().toggleTimer(); });
+
+    _currentTaskTextField = new QLineEdit(this);
+    _currentTaskTextField->setObjectName(QStringLiteral("currentTaskTextField"));
+    _currentTaskTextField->setPlaceholderText(localized("What are you working on?"));
+    connect(_currentTaskTextField, &QLineEdit::editingFinished, this, [this] { _commands.timeEntryTextHasChanged(); });
+
+    _timerViewController = new ZVTimerViewController(commands, this);
+
+    _logButton = new QToolButton(this);
+    _logButton->setText(localized("Log"));
+    _logButton->setCheckable(true);
+    connect(_logButton, &QToolButton::toggled, this, [this](bool shown) {
+        _logDrawer->setVisible(shown);
+        adjustSize();
+        Q_EMIT logDrawerToggled(shown);
+    });
+
+    // The log drawer: the receipt of the current project for a period.
+    _logDrawer = new QWidget(this);
+    auto* drawerLayout = new QVBoxLayout(_logDrawer);
+    drawerLayout->setContentsMargins(0, 0, 0, 0);
+    auto* periods = new QHBoxLayout();
+    _periodGroup = new QButtonGroup(this);
+    const char* periodTitles[] = {"30 Days", "7 Days", "Today"};
+    for (int segment = 0; segment < 3; ++segment) {
+        auto* button = new QToolButton(_logDrawer);
+        button->setText(localized(periodTitles[segment]));
+        button->setCheckable(true);
+        _periodGroup->addButton(button, segment);
+        periods->addWidget(button);
+    }
+    _periodGroup->button(2)->setChecked(true);
+    connect(_periodGroup, &QButtonGroup::idClicked, this, [this] { Q_EMIT timePeriodChanged(); });
+    periods->addStretch();
+    auto* clear = new QToolButton(_logDrawer);
+    clear->setText(localized("Clear"));
+    connect(clear, &QToolButton::clicked, this, [this] { Q_EMIT clearLogRequested(); });
+    auto* exportButton = new QToolButton(_logDrawer);
+    exportButton->setText(localized("Export..."));
+    connect(exportButton, &QToolButton::clicked, this, [this] { Q_EMIT exportLogRequested(); });
+    periods->addWidget(clear);
+    periods->addWidget(exportButton);
+    drawerLayout->addLayout(periods);
+    _logText = new QPlainTextEdit(_logDrawer);
+    _logText->setObjectName(QStringLiteral("logText"));
+    _logText->setReadOnly(true);
+    _logText->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    _logText->setMinimumHeight(180);
+    drawerLayout->addWidget(_logText);
+    _logDrawer->hide();
+
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(12, 12, 12, 12);
+    layout->setSpacing(8);
+    auto* top = new QHBoxLayout();
+    top->addWidget(_projectListPopUpButton, 1);
+    top->addWidget(_addIntegrationButton);
+    top->addSpacing(12);
+    layout->addLayout(top);
+    auto* clock = new QHBoxLayout();
+    clock->addWidget(_timeTextField, 1);
+    clock->addWidget(_startStopButton);
+    layout->addLayout(clock);
+    layout->addWidget(_currentTaskTextField);
+    layout->addWidget(_timerViewController);
+    auto* bottom = new QHBoxLayout();
+    bottom->addStretch();
+    bottom->addWidget(_logButton);
+    layout->addLayout(bottom);
+    layout->addWidget(_logDrawer);
+    layout->setSizeConstraint(QLayout::SetFixedSize);
+    setMinimumWidth(340);
+
+    _heartBeatStateButton = new ZVHeartBeatStateButton(this);
+    _observations.push_back(ZVNotificationCenter::shared().addObserver(
+        ZVHeartBeatStateDidChangeNotification, [this](const ZVNotification&) { _updateStartStopButton(); }));
+    _updateStartStopButton();
+}
+
+ZVNorvoMainWindow::~ZVNorvoMainWindow() {
+    for (auto token : _observations) ZVNotificationCenter::shared().removeObserver(token);
+}
+
+void ZVNorvoMainWindow::_updateStartStopButton() {
+    const bool beating = ZVHeartBeat::sharedHeartBeat().isBeating();
+    _startStopButton->setText(beating ? localized("Stop") : localized("Start"));
+    _startStopButton->setProperty("beating", beating);
+    _startStopButton->style()->unpolish(_startStopButton);
+    _startStopButton->style()->polish(_startStopButton);
+}
+
+void ZVNorvoMainWindow::setKeptAboveOtherWindows(bool above) {
+    if (testAttribute(Qt::WA_WState_Created) && windowFlags().testFlag(Qt::WindowStaysOnTopHint) == above) return;
+    const bool visible = isVisible();
+    setWindowFlag(Qt::WindowStaysOnTopHint, above);
+    if (visible) show();
+}
+
+bool ZVNorvoMainWindow::isLogDrawerShown() const { return _logButton->isChecked(); }
+
+void ZVNorvoMainWindow::setLogDrawerShown(bool shown) { _logButton->setChecked(shown); }
+
+void ZVNorvoMainWindow::setLogText(const std::string& text) { _logText->setPlainText(QString::fromStdString(text)); }
+
+std::string ZVNorvoMainWindow::currentTaskName() const { return _currentTaskTextField->text().toStdString(); }
+
+void ZVNorvoMainWindow::setCurrentTaskName(const std::string& name) {
+    _currentTaskTextField->setText(QString::fromStdString(name));
+}
+
+int ZVNorvoMainWindow::selectedTimePeriod() const { return _periodGroup->checkedId(); }
+
+std::optional<std::string> ZVNorvoMainWindow::chooseCSVExportPath(const std::string& suggestedName) {
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+    const QString path = QFileDialog::getSaveFileName(this, localized("Export Log"),
+                                                      folder + QLatin1Char('/') + QString::fromStdString(suggestedName),
+                                                      QStringLiteral("CSV (*.csv)"));
+    if (path.isEmpty()) return std::nullopt;
+    return path.toStdString();
+}
+
+void ZVNorvoMainWindow::closeEvent(QCloseEvent* event) {
+    hide();
+    event->ignore();
+}

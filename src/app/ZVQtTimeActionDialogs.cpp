@@ -1,0 +1,195 @@
+#include "app/ZVQtTimeActionDialogs.h"
+
+#include <QComboBox>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QMenu>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QVBoxLayout>
+
+#include "ZVLocalization.h"
+#include "core/actions/ZVTimeEditor.h"
+#include "core/actions/ZVTimeMover.h"
+#include "core/actions/ZVTimeRounder.h"
+#include "core/integrations/ZVIntegration.h"
+#include "core/integrations/center/ZVIntegrationCenter.h"
+#include "core/integrations/helper/ZVIntegrationProject.h"
+#include "core/integrations/local/ZVNorvoIntegration.h"
+#include "core/ui/ZVMenu.h"
+#include "ui_elements/ZVMenuRenderer.h"
+
+namespace {
+
+QString localized(const char* english) { return QString::fromStdString(ZVLocalizedString(english)); }
+
+QWidget* parentFor(QWidget* preferred) { return preferred && preferred->isVisible() ? preferred : nullptr; }
+
+QSpinBox* timeField(std::uint64_t value, int maximum, const QString& name) {
+    auto* field = new QSpinBox();
+    field->setObjectName(name);
+    field->setRange(0, maximum);
+    field->setValue(static_cast<int>(std::min<std::uint64_t>(value, static_cast<std::uint64_t>(maximum))));
+    return field;
+}
+
+// The project menu of a dialog: its choice goes to a function.
+class ChoiceTarget final : public ZVIntegrationProjectMenuItemTarget {
+public:
+    explicit ChoiceTarget(std::function<void(const std::shared_ptr<ZVIntegrationProject>&)> choose)
+        : _choose(std::move(choose)) {}
+    void selectProject(const ZVMenuItem& item) override { _choose(item.representedProject()); }
+
+private:
+    std::function<void(const std::shared_ptr<ZVIntegrationProject>&)> _choose;
+};
+
+std::shared_ptr<ZVMenu> projectSelectionMenu(ZVIntegrationProjectMenuItemTarget* target,
+                                             const std::shared_ptr<ZVIntegrationProject>& selected) {
+    auto menu = std::make_shared<ZVMenu>();
+    auto local = std::make_shared<ZVMenuItem>(ZVLocalizedString("Projects"));
+    local->submenu = ZVNorvoIntegration::sharedIntegration()->integrationMenu(target, selected, false);
+    menu->addItem(local);
+    menu->addSeparator();
+    const auto integrations = ZVIntegrationCenter::shared().integrations();
+    for (const auto& integration : integrations) {
+        auto item = std::make_shared<ZVMenuItem>(integration->name());
+        item->submenu = integration->integrationMenu(target, selected, false);
+        menu->addItem(item);
+    }
+    if (integrations.empty()) menu->addItem(ZVLocalizedString("No Accounts"), "absurdium");
+    return menu;
+}
+
+}  // namespace
+
+void ZVQtTimeActionDialogs::runTimeMover(ZVTimeMover& mover) {
+    QDialog dialog(parentFor(_parentWindow));
+    dialog.setObjectName(QStringLiteral("timeMoverDialog"));
+    dialog.setWindowTitle(QString::fromStdString(mover.confirmButtonTitle()));
+    auto* layout = new QVBoxLayout(&dialog);
+
+    auto* projectButton = new QPushButton(&dialog);
+    projectButton->setObjectName(QStringLiteral("projectPopUp"));
+    auto* projectMenu = new QMenu(projectButton);
+    projectButton->setMenu(projectMenu);
+    ChoiceTarget target([&](const std::shared_ptr<ZVIntegrationProject>& project) {
+        mover.selectProject(project);
+        projectButton->setText(QString::fromStdString(mover.projectPopUpTitle()));
+    });
+    ZVMenuRenderer::rebuildOnOpening(*projectMenu,
+                                     [&] { return projectSelectionMenu(&target, mover.selectedProject()); });
+    projectButton->setText(QString::fromStdString(mover.projectPopUpTitle()));
+
+    auto* hours = timeField(0, 99, QStringLiteral("hours"));
+    auto* minutes = timeField(0, 59, QStringLiteral("minutes"));
+    auto* seconds = timeField(0, 59, QStringLiteral("seconds"));
+    auto* amount = new QHBoxLayout();
+    for (auto [field, unit] : {std::pair{hours, "h"}, std::pair{minutes, "m"}, std::pair{seconds, "s"}}) {
+        amount->addWidget(field);
+        amount->addWidget(new QLabel(QString::fromUtf8(unit)));
+    }
+    auto* allTime = new QPushButton(localized("All Time"));
+    allTime->setObjectName(QStringLiteral("allTimeButton"));
+    amount->addWidget(allTime);
+    QObject::connect(allTime, &QPushButton::clicked, &dialog, [&] {
+        if (auto all = mover.selectAllTime()) {
+            hours->setValue(static_cast<int>(std::min<std::uint64_t>(all->hours, 99)));
+            minutes->setValue(static_cast<int>(all->minutes));
+            seconds->setValue(static_cast<int>(all->seconds));
+        }
+    });
+
+    auto* form = new QFormLayout();
+    form->addRow(localized("Project:"), projectButton);
+    form->addRow(localized("Time:"), amount);
+    layout->addLayout(form);
+
+    auto* buttons = new QDialogButtonBox(&dialog);
+    QPushButton* cancel = buttons->addButton(localized("Cancel"), QDialogButtonBox::RejectRole);
+    QPushButton* confirm = buttons->addButton(QString::fromStdString(mover.confirmButtonTitle()),
+                                              QDialogButtonBox::AcceptRole);
+    confirm->setObjectName(QStringLiteral("confirmButton"));
+    cancel->setObjectName(QStringLiteral("cancelButton"));
+    confirm->setDefault(true);
+    QObject::connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
+    QObject::connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
+    layout->addWidget(buttons);
+
+    if (dialog.exec() == QDialog::Accepted) {
+        mover.confirm({static_cast<std::uint64_t>(hours->value()), static_cast<std::uint64_t>(minutes->value()),
+                       static_cast<std::uint64_t>(seconds->value())});
+    } else {
+        mover.cancel();
+    }
+}
+
+void ZVQtTimeActionDialogs::runTimeRounding(ZVTimeRounder& rounder) {
+    QDialog dialog(parentFor(_parentWindow));
+    dialog.setObjectName(QStringLiteral("timeRoundingDialog"));
+    dialog.setWindowTitle(localized("Round Time"));
+    auto* layout = new QVBoxLayout(&dialog);
+    if (rounder.project())
+        layout->addWidget(new QLabel(QString::fromStdString(rounder.project()->fullProjectPath())));
+
+    auto* direction = new QComboBox();
+    direction->setObjectName(QStringLiteral("directionPopUp"));
+    direction->addItems({localized("Nearest"), localized("Up"), localized("Down")});
+    auto* duration = new QComboBox();
+    duration->setObjectName(QStringLiteral("durationPopUp"));
+    for (std::uint64_t seconds : ZVTimeRounder::durations)
+        duration->addItem(QString::fromStdString(ZVLocalizedFormat("%@ minutes", {std::to_string(seconds / 60)})));
+    auto* form = new QFormLayout();
+    form->addRow(localized("Round:"), direction);
+    form->addRow(localized("To a multiple of:"), duration);
+    layout->addLayout(form);
+
+    auto* buttons = new QDialogButtonBox(&dialog);
+    buttons->addButton(localized("Cancel"), QDialogButtonBox::RejectRole)->setObjectName(QStringLiteral("cancelButton"));
+    QPushButton* done = buttons->addButton(localized("Done"), QDialogButtonBox::AcceptRole);
+    done->setObjectName(QStringLiteral("doneButton"));
+    done->setDefault(true);
+    QObject::connect(buttons, &QDialogButtonBox::accepted, &dialog, [&] {
+        if (rounder.roundTime(direction->currentIndex(), duration->currentIndex())) dialog.accept();
+    });
+    QObject::connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
+    layout->addWidget(buttons);
+    dialog.exec();
+}
+
+void ZVQtTimeActionDialogs::runTimeEditor(ZVTimeEditor& editor) {
+    QDialog dialog(parentFor(_parentWindow));
+    dialog.setObjectName(QStringLiteral("timeEditorDialog"));
+    dialog.setWindowTitle(localized("Edit Time"));
+    auto* layout = new QVBoxLayout(&dialog);
+    if (editor.project()) layout->addWidget(new QLabel(QString::fromStdString(editor.project()->fullProjectPath())));
+
+    // Any number not below 0: 90 minutes stays 90 minutes. The spin boxes'
+    // arrow keys add and subtract 1 and stop at 0.
+    const ZVHoursMinutesSeconds& fields = editor.fields();
+    auto* hours = timeField(fields.hours, 999999, QStringLiteral("hours"));
+    auto* minutes = timeField(fields.minutes, 999999, QStringLiteral("minutes"));
+    auto* seconds = timeField(fields.seconds, 999999, QStringLiteral("seconds"));
+    auto* form = new QFormLayout();
+    form->addRow(localized("Hours:"), hours);
+    form->addRow(localized("Minutes:"), minutes);
+    form->addRow(localized("Seconds:"), seconds);
+    layout->addLayout(form);
+
+    auto* buttons = new QDialogButtonBox(&dialog);
+    buttons->addButton(localized("Cancel"), QDialogButtonBox::RejectRole)->setObjectName(QStringLiteral("cancelButton"));
+    QPushButton* done = buttons->addButton(localized("Done"), QDialogButtonBox::AcceptRole);
+    done->setObjectName(QStringLiteral("doneButton"));
+    done->setDefault(true);
+    QObject::connect(buttons, &QDialogButtonBox::accepted, &dialog, [&] {
+        editor.done(hours->value(), minutes->value(), seconds->value());
+        dialog.accept();
+    });
+    QObject::connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
+    layout->addWidget(buttons);
+    hours->setFocus();
+    dialog.exec();
+}

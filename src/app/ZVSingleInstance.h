@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+class QLocalServer;
+
+/// Keeps one running Norvo per user, so that no two processes write the
+/// same database and preferences. The first start holds an exclusive lock on
+/// a file in the runtime directory for as long as it runs and listens on a
+/// local socket beside it; a later start finds the lock taken, asks the
+/// running one through the socket to bring its window to the front, and
+/// quits. The lock dies with its process, so a crash leaves nothing stale.
+class ZVSingleInstance : public QObject {
+    Q_OBJECT
+public:
+    /// Lock and socket live in `runtimeDirectory`; the default is
+    /// $XDG_RUNTIME_DIR, or a private folder below the temporary directory.
+    explicit ZVSingleInstance(QString runtimeDirectory = defaultRuntimeDirectory(), QObject* parent = nullptr);
+    ~ZVSingleInstance() override;
+    ZVSingleInstance(const ZVSingleInstance&) = delete;
+    ZVSingleInstance& operator=(const ZVSingleInstance&) = delete;
+
+    /// Takes the lock and starts listening; false when another process
+    /// holds the lock (or it cannot be taken at all).
+    bool becomePrimaryInstance();
+    bool isPrimaryInstance() const { return _lockDescriptor >= 0; }
+
+    /// Asks the running instance to come to the front; false when it could
+    /// not be reached within the timeout.
+    bool activateRunningInstance(int timeoutMilliseconds = 3000) const;
+
+    QString lockFilePath() const;
+    QString socketPath() const;
+
+    static QString defaultRuntimeDirectory();
+
+Q_SIGNALS:
+    /// A later start asked this one to bring its window to the front.
+    void activationRequested();
+
+private:
+    void _readRequest();
+
+    QString _runtimeDirectory;
+    int _lockDescriptor = -1;
+    QLocalServer* _server = nullptr;
+};

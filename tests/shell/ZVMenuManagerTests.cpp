@@ -1,0 +1,145 @@
+#include "ShellTestEnvironment.h"
+#include "app/ZVApplicationCommands.h"
+#include "app/ZVMenuManager.h"
+#include "core/ui/ZVMenu.h"
+
+namespace {
+
+class RecordingCommands : public ZVApplicationCommands, public ZVIntegrationProjectMenuItemTarget {
+public:
+    void showTimerWindow() override { ++windowShown; }
+    void addIntegration() override {}
+    void editIntegration(const std::shared_ptr<ZVIntegration>&) override {}
+    void manageNorvoProjects() override {}
+    void showAbout() override {}
+    void showPreferences() override {}
+    void showHelp() override {}
+    void showReleaseNotes() override {}
+    void showQuickSearch() override {}
+    void terminate() override { ++terminated; }
+    void timeEntryTextHasChanged() override {}
+    ZVIntegrationProjectMenuItemTarget* projectListTarget() override { return this; }
+    std::shared_ptr<ZVMenu> debugMenu() override {
+        auto menu = std::make_shared<ZVMenu>();
+        menu->addItem("Debug Logging", "toggleDebugLog", [](const ZVMenuItem&) {});
+        return menu;
+    }
+    void selectProject(const ZVMenuItem& item) override {
+        ZVIntegrationCenter::shared().setCurrentProject(item.representedProject());
+    }
+
+    int windowShown = 0;
+    int terminated = 0;
+};
+
+std::vector<std::string> titles(const ZVMenu& menu) {
+    std::vector<std::string> result;
+    for (const auto& item : menu.items) result.push_back(item->isSeparator ? "-" : item->title);
+    return result;
+}
+
+class ZVMenuManagerTest : public ShellFixture {
+protected:
+    ZVMenuManagerTest() { ZVMenuManager::shared().setCommands(&commands); }
+    ~ZVMenuManagerTest() override { ZVMenuManager::shared().setCommands(nullptr); }
+
+    static constexpr ZVMenuManager::ApplicationMenuVisibility statusItem{true, true, true, true};
+    static constexpr ZVMenuManager::ApplicationMenuVisibility gear{false, false, false, true};
+    static constexpr ZVMenuManager::ApplicationMenuVisibility dock{true, true, true, false};
+
+    RecordingCommands commands;
+};
+
+}  // namespace
+
+TEST_F(ZVMenuManagerTest, StatusMenuWithoutProjectOrAccounts) {
+    const auto menu = ZVMenuManager::shared().applicationMenu(statusItem);
+    EXPECT_EQ(titles(*menu), (std::vector<std::string>{
+                                 "Start", "Reset Timer...", "-", "Current Project: (none)", "-", "Recent Projects",
+                                 "-", "Projects", "-", "No Accounts", "Add Account...", "-", "-", "Show Main Window",
+                                 "-", "About Norvo", "Debug", "Release Notes", "Norvo Help", "-", "Preferences...",
+                                 "-", "Quit Norvo"}));
+    EXPECT_FALSE(menu->itemWithTitle("Current Project: (none)")->isEnabled());
+    EXPECT_FALSE(menu->itemWithTitle("No Accounts")->isEnabled());
+    const auto& recents = menu->itemWithTitle("Recent Projects")->submenu;
+    ASSERT_EQ(recents->size(), 1u);
+    EXPECT_EQ(recents->items[0]->title, "No Recent Projects");
+    EXPECT_FALSE(recents->items[0]->isEnabled());
+
+    menu->itemWithTitle("Quit Norvo")->perform();
+    EXPECT_EQ(commands.terminated, 1);
+}
+
+TEST_F(ZVMenuManagerTest, GearAndDockMenusShowTheirSections) {
+    const auto gearMenu = ZVMenuManager::shared().applicationMenu(gear);
+    EXPECT_EQ(titles(*gearMenu),
+              (std::vector<std::string>{"Current Project: (none)", "-", "Show Main Window", "-", "About Norvo", "Debug",
+                                        "Release Notes", "Norvo Help", "-", "Preferences...", "-", "Quit Norvo"}));
+    ASSERT_NE(gearMenu->itemWithTitle("Debug")->submenu, nullptr);
+    const auto dockMenu = ZVMenuManager::shared().applicationMenu(dock);
+    EXPECT_EQ(dockMenu->itemWithTitle("Quit Norvo"), nullptr);
+    EXPECT_NE(dockMenu->itemWithTitle("Start"), nullptr);
+}
+
+TEST_F(ZVMenuManagerTest, LocalCurrentProjectHasRoundAndEditButNoPosting) {
+    auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
+    project->setTimeWithoutSaving(600);
+    ZVIntegrationCenter::shared().setCurrentProject(project);
+
+    const auto menu = ZVMenuManager::shared().applicationMenu(statusItem);
+    EXPECT_NE(menu->itemWithTitle("Current Project: Website"), nullptr);
+    EXPECT_NE(menu->itemWithTitle("Round Timer..."), nullptr);
+    EXPECT_NE(menu->itemWithTitle("Edit Time..."), nullptr);
+    EXPECT_EQ(menu->itemWithTitle("Post time of current project"), nullptr);
+
+    const auto actions = ZVMenuManager::shared().actionMenu();
+    EXPECT_EQ(titles(*actions), (std::vector<std::string>{"Start Timer", "Reset Timer...", "-",
+                                                          "Move Time to Project...", "Move Time From Project...",
+                                                          "Copy Time to Project...", "Copy Time From Project...", "-",
+                                                          "Round Time...", "Edit Time..."}));
+    EXPECT_FALSE(actions->items[3]->isAlternate);
+    EXPECT_TRUE(actions->items[4]->isAlternate);
+}
+
+TEST_F(ZVMenuManagerTest, ActionMenuWithoutProjectHasOnlyTheNotice) {
+    const auto actions = ZVMenuManager::shared().actionMenu();
+    ASSERT_EQ(actions->size(), 1u);
+    EXPECT_EQ(actions->items[0]->title, "No Project Selected");
+    EXPECT_FALSE(actions->items[0]->isEnabled());
+}
+
+TEST_F(ZVMenuManagerTest, PostingItemsFollowTheTimeOfRemoteProjects) {
+    auto account = addAccount("Jira");
+    auto empty = addProject(account, "Empty");
+    auto tracked = addProject(account, "Tracked");
+    ZVIntegrationCenter::shared().setCurrentProject(empty);
+    auto actions = ZVMenuManager::shared().actionMenu();
+    EXPECT_EQ(actions->itemWithTitle("Post Time..."), nullptr) << "a project with time 0 has no post item";
+    EXPECT_EQ(actions->itemWithTitle("Post All Times..."), nullptr);
+    EXPECT_NE(ZVMenuManager::shared().applicationMenu(statusItem)->itemWithTitle("Post time of current project"),
+              nullptr);
+
+    tracked->setTimeWithoutSaving(90);
+    actions = ZVMenuManager::shared().actionMenu();
+    EXPECT_EQ(actions->itemWithTitle("Post Time..."), nullptr);
+    EXPECT_NE(actions->itemWithTitle("Post All Times..."), nullptr) << "another project has time";
+
+    const auto menu = ZVMenuManager::shared().applicationMenu(statusItem);
+    const auto* accountItem = menu->itemWithTitle("Jira");
+    ASSERT_NE(accountItem, nullptr);
+    ASSERT_NE(accountItem->submenu, nullptr);
+    EXPECT_EQ(menu->itemWithTitle("No Accounts"), nullptr);
+}
+
+TEST_F(ZVMenuManagerTest, RecentProjectsSelectThroughThePickerTarget) {
+    auto first = addProject(ZVNorvoIntegration::sharedIntegration(), "First");
+    auto second = addProject(ZVNorvoIntegration::sharedIntegration(), "Second");
+    ZVIntegrationCenter::shared().setCurrentProject(first);
+    ZVIntegrationCenter::shared().setCurrentProject(second);
+    const auto items = ZVMenuManager::shared().recentProjectsMenuItems();
+    ASSERT_EQ(items.size(), 2u);
+    EXPECT_EQ(items[0]->representedProject(), second);
+    EXPECT_EQ(items[0]->state, ZVMenuItem::State::on);
+    items[1]->perform();
+    EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), first);
+}

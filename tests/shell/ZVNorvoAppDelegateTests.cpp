@@ -1,0 +1,119 @@
+#include <QLineEdit>
+#include <QMenu>
+#include <QPushButton>
+
+#include "ShellTestEnvironment.h"
+#include "ZVPreferences.h"
+#include "app/ZVNorvoAppDelegate.h"
+#include "app/ZVNorvoMainWindow.h"
+#include "core/log_entries/ZVTimeLogEntry.h"
+#include "preferences/ZVNorvoPreferences.h"
+#include "testkit/ScriptedUserInterface.h"
+#include "ui_elements/ZVProjectPopUpButton.h"
+#include "ui_elements/ZVTimeTextField.h"
+
+namespace {
+
+class ZVNorvoAppDelegateTest : public ShellFixture {
+protected:
+    ZVNorvoAppDelegateTest() {
+        delegate = std::make_unique<ZVNorvoAppDelegate>(true);
+        delegate->setShowsReleaseNotes(false);
+        delegate->awakeFromNib();
+        delegate->applicationDidFinishLaunching();
+    }
+    ~ZVNorvoAppDelegateTest() override { delegate.reset(); }
+
+    ZVNorvoMainWindow& window() { return *delegate->window(); }
+
+    ScriptedUserInterface ui;
+    std::unique_ptr<ZVNorvoAppDelegate> delegate;
+};
+
+}  // namespace
+
+TEST_F(ZVNorvoAppDelegateTest, PickerReadsNoProjectUntilOneIsChosenFromItsMenu) {
+    ZVProjectPopUpButton& picker = *window().projectListPopUpButton();
+    EXPECT_EQ(picker.text(), QStringLiteral("No project selected"));
+    EXPECT_TRUE(picker.toolTip().isEmpty());
+
+    auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
+    const auto menu = picker.recreatedMenu();
+    ASSERT_GE(menu->size(), 5u);
+    EXPECT_EQ(menu->items[0]->title, "Projects");
+    EXPECT_EQ(menu->items.back()->title, "Add Account...");
+    EXPECT_NE(menu->itemWithTitle("No Accounts"), nullptr);
+    auto* item = menu->items[0]->submenu->itemWithTitle("Website — 00:00:00");
+    ASSERT_NE(item, nullptr);
+    item->perform();
+
+    EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), project);
+    EXPECT_EQ(picker.text(), QStringLiteral("Website"));
+    EXPECT_EQ(picker.toolTip(), QString::fromUtf8("Projects ➔ Website"));
+}
+
+TEST_F(ZVNorvoAppDelegateTest, StartStopButtonAndClockFollowTheHeartBeat) {
+    auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
+    project->setTimeWithoutSaving(3723);
+    ZVIntegrationCenter::shared().setCurrentProject(project);
+    EXPECT_EQ(window().timeTextField()->text(), QStringLiteral("01:02:03"));
+    EXPECT_EQ(window().startStopButton()->text(), QStringLiteral("Start"));
+    window().startStopButton()->click();
+    EXPECT_TRUE(ZVHeartBeat::sharedHeartBeat().isBeating());
+    EXPECT_EQ(window().startStopButton()->text(), QStringLiteral("Stop"));
+    window().startStopButton()->click();
+    EXPECT_FALSE(ZVHeartBeat::sharedHeartBeat().isBeating());
+}
+
+TEST_F(ZVNorvoAppDelegateTest, TaskTextJoinsTheLogOfAProjectWithTimeButNoLog) {
+    auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
+    project->setTimeWithoutSaving(600);
+    ZVIntegrationCenter::shared().setCurrentProject(project);
+    window().currentTaskTextField()->setText(QStringLiteral("Fixing the footer"));
+    Q_EMIT window().currentTaskTextField()->editingFinished();
+    auto entry = project->lastTimeLogEntry();
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(entry->text(), "Fixing the footer");
+}
+
+TEST_F(ZVNorvoAppDelegateTest, QuitWithUnpostedTimeAsksAndCancelKeepsRunning) {
+    ZVPreferences::shared().setBoolean(true, "KDWarnAboutUnpostedTimes");
+    auto account = addAccount("Jira");
+    addProject(account, "Tracked")->setTimeWithoutSaving(120);
+    window().hide();
+
+    ui.answerWith("Cancel");
+    EXPECT_EQ(delegate->applicationShouldTerminate(), ZVNorvoAppDelegate::TerminateReply::terminateCancel);
+    ASSERT_EQ(ui.alerts().size(), 1u);
+    EXPECT_EQ(ui.alerts()[0].messageText,
+              "You have some projects with tracked time that is not posted. Do you wish to quit anyway?");
+    EXPECT_EQ(ui.alerts()[0].buttons, (std::vector<std::string>{"Cancel", "Quit"}));
+    EXPECT_FALSE(ZVNorvoPreferences::shared().mainWindowIsVisible()) << "stored even though the quit was cancelled";
+
+    ui.answerWith("Quit");
+    EXPECT_EQ(delegate->applicationShouldTerminate(), ZVNorvoAppDelegate::TerminateReply::terminateNow);
+}
+
+TEST_F(ZVNorvoAppDelegateTest, QuitWithoutUnpostedTimeAsksNothing) {
+    ZVPreferences::shared().setBoolean(true, "KDWarnAboutUnpostedTimes");
+    addProject(addAccount("Jira"), "Empty");
+    window().show();
+    EXPECT_EQ(delegate->applicationShouldTerminate(), ZVNorvoAppDelegate::TerminateReply::terminateNow);
+    EXPECT_TRUE(ui.alerts().empty());
+    EXPECT_TRUE(ZVNorvoPreferences::shared().mainWindowIsVisible());
+}
+
+TEST_F(ZVNorvoAppDelegateTest, UnpostedTimeIsNotAskedAboutWhenTheSettingIsOff) {
+    addProject(addAccount("Jira"), "Tracked")->setTimeWithoutSaving(120);
+    EXPECT_EQ(delegate->applicationShouldTerminate(), ZVNorvoAppDelegate::TerminateReply::terminateNow);
+    EXPECT_TRUE(ui.alerts().empty());
+}
+
+TEST_F(ZVNorvoAppDelegateTest, KeepAboveOtherWindowsFollowsTheSetting) {
+    ZVPreferences::shared().setBoolean(true, "ZVKeepTimeWindowAboveOtherWindows");
+    delegate->updateMainWindowLevel();
+    EXPECT_TRUE(window().windowFlags().testFlag(Qt::WindowStaysOnTopHint));
+    ZVPreferences::shared().setBoolean(false, "ZVKeepTimeWindowAboveOtherWindows");
+    delegate->updateMainWindowLevel();
+    EXPECT_FALSE(window().windowFlags().testFlag(Qt::WindowStaysOnTopHint));
+}

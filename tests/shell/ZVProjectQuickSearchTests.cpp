@@ -1,0 +1,144 @@
+#include <QElapsedTimer>
+#include <QListWidget>
+
+#include "ShellTestEnvironment.h"
+#include "app/ZVApplicationCommands.h"
+#include "app/ZVMenuManager.h"
+#include "app/ZVTimerViewController.h"
+#include "core/ui/ZVMenu.h"
+#include "ui_elements/ZVProjectQuickSearch.h"
+
+namespace {
+
+std::vector<std::string> names(const std::vector<ZVIntegrationProject::Pointer>& projects) {
+    std::vector<std::string> result;
+    for (const auto& project : projects) result.push_back(project->name());
+    return result;
+}
+
+class NoCommands : public ZVApplicationCommands {
+public:
+    void showTimerWindow() override {}
+    void addIntegration() override {}
+    void editIntegration(const std::shared_ptr<ZVIntegration>&) override {}
+    void manageNorvoProjects() override {}
+    void showAbout() override {}
+    void showPreferences() override {}
+    void showHelp() override {}
+    void showReleaseNotes() override {}
+    void showQuickSearch() override {}
+    void terminate() override {}
+    void timeEntryTextHasChanged() override {}
+    ZVIntegrationProjectMenuItemTarget* projectListTarget() override { return nullptr; }
+    std::shared_ptr<ZVMenu> debugMenu() override { return std::make_shared<ZVMenu>(); }
+};
+
+class ZVProjectQuickSearchTest : public ShellFixture {
+protected:
+    ZVProjectQuickSearchTest() {
+        jira = addAccount("Jira");
+        website = addProject(jira, "Website");
+        design = addProject(jira, "Design", website);
+        build = addProject(jira, "Build", website);
+        mobile = addProject(jira, "Mobile App");
+        local = addProject(ZVNorvoIntegration::sharedIntegration(), "Website Notes");
+    }
+
+    std::shared_ptr<ZVShellTestIntegration> jira;
+    ZVIntegrationProject::Pointer website, design, build, mobile, local;
+};
+
+}  // namespace
+
+TEST(ZVProjectQuickSearchQuery, EverySpellingOfTheSeparatorBecomesTheArrow) {
+    struct Case {
+        const char* typed;
+        const char* normalized;
+    };
+    const Case cases[] = {
+        {"a > b", "a ➔ b"},   {"a >b", "a ➔ b"},      {"a> b", "a ➔ b"},   {"a>b", "a ➔ b"},
+        {"a  > b", "a  ➔ b"}, {"a>b>c", "a ➔ b ➔ c"}, {"plain", "plain"},  {">", " ➔ "},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(ZVProjectQuickSearch::normalizedQuery(c.typed), std::string(c.normalized)) << c.typed;
+}
+
+TEST_F(ZVProjectQuickSearchTest, FindsLeavesByAnyPartOfTheirPathNeverTheirParents) {
+    EXPECT_EQ(names(ZVProjectQuickSearch::searchAllProjects("website")),
+              (std::vector<std::string>{"Design", "Build", "Website Notes"}));
+    EXPECT_EQ(names(ZVProjectQuickSearch::searchAllProjects("JIRA")),
+              (std::vector<std::string>{"Design", "Build", "Mobile App"}));
+    EXPECT_EQ(names(ZVProjectQuickSearch::searchAllProjects("uil")), (std::vector<std::string>{"Build"}));
+}
+
+TEST_F(ZVProjectQuickSearchTest, TheFourSeparatorSpellingsFindTheSameLeaves) {
+    for (const char* query : {"website > b", "website >b", "website> b", "website>b"})
+        EXPECT_EQ(names(ZVProjectQuickSearch::searchAllProjects(query)), (std::vector<std::string>{"Build"})) << query;
+    EXPECT_TRUE(ZVProjectQuickSearch::searchAllProjects("website  > b").empty()) << "two spaces stay two spaces";
+}
+
+TEST_F(ZVProjectQuickSearchTest, LocalLeavesComeAfterAllRemoteResults) {
+    auto later = addAccount("Later Account");
+    addProject(later, "Website Later");
+    EXPECT_EQ(names(ZVProjectQuickSearch::searchAllProjects("web")),
+              (std::vector<std::string>{"Design", "Build", "Website Later", "Website Notes"}));
+}
+
+TEST_F(ZVProjectQuickSearchTest, IgnoresCaseBeyondASCII) {
+    addProject(ZVNorvoIntegration::sharedIntegration(), "Équipe Öffentlich");
+    EXPECT_EQ(names(ZVProjectQuickSearch::searchAllProjects("équipe ö")),
+              (std::vector<std::string>{"Équipe Öffentlich"}));
+}
+
+TEST_F(ZVProjectQuickSearchTest, ResultsListHasTwoLineRowsAndAWidthOfAtLeast220) {
+    NoCommands commands;
+    ZVMenuManager::shared().setCommands(&commands);
+    {
+        ZVTimerViewController panel(commands);
+        ZVSearchFieldWithResults& field = *panel.searchField();
+        field.setText(QStringLiteral("uil"));
+        ASSERT_EQ(field.results().size(), 1);
+        EXPECT_EQ(field.searchResultsWidth(), 220) << "short names still get 200 plus 20";
+        QListWidget* list = field.resultsList();
+        ASSERT_EQ(list->count(), 1);
+        EXPECT_EQ(list->item(0)->sizeHint().height(), 32);
+
+        field.setText(QStringLiteral("nothing like this"));
+        EXPECT_TRUE(field.results().isEmpty());
+        EXPECT_EQ(field.searchResultsWidth(), 220) << "no hit leaves the width as it was";
+
+        field.setText(QStringLiteral("website>build"));
+        ASSERT_EQ(field.results().size(), 1);
+        field.chooseResult(0);
+        EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), build);
+    }
+    ZVMenuManager::shared().setCommands(nullptr);
+}
+
+TEST_F(ZVProjectQuickSearchTest, AnswersWithinTenMillisecondsOverAHundredThousandLeaves) {
+    auto big = addAccount("Big");
+    // Built off the account and added at once: one save instead of thousands.
+    auto all = ZVIntegrationProject::create("All Clients", "all");
+    all->setIntegration(big);
+    for (int p = 0; p < 100; ++p) {
+        auto parent = ZVIntegrationProject::create("Client " + std::to_string(p), "c" + std::to_string(p));
+        parent->setIntegration(big);
+        all->addSubproject(parent);
+        for (int t = 0; t < 1000; ++t) {
+            auto ticket = ZVIntegrationProject::create("Ticket " + std::to_string(p * 1000 + t), std::to_string(t));
+            ticket->setIntegration(big);
+            parent->addSubproject(ticket);
+        }
+    }
+    big->addProject(all);
+    QElapsedTimer timer;
+    timer.start();
+    const auto results = ZVProjectQuickSearch::searchAllProjects("client 42 > ticket 4200");
+    const auto elapsed = timer.elapsed();
+    EXPECT_EQ(results.size(), 10u);  // tickets 42000 to 42009
+#ifdef NDEBUG
+    EXPECT_LT(elapsed, 10) << "milliseconds per keystroke";
+#else
+    RecordProperty("quickSearchMilliseconds", static_cast<int>(elapsed));
+#endif
+}

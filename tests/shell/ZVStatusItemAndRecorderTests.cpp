@@ -1,0 +1,107 @@
+#include <QKeyEvent>
+
+#include "ShellTestEnvironment.h"
+#include "ZVPreferences.h"
+#include "ui_elements/ZVKeyCombo.h"
+#include "ui_elements/ZVShortcutRecorder.h"
+#include "ui_elements/ZVStatusItemController.h"
+#include "ui_elements/ZVStatusItemView.h"
+
+TEST(ZVStatusItemView, ClockTextFollowsTheSecondsSetting) {
+    struct Case {
+        const char* time;
+        bool seconds;
+        const char* shown;
+    };
+    const Case cases[] = {
+        {"00:00:05", false, "00:00"}, {"00:00:05", true, "00:00:05"}, {"", true, "00:00:00"},
+        {"", false, "00:00"},         {"123:04:05", false, "123:04"},
+    };
+    for (const Case& c : cases) {
+        ZVStatusItemView view;
+        view.setTimeString(QString::fromUtf8(c.time));
+        view.setDisplaysSeconds(c.seconds);
+        EXPECT_EQ(view.displayedTimeString(), QString::fromUtf8(c.shown)) << c.time;
+    }
+}
+
+TEST(ZVStatusItemView, PillIsRedOnlyWhileRunningInColour) {
+    shellApplication();
+    ZVStatusItemView view;
+    const QPoint inside(4, ZVStatusItemView::iconSize / 2);
+    view.setBeating(true);
+    const QColor running = view.render().pixelColor(inside);
+    EXPECT_GT(running.red(), 200);
+    EXPECT_LT(running.green(), 40);
+    view.setUsesMonochromeColors(true);
+    const QColor monochrome = view.render().pixelColor(inside);
+    EXPECT_EQ(monochrome.red(), monochrome.green()) << "monochrome never turns red";
+    view.setUsesMonochromeColors(false);
+    view.setBeating(false);
+    EXPECT_EQ(view.pillColor(), monochrome.toRgb()) << "a stopped timer is grey";
+}
+
+class ZVStatusItemToolTipTest : public ShellFixture {};
+
+TEST_F(ZVStatusItemToolTipTest, ToolTipNamesTheProjectOrSaysNoProject) {
+    EXPECT_EQ(ZVStatusItemController::toolTipText(), QStringLiteral("No Project"));
+    auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
+    ZVIntegrationCenter::shared().setCurrentProject(project);
+    EXPECT_EQ(ZVStatusItemController::toolTipText(), QString::fromUtf8("Projects ➔ Website"));
+}
+
+TEST(ZVKeyCombo, StoredFormRoundTripsAndReadsTheOlderModifiersKey) {
+    const ZVKeyCombo combo{Qt::Key_T, Qt::ControlModifier | Qt::AltModifier};
+    const ZVValue stored = combo.dictionaryRepresentation();
+    EXPECT_EQ(stored["keyChars"], ZVValue("t"));
+    EXPECT_EQ(ZVKeyCombo::fromDictionary(stored), combo);
+
+    ZVDictionary older{{"keyCode", std::int64_t{Qt::Key_P}},
+                       {"modifiers", static_cast<std::int64_t>(Qt::MetaModifier)}};
+    EXPECT_EQ(ZVKeyCombo::fromDictionary(older), (ZVKeyCombo{Qt::Key_P, Qt::MetaModifier}));
+    EXPECT_TRUE(ZVKeyCombo::fromDictionary(ZVDictionary{}).isEmpty());
+    EXPECT_EQ(ZVKeyCombo::preferenceKey(QStringLiteral("PostTimeShortcut")),
+              QStringLiteral("ShortcutRecorder PostTimeShortcut"));
+}
+
+class ZVShortcutRecorderTest : public ShellFixture {};
+
+TEST_F(ZVShortcutRecorderTest, RecordsRefusesClearsAndSurvivesARestart) {
+    ZVShortcutRecorder recorder;
+    recorder.setAutosaveName(QStringLiteral("KeyboardShortcut"));
+    const ZVKeyCombo taken{Qt::Key_Q, Qt::ControlModifier};
+    recorder.setValidator([taken](const ZVKeyCombo& combo) {
+        return combo == taken ? QStringLiteral("Used by the menu item \"Quit Norvo\".") : QString();
+    });
+    std::vector<ZVKeyCombo> changes;
+    QObject::connect(&recorder, &ZVShortcutRecorder::keyComboDidChange,
+                     [&](const ZVKeyCombo& combo) { changes.push_back(combo); });
+
+    recorder.click();
+    ASSERT_TRUE(recorder.isRecording());
+    recorder.recordKey(Qt::Key_A, Qt::NoModifier);
+    EXPECT_TRUE(recorder.isRecording()) << "a plain letter is no global shortcut";
+    recorder.recordKey(Qt::Key_Q, Qt::ControlModifier);
+    EXPECT_TRUE(recorder.isRecording());
+    EXPECT_FALSE(recorder.lastRefusal().isEmpty());
+    QKeyEvent press(QEvent::KeyPress, Qt::Key_T, Qt::ControlModifier | Qt::AltModifier);
+    QApplication::sendEvent(&recorder, &press);
+    EXPECT_FALSE(recorder.isRecording());
+    ASSERT_EQ(changes.size(), 1u);
+    EXPECT_EQ(changes[0], (ZVKeyCombo{Qt::Key_T, Qt::ControlModifier | Qt::AltModifier}));
+    EXPECT_FALSE(recorder.text().isEmpty());
+
+    recorder.saveKeyCombo();
+    ZVPreferences::shared().synchronize();
+    ZVPreferences::shared().reload();
+    EXPECT_EQ(ZVKeyCombo::load(QStringLiteral("KeyboardShortcut")), changes[0]);
+
+    recorder.click();
+    recorder.recordKey(Qt::Key_Escape, Qt::NoModifier);
+    EXPECT_EQ(recorder.keyCombo(), changes[0]) << "Escape leaves the combination";
+    recorder.click();
+    recorder.recordKey(Qt::Key_Backspace, Qt::NoModifier);
+    EXPECT_TRUE(recorder.keyCombo().isEmpty());
+    recorder.saveKeyCombo();
+    EXPECT_FALSE(ZVPreferences::shared().value("ShortcutRecorder KeyboardShortcut").has_value());
+}

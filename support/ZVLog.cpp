@@ -59,11 +59,16 @@ std::string timestamp() {
 void writeDefault(const std::string& line) {
     std::fputs(line.c_str(), stderr);
     std::fputc('\n', stderr);
+    // The path is looked up at each line so that a changed cache folder
+    // (another home in tests) gets its own file.
     static std::ofstream file;
-    static bool opened = false;
-    if (!opened) {
-        opened = true;
-        file.open(ZVPaths::cacheDirectory() + "/Norvo.log", std::ios::app);
+    static std::string openedPath;
+    const std::string path = ZVPaths::cacheDirectory() + "/Norvo.log";
+    if (path != openedPath) {
+        file.close();
+        file.clear();
+        file.open(path, std::ios::app);
+        openedPath = path;
     }
     if (file) {
         file << line << '\n';

@@ -1,0 +1,74 @@
+#include "core/sync/CoreTestEnvironment.h"
+
+#include <chrono>
+
+#include "ZVPreferences.h"
+#include "core/heart_beat/ZVHeartBeat.h"
+#include "core/integrations/center/ZVIntegrationCenter.h"
+#include "core/integrations/helper/ZVIntegrationProject.h"
+#include "core/integrations/local/ZVNorvoIntegration.h"
+#include "core/sync/TestServiceIntegration.h"
+#include "core/sync/ZVSynchronizationThread.h"
+
+CoreTestEnvironment::CoreTestEnvironment() {
+    // Nothing may leave the machine: the connection probe asks a closed
+    // loopback port unless a test points it at its fake server.
+    ZVPreferences::shared().setValue(std::string("http://127.0.0.1:9/"),
+                                     ZVSynchronizationThread::connectionProbeAddressKey);
+}
+
+CoreTestEnvironment::~CoreTestEnvironment() {
+    if (ZVIntegrationCenter::sharedIfExists()) waitForSynchronization();
+    ZVIntegrationCenter::resetShared();
+    ZVHeartBeat::resetSharedHeartBeat();
+    ZVNorvoIntegration::resetSharedIntegration();
+}
+
+ZVIntegrationCenter& CoreTestEnvironment::center() {
+    auto& center = ZVIntegrationCenter::shared();
+    waitForSynchronization();
+    return center;
+}
+
+bool CoreTestEnvironment::pumpUntil(const std::function<bool()>& done, double timeoutSeconds) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(timeoutSeconds);
+    while (true) {
+        mainQueue.drain();
+        if (done()) return true;
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        mainQueue.waitForPost(0.01);
+    }
+}
+
+bool CoreTestEnvironment::waitForSynchronization() {
+    auto* center = ZVIntegrationCenter::sharedIfExists();
+    if (!center) return true;
+    return pumpUntil([center] { return !center->synchronizationIsInProgress(); });
+}
+
+std::shared_ptr<TestServiceIntegration> CoreTestEnvironment::makeAccount(const std::string& baseURL) {
+    auto account = ZVIntegration::makeNew<TestServiceIntegration>();
+    account->baseURL = baseURL;
+    return account;
+}
+
+std::shared_ptr<TestServiceIntegration> CoreTestEnvironment::addAccount(const std::string& baseURL) {
+    auto account = makeAccount(baseURL);
+    center().addIntegration(account);
+    waitForSynchronization();
+    return account;
+}
+
+std::shared_ptr<ZVIntegrationProject> CoreTestEnvironment::addProject(TestServiceIntegration& account,
+                                                                      const std::string& id, std::uint64_t time,
+                                                                      const std::string& name) {
+    auto project = ZVIntegrationProject::create(name.empty() ? "Project " + id : name, id);
+    project->setIntegration(account.weak_from_this());
+    project->setTimeWithoutSaving(time);
+    account.addProject(project);
+    return project;
+}
+
+void CoreTestEnvironment::setCurrentProject(const std::shared_ptr<ZVIntegrationProject>& project) {
+    center().setCurrentProject(project);
+}

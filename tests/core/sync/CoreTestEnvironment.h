@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "testkit/InMemoryKeychain.h"
+#include "testkit/ManualClock.h"
+#include "testkit/ManualMainQueue.h"
+#include "testkit/ManualTimerFactory.h"
+#include "testkit/ScriptedUserInterface.h"
+#include "testkit/TemporaryHome.h"
+
+class TestServiceIntegration;
+class ZVIntegrationCenter;
+class ZVIntegrationProject;
+
+/// Everything a test of the time tracking core runs in: a throw-away home,
+/// a key store in memory, a manual clock, timers and main queue, and a
+/// scripted user. The shared centre, heart beat and local account are
+/// dropped at the end.
+struct CoreTestEnvironment {
+    CoreTestEnvironment();
+    ~CoreTestEnvironment();
+
+    /// The centre, with its first (empty) refresh run through.
+    ZVIntegrationCenter& center();
+    /// Runs main-queue blocks until `done` holds; false after `timeoutSeconds`.
+    bool pumpUntil(const std::function<bool()>& done, double timeoutSeconds = 10);
+    /// Runs main-queue blocks until no synchronization is in progress.
+    bool waitForSynchronization();
+    /// An account of the test service at `baseURL`, not in the centre.
+    std::shared_ptr<TestServiceIntegration> makeAccount(const std::string& baseURL);
+    /// The same, added to the centre (which refreshes it once); waits for that refresh.
+    std::shared_ptr<TestServiceIntegration> addAccount(const std::string& baseURL);
+    /// A node of the account with that time.
+    std::shared_ptr<ZVIntegrationProject> addProject(TestServiceIntegration& account, const std::string& id,
+                                                     std::uint64_t time, const std::string& name = {});
+    void setCurrentProject(const std::shared_ptr<ZVIntegrationProject>& project);
+
+    TemporaryHome home;
+    InMemoryKeychain keychain;
+    ManualClock clock;
+    ManualTimerFactory timers{clock};
+    ManualMainQueue mainQueue;
+    ScriptedUserInterface ui;
+};

@@ -287,8 +287,15 @@ void ZVIntegration::save() {
         ZVLog([&] { return "Integration center doesn't contain me (" + name() + ")!"; });
         return;
     }
-    ZVDictionary stored = center.readIntegrationsFromDisk();
-    stored[integrationID()] = dictionaryRepresentation();
+    // The snapshot is taken before the centre's lock: no account or node lock
+    // may be taken while the centre's lock is held.
+    ZVDictionary representation;
+    std::uint64_t generation = 0;
+    {
+        std::lock_guard guard(_lock);
+        representation = dictionaryRepresentation();
+        generation = ++_snapshotGeneration;
+    }
 
     // A changed address or user name moves the secret to its new key; the
     // old item stays in the key store.
@@ -297,8 +304,19 @@ void ZVIntegration::save() {
         credential->saveKeychainInformation();
     }
 
+    // Reading, changing and writing the file is one step under the centre's
+    // lock, so that accounts saved at the same time from other threads keep
+    // each other's entries. A snapshot older than the one already written
+    // (two threads saving this account) is dropped, and an account removed
+    // meanwhile is not written back.
     std::lock_guard guard(center.lock());
+    if (generation <= _writtenGeneration) return;
+    const auto heldNow = center.integrations();
+    if (std::find(heldNow.begin(), heldNow.end(), shared_from_this()) == heldNow.end()) return;
+    ZVDictionary stored = center.readIntegrationsFromDisk();
+    stored[integrationID()] = std::move(representation);
     center.writeIntegrationsToDisk(stored);
+    _writtenGeneration = generation;
 }
 
 // Behaviours every service supplies.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -200,4 +201,8 @@ private:
     std::string _integrationID;
     std::string _name;
     std::shared_ptr<ZVAuthentication> _authentication;
+    // Numbers each snapshot that save() takes (under _lock) and remembers the
+    // newest one written (under the centre's lock).
+    std::uint64_t _snapshotGeneration = 0;
+    std::uint64_t _writtenGeneration = 0;
 };

@@ -295,15 +295,12 @@ void ZVIntegrationCenter::addIntegration(const IntegrationPointer& integration) 
 
 void ZVIntegrationCenter::removeIntegration(const IntegrationPointer& integration) {
     ZVLog([&] { return "Removing " + integration->name(); });
-    ZVDictionary stored;
-    {
-        std::lock_guard<std::recursive_mutex> guard(_lock);
-        stored = readIntegrationsFromDisk();
-        stored.erase(integration->integrationID());
-    }
     if (auto project = currentProject(); project && project->integration() == integration) setCurrentProject(nullptr);
-    writeIntegrationsToDisk(stored);
+    // One step under the lock, so that an account saved meanwhile keeps its entry.
     std::lock_guard<std::recursive_mutex> guard(_lock);
+    ZVDictionary stored = readIntegrationsFromDisk();
+    stored.erase(integration->integrationID());
+    writeIntegrationsToDisk(stored);
     auto found = std::find(_integrations.begin(), _integrations.end(), integration);
     if (found != _integrations.end()) _integrations.erase(found);
 }

@@ -173,7 +173,7 @@ public:
     virtual void postTime(ZVIntegrationProject& project);
 
     // Synchronization: these three are defined with the synchronization
-    // (core/integrations/sync), not in ZVIntegration.cpp.
+    // (core/sync), not in ZVIntegration.cpp.
 
     /// On the main thread, hands over to the centre; elsewhere, loads and merges.
     virtual void synchronize();

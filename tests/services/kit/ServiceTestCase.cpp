@@ -13,7 +13,7 @@
 #include "core/log_entries/ZVTimeLogEntry.h"
 #include "ZVClock.h"
 
-ServiceTestCase::ServiceTestCase() = default;
+ServiceTestCase::ServiceTestCase() { transport.clearAllCookies(); }
 ServiceTestCase::~ServiceTestCase() = default;
 
 std::string ServiceTestCase::serverAddress() const { return "127.0.0.1:" + std::to_string(server.port()); }
@@ -78,21 +78,31 @@ std::string ServiceTestCase::deadAddress() {
     return "127.0.0.1:" + std::to_string(ntohs(socketAddress.sin_port));
 }
 
+void ServiceTestCase::redirectFixedHost(const std::string& host, bool toDeadAddress) {
+    transport.redirect("https://" + host, toDeadAddress ? "http://" + deadAddress() : server.baseURL());
+}
+
 ZVIntegrationProject::Pointer trackedProject(const std::shared_ptr<ZVIntegration>& account, const std::string& name,
                                              const std::string& projectID, std::optional<std::string> subprojectID,
                                              std::uint64_t seconds, std::optional<std::string> title) {
     auto project = ZVIntegrationProject::create(name, projectID, std::move(subprojectID));
     project->setIntegration(account);
-    project->setTimeWithoutSaving(seconds);
     if (title) {
-        auto entry = std::make_shared<ZVTimeLogEntry>(project);
-        const ZVDate now = ZVNow();
-        entry->setStartDate(now - std::chrono::duration<double>(static_cast<double>(seconds)));
-        entry->setStopDate(now);
-        entry->setText(*title);
-        project->addLogEntry(entry);
+        addTimerRun(*project, seconds, *title);
+    } else {
+        project->setTimeWithoutSaving(seconds);
     }
     return project;
+}
+
+void addTimerRun(ZVIntegrationProject& project, std::uint64_t seconds, const std::string& title) {
+    auto entry = std::make_shared<ZVTimeLogEntry>(project.shared_from_this());
+    const ZVDate now = ZVNow();
+    entry->setStartDate(now - std::chrono::duration<double>(static_cast<double>(seconds)));
+    entry->setStopDate(now);
+    entry->setText(title);
+    project.addLogEntry(entry);
+    project.setTimeWithoutSaving(project.time() + seconds);
 }
 
 namespace {

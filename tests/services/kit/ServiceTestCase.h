@@ -16,6 +16,7 @@
 #include "core/integrations/helper/ZVIntegrationProject.h"
 #include "services/kit/FakeQueryRoutes.h"
 #include "services/kit/LogCapture.h"
+#include "services/kit/RecordingSession.h"
 #include "services/kit/ServiceFixtures.h"
 #include "testkit/FakeServer.h"
 #include "testkit/InMemoryKeychain.h"
@@ -30,7 +31,9 @@ struct ServiceCredentials {
 };
 
 /// The base of every service test: a throw-away home, an in-memory key store,
-/// the debug log captured, and a fake server of the service on 127.0.0.1.
+/// the debug log captured, a fake server of the service on 127.0.0.1, and
+/// the transport recording each request as the service built it. Cookies of
+/// earlier tests are gone.
 ///
 ///     class JIRATests : public ServiceTestCase {};
 ///     TEST_F(JIRATests, ...) {
@@ -54,9 +57,14 @@ protected:
     /// keys and the credentials' way through the key store are exercised.
     template <class T>
     std::shared_ptr<T> makeAccount(const ZVDictionary& settings = {}, const std::string& path = {}) {
+        return makeAccountAt<T>(serverAddress() + path, settings);
+    }
+    /// The same with another address (a server the test started itself).
+    template <class T>
+    std::shared_ptr<T> makeAccountAt(const std::string& address, const ZVDictionary& settings = {}) {
         auto account = ZVIntegration::makeNew<T>();
         if (!account->hasHardcodedAddress()) {
-            account->setAddress(serverAddress() + path);
+            account->setAddress(address);
             account->setSSLEnabled(false);
         }
         storeCredentials(*account);
@@ -80,14 +88,23 @@ protected:
     /// A loopback address where nothing listens.
     static std::string deadAddress();
 
+    /// Sends what a service with a fixed host asks of "https://<host>" to the
+    /// fake server (or, with `toDeadAddress`, to where nothing listens).
+    void redirectFixedHost(const std::string& host, bool toDeadAddress = false);
+
     ServiceCredentials credentials;
     TemporaryHome home;
     InMemoryKeychain keychain;
     LogCapture log;
     FakeServer server;
+    RecordingSession transport;
 };
 
 // Nodes.
+
+/// Puts `seconds` on the node, as a stopped timer does, with a finished run
+/// of that length titled `title` as its last log entry.
+void addTimerRun(ZVIntegrationProject& project, std::uint64_t seconds, const std::string& title);
 
 /// A node of the account with `seconds` tracked on it and, when `title` is
 /// given, a finished run of the timer with that title as its last log entry.

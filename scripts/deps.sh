@@ -3,6 +3,7 @@
 # Checks with dpkg first, so a second run costs a fraction of a second.
 #   scripts/deps.sh build   - what building and running the program needs
 #   scripts/deps.sh test    - the above plus what the test suite needs
+#   scripts/deps.sh fuzz    - the above plus clang and libFuzzer for fuzz/run.sh
 set -euo pipefail
 what=${1:-build}
 
@@ -26,9 +27,13 @@ test_pkgs=(
   python3                  # the example server of the Generic protocol
   libplist-utils           # plistutil reads the database file as an independent reader
 )
+fuzz_pkgs=(
+  clang libclang-rt-14-dev # libFuzzer and the sanitizer runtimes, only for the fuzz step
+)
 
 pkgs=("${build_pkgs[@]}")
 [ "$what" = test ] && pkgs+=("${test_pkgs[@]}")
+[ "$what" = fuzz ] && pkgs+=("${test_pkgs[@]}" "${fuzz_pkgs[@]}")
 
 missing=()
 for p in "${pkgs[@]}"; do

@@ -48,18 +48,21 @@ QString ZVSingleInstance::socketPath() const {
 }
 
 bool ZVSingleInstance::becomePrimaryInstance() {
-    if (_lockDescriptor >= 0) return true;
+    if (_isPrimary) return true;
     const QByteArray path = QFile::encodeName(lockFilePath());
     const int descriptor = ::open(path.constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (descriptor < 0) {
-        ZVLog([&] { return "Cannot open the instance lock " + path.toStdString(); });
-        return false;
+        // Refusing to start would lose more than the guard protects.
+        ZVLog([&] { return "Cannot open the instance lock " + path.toStdString() + "; running unguarded"; });
+        _isPrimary = true;
+        return true;
     }
     if (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
         ::close(descriptor);
         return false;
     }
     _lockDescriptor = descriptor;
+    _isPrimary = true;
 
     // A socket left by an instance that crashed is in the way; with the lock
     // held, nobody else is using it.

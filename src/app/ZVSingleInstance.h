@@ -22,9 +22,10 @@ public:
     ZVSingleInstance& operator=(const ZVSingleInstance&) = delete;
 
     /// Takes the lock and starts listening; false when another process
-    /// holds the lock (or it cannot be taken at all).
+    /// holds the lock. A lock file that cannot be made at all leaves this
+    /// instance running unguarded, with a log line.
     bool becomePrimaryInstance();
-    bool isPrimaryInstance() const { return _lockDescriptor >= 0; }
+    bool isPrimaryInstance() const { return _isPrimary; }
 
     /// Asks the running instance to come to the front; false when it could
     /// not be reached within the timeout.
@@ -44,5 +45,6 @@ private:
 
     QString _runtimeDirectory;
     int _lockDescriptor = -1;
+    bool _isPrimary = false;
     QLocalServer* _server = nullptr;
 };

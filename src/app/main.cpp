@@ -7,6 +7,7 @@
 #include "app/ZVQtTimeActionDialogs.h"
 #include "app/ZVQtTimerFactory.h"
 #include "app/ZVQtUserInterface.h"
+#include "app/ZVSingleInstance.h"
 #include "preferences/ZVNorvoPreferences.h"
 
 int main(int argc, char** argv) {
@@ -16,6 +17,13 @@ int main(int argc, char** argv) {
     QApplication::setDesktopFileName(QStringLiteral("com.tesselwick.norvo"));
     // The tray icon stays when the window closes; quitting is a command.
     QApplication::setQuitOnLastWindowClosed(false);
+
+    // A second copy would write the same database: it hands over and quits.
+    ZVSingleInstance singleInstance;
+    if (!singleInstance.becomePrimaryInstance()) {
+        singleInstance.activateRunningInstance();
+        return 0;
+    }
 
     ZVQtMainQueue mainQueue;
     ZVMainQueue::install(&mainQueue);
@@ -33,6 +41,8 @@ int main(int argc, char** argv) {
     {
         ZVNorvoAppDelegate delegate(showsInTaskbar);
         delegate.awakeFromNib();
+        QObject::connect(&singleInstance, &ZVSingleInstance::activationRequested, &delegate,
+                         [&delegate] { delegate.showTimerWindow(); });
         QTimer::singleShot(0, &delegate, [&delegate] { delegate.applicationDidFinishLaunching(); });
         // A session that ends the program without the quit command still saves.
         QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate, [&delegate] { delegate.finishTermination(); });

@@ -14,6 +14,8 @@ flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DNORVO_BUILD_TESTS=ON)
 if [ "${1:-}" = "--sanitize" ]; then
   builddir=build-asan
   flags+=(-DNORVO_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug)
+  export LSAN_OPTIONS="suppressions=$PWD/tests/lsan.supp:print_suppressions=0"
+  export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 fi
 [ -n "${NORVO_WERROR:-}" ] && flags+=(-DNORVO_WERROR=ON)
 

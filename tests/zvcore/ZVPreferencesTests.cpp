@@ -1,0 +1,143 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "ZVPaths.h"
+#include "ZVPreferences.h"
+#include "ZVPropertyList.h"
+#include "testkit/TemporaryHome.h"
+
+namespace {
+
+TEST(ZVPathsTests, foldersFollowTheXDGVariables) {
+    TemporaryHome home;
+    EXPECT_EQ(ZVPaths::dataDirectory(), home.path() + "/.local/share/com.tesselwick.norvo");
+    EXPECT_EQ(ZVPaths::configDirectory(), home.path() + "/.config/com.tesselwick.norvo");
+    EXPECT_EQ(ZVPaths::cacheDirectory(), home.path() + "/.cache/com.tesselwick.norvo");
+    EXPECT_TRUE(std::filesystem::is_directory(ZVPaths::cacheDirectory()));
+
+    // A relative XDG path is ignored, as the rules say.
+    setenv("XDG_DATA_HOME", "relative/path", 1);
+    EXPECT_EQ(ZVPaths::dataDirectory(), home.path() + "/.local/share/com.tesselwick.norvo");
+}
+
+TEST(ZVPathsTests, atomicWriteReplacesAndKeepsNoTemporaryFiles) {
+    TemporaryHome home;
+    const std::string path = home.dataDirectory() + "/file.txt";
+    ASSERT_TRUE(ZVPaths::writeFileAtomically(path, "first"));
+    ASSERT_TRUE(ZVPaths::writeFileAtomically(path, "second"));
+    std::string bytes;
+    ASSERT_TRUE(ZVPaths::readFile(path, bytes));
+    EXPECT_EQ(bytes, "second");
+    size_t files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(home.dataDirectory())) {
+        (void)entry;
+        ++files;
+    }
+    EXPECT_EQ(files, 1u);
+}
+
+TEST(ZVPathsTests, failedAtomicWriteLeavesTheOldFile) {
+    TemporaryHome home;
+    const std::string folder = home.dataDirectory() + "/locked";
+    std::filesystem::create_directories(folder);
+    const std::string path = folder + "/Integrations.edb";
+    ASSERT_TRUE(ZVPaths::writeFileAtomically(path, "old content"));
+    // Without write permission on the folder no temporary file can be made.
+    chmod(folder.c_str(), 0500);
+    if (access(folder.c_str(), W_OK) == 0) {
+        chmod(folder.c_str(), 0700);
+        GTEST_SKIP() << "running as a user who ignores folder permissions (root)";
+    }
+    EXPECT_FALSE(ZVPaths::writeFileAtomically(path, "new content"));
+    chmod(folder.c_str(), 0700);
+    std::string bytes;
+    ASSERT_TRUE(ZVPaths::readFile(path, bytes));
+    EXPECT_EQ(bytes, "old content");
+}
+
+TEST(ZVPathsTests, writingOverAFolderFailsAndLeavesIt) {
+    TemporaryHome home;
+    const std::string path = home.dataDirectory() + "/folder";
+    std::filesystem::create_directories(path + "/inside");
+    EXPECT_FALSE(ZVPaths::writeFileAtomically(path, "bytes"));
+    EXPECT_TRUE(std::filesystem::is_directory(path + "/inside"));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(home.dataDirectory()),
+                            std::filesystem::directory_iterator()),
+              1);
+}
+
+TEST(ZVPathsTests, permissionsArePrivateWhenAsked) {
+    TemporaryHome home;
+    const std::string path = home.dataDirectory() + "/secret";
+    ASSERT_TRUE(ZVPaths::writeFileAtomically(path, "x", 0600));
+    struct stat info {};
+    ASSERT_EQ(stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+}
+
+TEST(ZVPreferencesTests, typedValuesWithDefaults) {
+    TemporaryHome home;
+    ZVPreferences& preferences = ZVPreferences::shared();
+    EXPECT_FALSE(preferences.boolean("KDMissing"));
+    EXPECT_TRUE(preferences.boolean("KDMissing", true));
+    EXPECT_EQ(preferences.integer("KDMissing", 3600), 3600);
+    preferences.setValue(ZVValue("text"), "KDText");
+    EXPECT_EQ(preferences.integer("KDText", 5), 5);
+    EXPECT_FALSE(preferences.boolean("KDText"));
+    preferences.setInteger(1, "KDNumber");
+    EXPECT_TRUE(preferences.boolean("KDNumber"));
+    preferences.setValue(ZVValue(), "KDNumber");
+    EXPECT_FALSE(preferences.value("KDNumber"));
+}
+
+TEST(ZVPreferencesTests, performWritesTheFileThatAFreshStoreReads) {
+    TemporaryHome home;
+    ZVPreferences::shared().perform([](ZVPreferences& p) {
+        p.setBoolean(true, "KDShowTimeInStatusBar");
+        p.setInteger(900, "KDRoundingBase");
+        p.setValue(ZVValue(ZVArray{"a", "b"}), "KDRecentIntegrations");
+    });
+    ASSERT_TRUE(std::filesystem::exists(home.preferencesFile()));
+    ZVPreferences fresh(home.preferencesFile());
+    EXPECT_TRUE(fresh.boolean("KDShowTimeInStatusBar"));
+    EXPECT_EQ(fresh.integer("KDRoundingBase"), 900);
+    EXPECT_EQ(fresh.value("KDRecentIntegrations"), ZVValue(ZVArray{"a", "b"}));
+}
+
+TEST(ZVPreferencesTests, withoutSynchronizeNothingIsWritten) {
+    TemporaryHome home;
+    ZVPreferences::shared().perform([](ZVPreferences& p) { p.setBoolean(true, "KDFlag"); }, false);
+    EXPECT_FALSE(std::filesystem::exists(home.preferencesFile()));
+    ZVPreferences::shared().reload();
+    EXPECT_FALSE(ZVPreferences::shared().boolean("KDFlag"));
+}
+
+TEST(ZVPreferencesTests, corruptFileReadsAsEmpty) {
+    TemporaryHome home;
+    ASSERT_TRUE(ZVPaths::writeFileAtomically(home.preferencesFile(), "<plist><dict><key>broken"));
+    ZVPreferences preferences(home.preferencesFile());
+    EXPECT_FALSE(preferences.value("broken"));
+    preferences.setInteger(2, "KDValue");
+    EXPECT_TRUE(preferences.synchronize());
+    EXPECT_EQ(ZVPreferences(home.preferencesFile()).integer("KDValue"), 2);
+}
+
+TEST(ZVPreferencesTests, concurrentWritersLoseNothing) {
+    TemporaryHome home;
+    ZVPreferences& preferences = ZVPreferences::shared();
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 100; ++i) preferences.setInteger(i, "key" + std::to_string(t) + "_" + std::to_string(i));
+            preferences.synchronize();
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    ZVPreferences fresh(home.preferencesFile());
+    for (int t = 0; t < 4; ++t) EXPECT_EQ(fresh.integer("key" + std::to_string(t) + "_99", -1), 99);
+}
+
+}  // namespace

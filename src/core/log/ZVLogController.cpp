@@ -5,11 +5,11 @@
 #include <cmath>
 #include <mutex>
 
+#include "ZVCSVDocument.h"
 #include "ZVClock.h"
 #include "ZVHelpers.h"
 #include "ZVLocalization.h"
 #include "ZVLog.h"
-#include "ZVPaths.h"
 #include "core/heart_beat/ZVHeartBeat.h"
 #include "core/integrations/ZVIntegration.h"
 #include "core/integrations/center/ZVIntegrationCenter.h"
@@ -33,27 +33,6 @@ ZVLogController::ProjectPointer currentProject() {
 std::size_t characterCount(const std::string& utf8) {
     return static_cast<std::size_t>(std::count_if(
         utf8.begin(), utf8.end(), [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }));
-}
-
-// One line of RFC 4180 CSV: fields with a comma, quote or line break are
-// quoted, with their quotes doubled.
-std::string csvRow(const std::vector<std::string>& fields) {
-    std::string row;
-    for (std::size_t index = 0; index < fields.size(); ++index) {
-        if (index > 0) row += ',';
-        const std::string& field = fields[index];
-        if (field.find_first_of(",\"\r\n") == std::string::npos) {
-            row += field;
-            continue;
-        }
-        row += '"';
-        for (char character : field) {
-            if (character == '"') row += '"';
-            row += character;
-        }
-        row += '"';
-    }
-    return row + "\r\n";
 }
 
 }  // namespace
@@ -200,17 +179,21 @@ void ZVLogController::_clearEntriesInSelectedTimePeriodFromProject(ZVIntegration
 }
 
 void ZVLogController::exportToCSV() {
-    std::string csv = csvRow({"Start", "Stop", "Comment", "Project Path", "Project Name"});
+    ZVCSVDocument document({"Start", "Stop", "Comment", "Project Path", "Project Name"});
     for (const auto& entry : _logsInSelectedTimePeriod()) {
         const auto* run = dynamic_cast<const ZVTimeLogEntry*>(entry.get());
         if (!run) continue;
-        const auto project = run->project();
-        csv += csvRow({ZVISO8601String(run->startDate()), run->stopDate() ? ZVISO8601String(*run->stopDate()) : "",
-                       run->text(), project ? project->fullProjectPath() : "", project ? project->name() : ""});
+        ZVCSVDocument::Row row{{"Start", run->startDate()}, {"Comment", run->text()}};
+        if (const auto project = run->project()) {
+            row.emplace("Project Path", project->fullProjectPath());
+            row.emplace("Project Name", project->name());
+        }
+        if (run->stopDate()) row.emplace("Stop", *run->stopDate());
+        document.addRow(std::move(row));
     }
     const auto path = _view.chooseCSVExportPath(csvFileName);
     if (!path) return;
-    if (!ZVPaths::writeFileAtomically(*path, csv)) {
+    if (!document.write(*path)) {
         ZVAlert alert;
         alert.messageText = ZVLocalizedString("The log could not be exported.");
         alert.informativeText = ZVLocalizedFormat("Norvo cannot write the file \"%@\".", {*path});

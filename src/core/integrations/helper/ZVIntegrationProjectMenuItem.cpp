@@ -3,6 +3,7 @@
 #include "ZVLocalization.h"
 #include "ZVTime.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
+#include "core/posting/ZVTimePosting.h"
 #include "core/ui/ZVMenu.h"
 
 std::shared_ptr<ZVMenuItem> ZVIntegrationProject::menuItem(ZVIntegrationProjectMenuItemTarget* target,
@@ -33,7 +34,11 @@ std::shared_ptr<ZVMenuItem> ZVIntegrationProject::menuItem(ZVIntegrationProjectM
 
 std::shared_ptr<ZVMenuItem> ZVIntegrationProject::alternateMenuItem() {
     if (time() == 0 || hasSubprojects()) return nullptr;
-    auto item = std::make_shared<ZVMenuItem>(ZVLocalizedFormat("Post time for '%@'", {name()}), "postTime");
+    std::weak_ptr<ZVIntegrationProject> weakSelf = weak_from_this();
+    auto item = std::make_shared<ZVMenuItem>(ZVLocalizedFormat("Post time for '%@'", {name()}), "postTime",
+                                             [weakSelf](const ZVMenuItem&) {
+                                                 if (auto project = weakSelf.lock()) ZVTimePosting::postTime(*project);
+                                             });
     item->representedObject = shared_from_this();
     item->integration = integration();
     item->isAlternate = true;

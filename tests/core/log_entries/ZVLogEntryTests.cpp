@@ -86,7 +86,7 @@ INSTANTIATE_TEST_SUITE_P(
                     FactoryCase{"oldUnknown", ZVValue("KDCoffeeBreak"), Kind::none, "Norvo.ZVCoffeeBreak"},
                     FactoryCase{"notAnEntry", ZVValue("Norvo.ZVIntegrationProject"), Kind::none,
                                 "Norvo.ZVIntegrationProject"}),
-    [](const testing::TestParamInfo<FactoryCase>& info) { return std::string(info.param.label); });
+    [](const testing::TestParamInfo<FactoryCase>& row) { return std::string(row.param.label); });
 
 TEST(LogEntryTest, BareBaseEntryHasTextButNoDate) {
     const auto entry = ZVLogEntry::logEntryWithDictionary({{"KDLogEntryClass", "Norvo.ZVLogEntry"}, {"KDLogEntryText", "x"}});

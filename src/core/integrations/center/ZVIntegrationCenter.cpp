@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <thread>
 
 #include "ZVClock.h"
 #include "ZVLocalization.h"
@@ -90,6 +91,14 @@ ZVIntegrationCenter* ZVIntegrationCenter::sharedIfExists() { return sharedPointe
 
 void ZVIntegrationCenter::resetShared() {
     std::lock_guard<std::recursive_mutex> guard(sharedCreationMutex());
+    ZVIntegrationCenter* center = sharedPointer().load();
+    if (!center) return;
+    // A running synchronization uses the centre to its end; give it time to finish.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (center->synchronizationIsInProgress() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
     delete sharedPointer().exchange(nullptr);
 }
 

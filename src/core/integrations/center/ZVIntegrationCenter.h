@@ -29,7 +29,8 @@ public:
     /// The one centre. The first call builds it, stores it and only then
     /// reads the accounts, so that what the reading reaches can use it.
     static ZVIntegrationCenter& shared();
-    /// Drops the shared centre with its timers and observers (tests); the
+    /// Drops the shared centre with its timers and observers (tests), after
+    /// a running synchronization has ended (waiting at most 10 seconds); the
     /// next call of shared() reads everything again.
     static void resetShared();
     /// The shared centre when it has been built, else nullptr; builds nothing.

@@ -1,7 +1,6 @@
 #include "core/integrations/helper/ZVIntegrationProject.h"
 
 #include <algorithm>
-#include <cinttypes>
 #include <cstdio>
 #include <limits>
 #include <random>
@@ -25,8 +24,9 @@ std::string makeProjectUUID() {
     high = (high & 0xFFFFFFFFFFFF0FFFull) | 0x0000000000004000ull;  // version 4
     low = (low & 0x3FFFFFFFFFFFFFFFull) | 0x8000000000000000ull;    // RFC 4122 variant
     char text[37];
-    std::snprintf(text, sizeof text, "%08" PRIX64 "-%04" PRIX64 "-%04" PRIX64 "-%04" PRIX64 "-%012" PRIX64,
-                  high >> 32, (high >> 16) & 0xFFFF, high & 0xFFFF, low >> 48, low & 0xFFFFFFFFFFFFull);
+    const auto field = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
+    std::snprintf(text, sizeof text, "%08llX-%04llX-%04llX-%04llX-%012llX", field(high >> 32),
+                  field((high >> 16) & 0xFFFF), field(high & 0xFFFF), field(low >> 48), field(low & 0xFFFFFFFFFFFFull));
     return text;
 }
 

@@ -82,7 +82,7 @@ INSTANTIATE_TEST_SUITE_P(
         EqualityCase{"otherAdditionalID", {"1", "a", "x", none}, {"1", "a", "y", none}, false},
         EqualityCase{"additionalAgainstAbsent", {"1", "a", "x", none}, {"1", "a", none, none}, false},
         EqualityCase{"fourthIDPlaysNoPart", {"1", "a", none, "p"}, {"1", "a", none, "q"}, true}),
-    [](const testing::TestParamInfo<EqualityCase>& info) { return std::string(info.param.label); });
+    [](const testing::TestParamInfo<EqualityCase>& row) { return std::string(row.param.label); });
 
 // Time and its save threshold.
 

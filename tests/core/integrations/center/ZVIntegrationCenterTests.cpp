@@ -1,0 +1,430 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "ZVPaths.h"
+#include "ZVPreferences.h"
+#include "ZVPropertyList.h"
+#include "core/heart_beat/ZVHeartBeat.h"
+#include "core/integrations/center/ZVIntegrationCenter.h"
+#include "core/integrations/helper/TimerTestDoubles.h"
+#include "core/integrations/helper/ZVIntegrationProject.h"
+#include "core/integrations/local/ZVNorvoIntegration.h"
+#include "core/log_entries/ZVResetLogEntry.h"
+#include "core/log_entries/ZVTimeLogEntry.h"
+#include "core/notifications/ZVNotificationCenter.h"
+
+namespace {
+
+using norvo_timer_tests::RecordingIntegration;
+using norvo_timer_tests::TimerTestEnvironment;
+using Pointer = ZVIntegrationProject::Pointer;
+namespace fs = std::filesystem;
+
+const std::string arrow = " \u2794 ";
+
+class IntegrationCenterTest : public testing::Test {
+protected:
+    ZVIntegrationCenter& center() { return ZVIntegrationCenter::shared(); }
+    std::string databasePath() { return environment.home.dataDirectory() + "/Integrations.edb"; }
+
+    /// Drops every shared object and the in-memory preferences, as a new
+    /// process would find them.
+    void restart() {
+        TimerTestEnvironment::resetSharedObjects();
+        ZVPreferences::resetShared(environment.home.preferencesFile());
+    }
+
+    std::optional<ZVDictionary> storedDatabase() {
+        auto value = ZVPropertyList::readFile(databasePath());
+        if (!value || !value->dictionary()) return std::nullopt;
+        return *value->dictionary();
+    }
+
+    void writeDatabase(const ZVDictionary& root) { ASSERT_TRUE(ZVPropertyList::writeFile(ZVValue(root), databasePath())); }
+
+    void setStoredPreference(const std::string& key, const ZVValue& value) {
+        ZVPreferences::shared().setValue(value, key);
+        ZVPreferences::shared().synchronize();
+    }
+
+    /// An account with two top-level projects, the first with a child and a
+    /// grandchild, and logs on some of them.
+    std::shared_ptr<RecordingIntegration> accountWithTree(const std::string& name) {
+        auto account = RecordingIntegration::make(name, true);
+        auto website = ZVIntegrationProject::create("Website", "w");
+        website->setIntegration(account);
+        auto checkout = ZVIntegrationProject::create("Checkout", "w", "c");
+        checkout->setTimeWithoutSaving(1800);
+        auto payment = ZVIntegrationProject::create("Payment", "w", "c");
+        payment->setAdditionalID("p");
+        payment->setFourthID("invoice-9");
+        checkout->addSubproject(payment);
+        website->addSubproject(checkout);
+        auto run = std::make_shared<ZVTimeLogEntry>();
+        run->setText("Form validation");
+        run->setStopDate(environment.clock.now() + std::chrono::duration<double>(1800));
+        checkout->addLogEntry(run);
+        checkout->addLogEntry(std::make_shared<ZVResetLogEntry>(checkout));
+        auto support = ZVIntegrationProject::create("Support", "s");
+        support->setIntegration(account);
+        support->setTimeWithoutSaving(60);
+        account->addProject(website);
+        account->addProject(support);
+        return account;
+    }
+
+    static Pointer child(const Pointer& project, std::size_t index = 0) { return project->subprojects().at(index); }
+    static Pointer top(const std::shared_ptr<ZVIntegration>& account, std::size_t index = 0) {
+        return account->availableProjects().at(index);
+    }
+
+    static std::vector<std::string> paths(const std::vector<Pointer>& projects) {
+        std::vector<std::string> result;
+        for (const auto& project : projects) result.push_back(project->fullProjectPath());
+        return result;
+    }
+
+    TimerTestEnvironment environment;
+    ZVIntegrationRegistry::ScopedTestClass registration = RecordingIntegration::registration();
+};
+
+// Start-up.
+
+TEST_F(IntegrationCenterTest, WithoutAFileThereIsOnlyTheLocalAccount) {
+    EXPECT_TRUE(center().integrations().empty());
+    EXPECT_TRUE(ZVNorvoIntegration::sharedIntegration());
+    EXPECT_EQ(center().currentProject(), nullptr);
+    EXPECT_EQ(center().saveURL(), databasePath());
+
+    auto stranger = RecordingIntegration::make("Not added", true);
+    stranger->save();
+    center().save();
+    EXPECT_FALSE(fs::exists(databasePath()));
+}
+
+struct SyncPeriodCase {
+    std::optional<std::int64_t> stored;
+    std::int64_t period;
+};
+
+class IntegrationCenterSyncPeriodTest : public IntegrationCenterTest,
+                                        public testing::WithParamInterface<SyncPeriodCase> {};
+
+TEST_P(IntegrationCenterSyncPeriodTest, PeriodsBelowFiveMinutesFallBackToAnHour) {
+    if (GetParam().stored) setStoredPreference("KDIntegrationCenterSyncPeriod", ZVValue(*GetParam().stored));
+    EXPECT_EQ(center().syncPeriod(), GetParam().period);
+}
+
+INSTANTIATE_TEST_SUITE_P(Periods, IntegrationCenterSyncPeriodTest,
+                         testing::Values(SyncPeriodCase{std::nullopt, 3600}, SyncPeriodCase{299, 3600},
+                                         SyncPeriodCase{300, 300}, SyncPeriodCase{7200, 7200},
+                                         SyncPeriodCase{-1, 3600}));
+
+TEST_F(IntegrationCenterTest, AccountsWithTreesAndLogsSurviveARestart) {
+    auto first = accountWithTree("Client A");
+    auto second = accountWithTree("Client B");
+    center().addIntegration(first);
+    center().addIntegration(second);
+    EXPECT_EQ(first->synchronizeCount, 1);
+
+    const Pointer payment = child(child(top(first)));
+    center().setCurrentProject(top(second, 1));
+    center().setCurrentProject(payment);
+    center().save();
+
+    std::map<std::string, ZVDictionary> before;
+    for (const auto& account : {first, second}) before[account->integrationID()] = account->dictionaryRepresentation();
+    const std::vector<std::string> recentPaths = paths(center().recentProjects());
+
+    restart();
+    std::map<std::string, ZVDictionary> after;
+    for (const auto& account : center().integrations()) after[account->integrationID()] = account->dictionaryRepresentation();
+    EXPECT_EQ(after, before);
+
+    const Pointer current = center().currentProject();
+    ASSERT_TRUE(current);
+    EXPECT_EQ(current->fullProjectPath(), "Client A" + arrow + "Website" + arrow + "Checkout" + arrow + "Payment");
+    EXPECT_EQ(current->additionalID(), "p");
+    EXPECT_EQ(paths(center().recentProjects()), recentPaths);
+    EXPECT_EQ(recentPaths, (std::vector<std::string>{payment->fullProjectPath(), "Client B" + arrow + "Support"}));
+    EXPECT_EQ(ZVHeartBeat::sharedHeartBeat().currentTime(), 0u);
+}
+
+TEST_F(IntegrationCenterTest, DatabaseIsAPrivateXMLPropertyListOtherReadersAccept) {
+    auto account = accountWithTree("Client A");
+    center().addIntegration(account);
+
+    struct stat status {};
+    ASSERT_EQ(::stat(databasePath().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600u);
+
+    std::ifstream file(databasePath());
+    std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    EXPECT_NE(text.find("<plist"), std::string::npos);
+    EXPECT_NE(text.find("<key>" + account->integrationID() + "</key>"), std::string::npos);
+
+    if (std::system("command -v plistutil > /dev/null 2>&1") != 0) GTEST_SKIP() << "plistutil is not installed";
+    const std::string converted = environment.home.path() + "/converted.plist";
+    const std::string command = "plistutil -i '" + databasePath() + "' -o '" + converted + "' -f bin";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    // Back through our own reader from the other tool's binary form.
+    auto value = ZVPropertyList::readFile(converted);
+    ASSERT_TRUE(value);
+    EXPECT_EQ(*value, ZVValue(*storedDatabase()));
+}
+
+TEST_F(IntegrationCenterTest, UnreadableDatabaseIsMovedAsideAndKept) {
+    const std::string garbage = "<?xml version=\"1.0\"?><plist><dict><key>broken";
+    {
+        std::ofstream file(ZVPaths::dataDirectory() + "/Integrations.edb");
+        file << garbage;
+    }
+    EXPECT_TRUE(center().integrations().empty());
+
+    std::vector<fs::path> setAside;
+    for (const auto& entry : fs::directory_iterator(environment.home.dataDirectory())) {
+        if (entry.path().filename().string().rfind("Integrations.edb.unreadable-", 0) == 0) setAside.push_back(entry.path());
+    }
+    ASSERT_EQ(setAside.size(), 1u);
+    std::ifstream kept(setAside[0]);
+    EXPECT_EQ(std::string((std::istreambuf_iterator<char>(kept)), std::istreambuf_iterator<char>()), garbage);
+
+    auto account = accountWithTree("Client A");
+    center().addIntegration(account);
+    auto stored = storedDatabase();
+    ASSERT_TRUE(stored);
+    EXPECT_EQ(stored->size(), 1u);
+    EXPECT_TRUE(fs::exists(setAside[0]));
+}
+
+TEST_F(IntegrationCenterTest, DatabaseOfTheWrongShapeCountsAsUnreadable) {
+    writeDatabase({{"some-account", "not a dictionary"}});
+    EXPECT_TRUE(center().readIntegrationsFromDisk().empty());
+    EXPECT_FALSE(fs::exists(databasePath()));
+    std::size_t setAside = 0;
+    for (const auto& entry : fs::directory_iterator(environment.home.dataDirectory())) {
+        setAside += entry.path().filename().string().rfind("Integrations.edb.unreadable-", 0) == 0;
+    }
+    EXPECT_EQ(setAside, 1u);
+}
+
+TEST_F(IntegrationCenterTest, UnknownAccountClassIsSkippedAndKeptInTheFile) {
+    auto known = RecordingIntegration::makeWithDictionary<RecordingIntegration>(
+        {{"KDIntegrationUID", "known"}, {"KDIntegrationName", "Known"}});
+    writeDatabase({{"known", ZVValue(known->dictionaryRepresentation())},
+                   {"future", ZVDictionary{{"KDIntegrationClass", "Norvo.ZVFutureIntegration"},
+                                           {"KDIntegrationUID", "future"}}}});
+    ASSERT_EQ(center().integrations().size(), 1u);
+    auto loaded = center().integrations()[0];
+    EXPECT_EQ(loaded->integrationID(), "known");
+    std::dynamic_pointer_cast<RecordingIntegration>(loaded)->writesThrough = true;
+    loaded->save();
+    EXPECT_EQ(storedDatabase()->count("future"), 1u);
+}
+
+// The current project and the recents.
+
+TEST_F(IntegrationCenterTest, TwelveSelectionsLeaveTheTenNewest) {
+    auto account = RecordingIntegration::make("Work");
+    std::vector<Pointer> projects;
+    for (int index = 0; index < 12; ++index) {
+        auto project = ZVIntegrationProject::create("P" + std::to_string(index), std::to_string(index));
+        project->setIntegration(account);
+        projects.push_back(project);
+        center().setCurrentProject(project);
+    }
+    std::vector<Pointer> expected(projects.rbegin(), projects.rbegin() + 10);
+    EXPECT_EQ(center().recentProjects(), expected);
+
+    center().setCurrentProject(projects[5]);
+    expected.erase(std::find(expected.begin(), expected.end(), projects[5]));
+    expected.insert(expected.begin(), projects[5]);
+    EXPECT_EQ(center().recentProjects(), expected);
+
+    const auto stored = ZVPreferences::shared().value("KDRecentIntegrations");
+    ASSERT_TRUE(stored && stored->array());
+    ASSERT_EQ(stored->array()->size(), 10u);
+    EXPECT_EQ(stored->array()->front(), ZVValue("Work" + arrow + "P5"));
+}
+
+TEST_F(IntegrationCenterTest, ChangingProjectWhileRunningStopsWritesAndRunsOn) {
+    auto account = RecordingIntegration::make("Work");
+    auto first = ZVIntegrationProject::create("First", "1");
+    first->setIntegration(account);
+    first->setTimeWithoutSaving(100);
+    auto second = ZVIntegrationProject::create("Second", "2");
+    second->setIntegration(account);
+    second->setTimeWithoutSaving(50);
+
+    int stateChanges = 0;
+    int projectChanges = 0;
+    auto& notifications = ZVNotificationCenter::shared();
+    const auto stateToken = notifications.addObserver(ZVHeartBeatStateDidChangeNotification,
+                                                      [&](const ZVNotification&) { ++stateChanges; });
+    const auto projectToken = notifications.addObserver(ZVIntegrationCenterCurrentProjectDidChangeNotification,
+                                                        [&](const ZVNotification&) { ++projectChanges; });
+    std::vector<Pointer> banners;
+    center().setSystemNotificationHandler([&](const Pointer& project) { banners.push_back(project); });
+
+    auto& heartBeat = ZVHeartBeat::sharedHeartBeat();
+    center().setCurrentProject(first);
+    heartBeat.start();
+    environment.timers.advance(5);
+    center().setCurrentProject(second);
+
+    EXPECT_EQ(first->time(), 105u);
+    EXPECT_TRUE(heartBeat.isBeating());
+    EXPECT_EQ(heartBeat.currentTime(), 50u);
+    EXPECT_EQ(stateChanges, 3);  // start, stop, start
+    environment.timers.advance(2);
+    EXPECT_EQ(heartBeat.currentTime(), 52u);
+
+    center().setCurrentProject(nullptr);
+    EXPECT_FALSE(heartBeat.isBeating());
+    EXPECT_EQ(second->time(), 52u);
+    EXPECT_EQ(heartBeat.currentTime(), 0u);
+    EXPECT_EQ(projectChanges, 3);
+    EXPECT_EQ(banners, (std::vector<Pointer>{first, second}));
+    EXPECT_EQ(center().recentProjects(), (std::vector<Pointer>{second, first}));
+
+    notifications.removeObserver(stateToken);
+    notifications.removeObserver(projectToken);
+}
+
+TEST_F(IntegrationCenterTest, CurrentProjectIsRestoredByItsIdentifiersDownThreeLevels) {
+    auto account = accountWithTree("Client A");
+    writeDatabase({{account->integrationID(), ZVValue(account->dictionaryRepresentation())}});
+    setStoredPreference("KDIntegrationCenterCurrentProject", ZVArray{account->integrationID(), "w", "c", "p"});
+
+    const Pointer current = center().currentProject();
+    ASSERT_TRUE(current);
+    EXPECT_EQ(current->name(), "Payment");
+    EXPECT_EQ(paths(center().recentProjects()), (std::vector<std::string>{current->fullProjectPath()}));
+}
+
+struct CurrentProjectPathCase {
+    const char* label;
+    ZVValue stored;
+};
+
+class IntegrationCenterUnresolvedCurrentProjectTest : public IntegrationCenterTest,
+                                                      public testing::WithParamInterface<CurrentProjectPathCase> {};
+
+TEST_P(IntegrationCenterUnresolvedCurrentProjectTest, RestoresNothingAndSaysNothing) {
+    auto account = RecordingIntegration::makeWithDictionary<RecordingIntegration>(
+        {{"KDIntegrationUID", "acc"}, {"KDIntegrationName", "Work"}});
+    auto project = ZVIntegrationProject::create("Site", "w");
+    project->setIntegration(account);
+    account->addProject(project);
+    writeDatabase({{"acc", ZVValue(account->dictionaryRepresentation())}});
+    setStoredPreference("KDIntegrationCenterCurrentProject", GetParam().stored);
+
+    EXPECT_EQ(center().currentProject(), nullptr);
+    EXPECT_TRUE(environment.ui.alerts.empty());
+    EXPECT_EQ(center().integrations().size(), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Paths, IntegrationCenterUnresolvedCurrentProjectTest,
+    testing::Values(CurrentProjectPathCase{"emptyArray", ZVValue(ZVArray{})},
+                    CurrentProjectPathCase{"accountOnly", ZVValue(ZVArray{"acc"})},
+                    CurrentProjectPathCase{"unknownAccount", ZVValue(ZVArray{"gone", "w"})},
+                    CurrentProjectPathCase{"unknownProject", ZVValue(ZVArray{"acc", "x"})},
+                    CurrentProjectPathCase{"missingSubproject", ZVValue(ZVArray{"acc", "w", "c"})},
+                    CurrentProjectPathCase{"notStrings", ZVValue(ZVArray{"acc", 5})},
+                    CurrentProjectPathCase{"notAnArray", ZVValue("acc")}),
+    [](const testing::TestParamInfo<CurrentProjectPathCase>& row) { return std::string(row.param.label); });
+
+TEST_F(IntegrationCenterTest, RecentsResolveByNameToTheFirstMatchingAccount) {
+    ZVDictionary root;
+    for (const char* identifier : {"uid-1", "uid-2"}) {
+        auto account = RecordingIntegration::makeWithDictionary<RecordingIntegration>(
+            {{"KDIntegrationUID", identifier}, {"KDIntegrationName", "Same"}});
+        auto project = ZVIntegrationProject::create("Plan", identifier);
+        project->setIntegration(account);
+        account->addProject(project);
+        auto odd = ZVIntegrationProject::create("A" + arrow + "B", std::string(identifier) + "-odd");
+        odd->setIntegration(account);
+        account->addProject(odd);
+        root[identifier] = account->dictionaryRepresentation();
+    }
+    writeDatabase(root);
+    setStoredPreference("KDRecentIntegrations",
+                        ZVArray{"Same" + arrow + "Plan", "Same" + arrow + "A" + arrow + "B", "Nobody" + arrow + "Plan",
+                                "Same" + arrow + "Plan" + arrow + "Missing", "Same", ZVValue(3)});
+
+    const auto recents = center().recentProjects();
+    ASSERT_EQ(recents.size(), 1u);
+    EXPECT_EQ(recents[0]->projectID(), "uid-1");
+}
+
+TEST_F(IntegrationCenterTest, RemovingAnAccountClearsItsCurrentProjectAndItsEntry) {
+    auto first = accountWithTree("Client A");
+    auto second = accountWithTree("Client B");
+    center().addIntegration(first);
+    center().addIntegration(second);
+
+    center().setCurrentProject(top(second));
+    center().removeIntegration(first);
+    EXPECT_EQ(center().currentProject(), top(second));
+
+    center().setCurrentProject(child(top(first)));
+    ZVHeartBeat::sharedHeartBeat().start();
+    center().removeIntegration(second);  // not the current project's account
+    EXPECT_EQ(center().currentProject(), child(top(first)));
+
+    center().addIntegration(second);
+    center().setCurrentProject(top(second, 1));
+    center().removeIntegration(second);
+    EXPECT_EQ(center().currentProject(), nullptr);
+    EXPECT_FALSE(ZVHeartBeat::sharedHeartBeat().isBeating());
+    EXPECT_TRUE(center().integrations().empty());
+    EXPECT_TRUE(storedDatabase()->empty());
+}
+
+// Saving.
+
+TEST_F(IntegrationCenterTest, AutosaveWritesTheRunningTimeEveryFiveMinutes) {
+    auto account = accountWithTree("Client A");
+    center().addIntegration(account);
+    const Pointer support = top(account, 1);
+    center().setCurrentProject(support);
+    ZVHeartBeat::sharedHeartBeat().start();
+
+    environment.timers.advance(301);
+    EXPECT_GE(support->time(), 60u + 299u);
+    EXPECT_LE(support->time(), 60u + 300u);
+    const auto stored = storedDatabase();
+    ASSERT_TRUE(stored);
+    const ZVDictionary& storedAccount = *stored->at(account->integrationID()).dictionary();
+    const ZVDictionary& storedSupport = *ZVArrayValue(storedAccount, "KDIntegrationCachedProjects")->at(1).dictionary();
+    EXPECT_EQ(ZVUnsignedValue(storedSupport, "KDIntegrationProjectTime"), support->time());
+    EXPECT_TRUE(ZVBoolValue(storedSupport, "KDIntegrationProjectIsSelected"));
+
+    ZVPreferences::resetShared(environment.home.preferencesFile());  // what reached the disk
+    const auto current = ZVPreferences::shared().value("KDIntegrationCenterCurrentProject");
+    ASSERT_TRUE(current);
+    EXPECT_EQ(*current, ZVValue(ZVArray{account->integrationID(), "s"}));
+    EXPECT_EQ(*ZVPreferences::shared().value("KDRecentIntegrations"), ZVValue(ZVArray{"Client A" + arrow + "Support"}));
+}
+
+TEST_F(IntegrationCenterTest, QuitSavesTheCurrentProjectsIdentifiers) {
+    auto account = accountWithTree("Client A");
+    center().addIntegration(account);
+    center().setCurrentProject(child(top(account)));
+    ZVNotificationCenter::shared().post(ZVApplicationWillTerminateNotification);
+
+    ZVPreferences::resetShared(environment.home.preferencesFile());
+    EXPECT_EQ(*ZVPreferences::shared().value("KDIntegrationCenterCurrentProject"),
+              ZVValue(ZVArray{account->integrationID(), "w", "c"}));
+}
+
+}  // namespace

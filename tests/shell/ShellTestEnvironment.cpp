@@ -2,6 +2,7 @@
 
 #include <QThread>
 #include <cstdlib>
+#include <stdlib.h>
 
 #include "app/ZVQtMainQueue.h"
 #include "app/ZVQtTimerFactory.h"
@@ -16,7 +17,7 @@ public:
     void SetUp() override { shellApplication(); }
 };
 
-const auto* registeredEnvironment = ::testing::AddGlobalTestEnvironment(new ShellEnvironment);
+[[maybe_unused]] const auto* registeredEnvironment = ::testing::AddGlobalTestEnvironment(new ShellEnvironment);
 
 }  // namespace
 

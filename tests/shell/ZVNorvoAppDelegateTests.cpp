@@ -43,8 +43,11 @@ TEST_F(ZVNorvoAppDelegateTest, PickerReadsNoProjectUntilOneIsChosenFromItsMenu) 
     EXPECT_EQ(menu->items[0]->title, "Projects");
     EXPECT_EQ(menu->items.back()->title, "Add Account...");
     EXPECT_NE(menu->itemWithTitle("No Accounts"), nullptr);
-    auto* item = menu->items[0]->submenu->itemWithTitle("Website — 00:00:00");
+    ZVMenuItem* item = nullptr;
+    for (const auto& candidate : menu->items[0]->submenu->items)
+        if (candidate->representedProject() == project) item = candidate.get();
     ASSERT_NE(item, nullptr);
+    EXPECT_EQ(item->action, "selectProject:");
     item->perform();
 
     EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), project);

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "ZVPreferences.h"
+#include "ZVThreading.h"
 #include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
 #include "core/sync/ZVSynchronizationThread.h"
 #include "services/kit/ServiceTestCase.h"
@@ -77,6 +78,10 @@ TEST_F(GenericReferenceServerTests, SynchronizesTracksAndPostsToTheExampleServer
     ASSERT_FALSE(reference.address().empty()) << "the example server did not start";
     // The refresh first asks whether the computer is online; the fake server answers for the internet.
     ZVPreferences::shared().setValue(server.baseURL() + "/", ZVSynchronizationThread::connectionProbeAddressKey);
+    // A failed refresh then only logs; the checks below show the log.
+    ZVPreferences::shared().setBoolean(true, ZVSynchronizationThread::silenceSyncErrorsKey);
+    // This thread is the main thread; the refresh must run on another one.
+    ASSERT_TRUE(ZVMainQueue::shared().isMainThread());
     auto account = makeAccountAt<ZVGenericAddressBasedIntegration>(reference.address());
 
     // The refresh runs on a thread of its own, as the resync timer starts it.

@@ -288,11 +288,14 @@ void ZVIntegration::save() {
         return;
     }
     // The snapshot is taken before the centre's lock: no account or node lock
-    // may be taken while the centre's lock is held.
+    // may be taken while the centre's lock is held. Its own mutex, not the
+    // account's lock, numbers it: a synchronization holds that lock while it
+    // waits for the main thread, which saves.
     ZVDictionary representation;
     std::uint64_t generation = 0;
     {
-        std::lock_guard guard(_lock);
+        static std::mutex snapshotLock;
+        std::lock_guard guard(snapshotLock);
         representation = dictionaryRepresentation();
         generation = ++_snapshotGeneration;
     }

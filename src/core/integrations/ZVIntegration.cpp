@@ -258,12 +258,11 @@ ZVIntegration::ProjectList ZVIntegration::projectsWithNonZeroTime() const {
 // Storage.
 
 ZVDictionary ZVIntegration::dictionaryRepresentation() {
+    // Without the lock: the autosave runs on the main thread, also while a
+    // synchronization holds the lock and waits there for the user's answer.
     ZVArray projects;
-    {
-        std::lock_guard guard(_lock);
-        projects.reserve(_projects.size());
-        for (const auto& project : _projects) projects.emplace_back(project->dictionaryRepresentation());
-    }
+    projects.reserve(_projects.size());
+    for (const auto& project : _projects) projects.emplace_back(project->dictionaryRepresentation());
     std::string storedClassName = className();
     const std::string observerPrefix = "NSKVONotifying_";
     if (storedClassName.starts_with(observerPrefix)) storedClassName.erase(0, observerPrefix.size());

@@ -26,7 +26,8 @@ void whenModalAppears(const std::function<void(QWidget&)>& inspect) {
 }
 
 std::vector<QPushButton*> buttonsLeftToRight(QWidget& box) {
-    auto buttons = box.findChildren<QPushButton*>();
+    const auto found = box.findChildren<QPushButton*>();
+    std::vector<QPushButton*> buttons(found.begin(), found.end());
     buttons.erase(std::remove_if(buttons.begin(), buttons.end(), [](QPushButton* b) { return !b->isVisible(); }),
                   buttons.end());
     std::sort(buttons.begin(), buttons.end(), [](QPushButton* a, QPushButton* b) {

@@ -79,6 +79,8 @@ struct FakeServer::Implementation {
             std::lock_guard lock(mutex);
             requests.push_back(recorded);
             auto it = routes.find({request.method, request.path});
+            // A HEAD request is answered by the GET route, as real servers do.
+            if (it == routes.end() && request.method == "HEAD") it = routes.find({"GET", request.path});
             if (it == routes.end()) it = routes.find({"*", request.path});
             if (it != routes.end()) handler = it->second;
         }

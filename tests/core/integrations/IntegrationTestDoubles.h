@@ -65,10 +65,10 @@ struct TestIntegrationClasses {
 
 /// Answers alerts from a script and records what was shown. An alert
 /// without a scripted answer fails the test and answers the first button.
-class ScriptedUserInterface : public ZVUserInterface {
+class AlertScript : public ZVUserInterface {
 public:
-    ScriptedUserInterface() { ZVUserInterface::install(this); }
-    ~ScriptedUserInterface() override { ZVUserInterface::install(nullptr); }
+    AlertScript() { ZVUserInterface::install(this); }
+    ~AlertScript() override { ZVUserInterface::install(nullptr); }
 
     /// The next alert answers with this button.
     void answerButton(int index) { _answers.push_back(Answer{index, std::nullopt}); }

@@ -39,6 +39,6 @@ protected:
     ManualClock clock;
     ManualTimerFactory timers{clock};
     ManualMainQueue mainQueue;
-    ScriptedUserInterface ui;
+    AlertScript ui;
     TestIntegrationClasses classes;
 };

@@ -1,0 +1,144 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "ZVHelpers.h"
+#include "core/integrations/helper/ZVIntegrationProject.h"
+#include "core/ledgrin/ZVLedgrinIntegration.h"
+#include "core/log_entries/ZVTimeLogEntry.h"
+
+namespace {
+
+class FakeLedgrinEnvironment : public ZVLedgrinIntegration::Environment {
+public:
+    bool installed = true;
+    std::optional<std::string> version = "2.2.2";
+    int versionQueries = 0;
+    std::vector<std::string> openedURLs;
+
+    bool isInstalled() override { return installed; }
+    std::optional<std::string> installedVersion() override {
+        ++versionQueries;
+        return version;
+    }
+    bool openURL(const std::string& url) override {
+        openedURLs.push_back(url);
+        return true;
+    }
+};
+
+class ZVLedgrinIntegrationTest : public ::testing::Test {
+protected:
+    ZVLedgrinIntegrationTest() { ledgrin.setEnvironment(environment); }
+    ~ZVLedgrinIntegrationTest() override { ledgrin.setEnvironment(nullptr); }
+
+    ZVLedgrinIntegration& ledgrin = ZVLedgrinIntegration::sharedIntegration();
+    std::shared_ptr<FakeLedgrinEnvironment> environment = std::make_shared<FakeLedgrinEnvironment>();
+};
+
+/// The query of a "ledgrin://timeentry?" URL as decoded pairs, in order.
+std::vector<std::pair<std::string, std::string>> queryPairs(const std::string& url) {
+    const std::string prefix = "ledgrin://timeentry?";
+    EXPECT_EQ(url.rfind(prefix, 0), 0u) << url;
+    std::vector<std::pair<std::string, std::string>> pairs;
+    std::string query = url.substr(prefix.size());
+    size_t start = 0;
+    while (start <= query.size()) {
+        const size_t end = std::min(query.find('&', start), query.size());
+        const std::string pair = query.substr(start, end - start);
+        const size_t equals = pair.find('=');
+        pairs.emplace_back(ZVPercentDecoded(pair.substr(0, equals)), ZVPercentDecoded(pair.substr(equals + 1)));
+        start = end + 1;
+    }
+    return pairs;
+}
+
+}  // namespace
+
+TEST(ZVLedgrinVersionTest, EachOfTheFirstThreePartsMustBeAtLeastTwo) {
+    struct Case {
+        const char* version;
+        bool integrable;
+    };
+    const Case cases[] = {
+        {"2.2.2", true}, {"2.3.4", true},  {"3.4.5", true},  {"2.2.2.0", true}, {"2.3", false},
+        {"2.3.0", false}, {"3.0.0", false}, {"2", false},    {"", false},       {"10.10.10", true},
+        {"2.2.x", false}, {"1.9.9", false},
+    };
+    for (const Case& c : cases) EXPECT_EQ(ZVLedgrinIntegration::isVersionIntegrable(c.version), c.integrable) << c.version;
+}
+
+TEST_F(ZVLedgrinIntegrationTest, VersionTestIsMadeOnceAndKept) {
+    EXPECT_TRUE(ledgrin.isInstalledVersionIntegrable());
+    environment->version = "2.1.0";
+    EXPECT_TRUE(ledgrin.isInstalledVersionIntegrable());
+    EXPECT_EQ(environment->versionQueries, 1);
+}
+
+TEST_F(ZVLedgrinIntegrationTest, NotOfferedWithoutAHandlerOrWithAnOldVersion) {
+    environment->installed = false;
+    EXPECT_FALSE(ledgrin.canReceiveTime());
+
+    auto old = std::make_shared<FakeLedgrinEnvironment>();
+    old->version = "2.3.0";
+    ledgrin.setEnvironment(old);
+    EXPECT_TRUE(ledgrin.isInstalled());
+    EXPECT_FALSE(ledgrin.canReceiveTime());
+
+    auto unversioned = std::make_shared<FakeLedgrinEnvironment>();
+    unversioned->version.reset();
+    ledgrin.setEnvironment(unversioned);
+    EXPECT_FALSE(ledgrin.canReceiveTime());
+
+    ledgrin.setEnvironment(std::make_shared<FakeLedgrinEnvironment>());
+    EXPECT_TRUE(ledgrin.canReceiveTime());
+}
+
+TEST_F(ZVLedgrinIntegrationTest, TimeEntryOfAProjectInHoursWithItsLastNote) {
+    auto project = ZVIntegrationProject::create("Website", "web");
+    project->setTimeWithoutSaving(5400);
+    auto entry = ZVLedgrinIntegration::timeEntry(*project, std::nullopt);
+    EXPECT_DOUBLE_EQ(entry.time, 1.5);
+    EXPECT_DOUBLE_EQ(entry.hourPrice, 0);
+    EXPECT_EQ(entry.notes, "");
+
+    auto log = std::make_shared<ZVTimeLogEntry>(project);
+    log->setText("Footer & header = 100% done");
+    project->addLogEntry(log);
+    entry = ZVLedgrinIntegration::timeEntry(*project, 80.5);
+    EXPECT_EQ(entry.notes, "Footer & header = 100% done");
+    EXPECT_DOUBLE_EQ(entry.hourPrice, 80.5);
+}
+
+TEST_F(ZVLedgrinIntegrationTest, URLCarriesTimePriceAndEscapedNote) {
+    const std::string url = ZVLedgrinIntegration::invoiceItemURL({80.5, "Footer & header = 100% done?", 1.5});
+    EXPECT_EQ(url.find(' '), std::string::npos);
+    const auto pairs = queryPairs(url);
+    ASSERT_EQ(pairs.size(), 3u);
+    EXPECT_EQ(pairs[0], std::make_pair(std::string("time"), std::string("1.5")));
+    EXPECT_EQ(pairs[1], std::make_pair(std::string("price"), std::string("80.5")));
+    EXPECT_EQ(pairs[2], std::make_pair(std::string("note"), std::string("Footer & header = 100% done?")));
+}
+
+TEST_F(ZVLedgrinIntegrationTest, NoPriceAndNoNoteStillSendAllThreeKeys) {
+    EXPECT_EQ(ZVLedgrinIntegration::invoiceItemURL({0, "", 0.25}), "ledgrin://timeentry?time=0.25&price=0&note=");
+}
+
+TEST_F(ZVLedgrinIntegrationTest, SendingTwiceHandsOverTwoItemsAndLeavesTheTime) {
+    auto project = ZVIntegrationProject::create("Website", "web");
+    project->setTimeWithoutSaving(7200);
+    const auto entry = ZVLedgrinIntegration::timeEntry(*project, 50);
+    ledgrin.addInvoiceItem(entry);
+    ledgrin.addInvoiceItem(entry);
+    ASSERT_EQ(environment->openedURLs.size(), 2u);
+    EXPECT_EQ(environment->openedURLs[0], "ledgrin://timeentry?time=2&price=50&note=");
+    EXPECT_EQ(project->time(), 7200u);
+}
+
+TEST(ZVLedgrinWithoutEnvironmentTest, SendingWithoutADesktopIsDroppedQuietly) {
+    ZVLedgrinIntegration::sharedIntegration().setEnvironment(nullptr);
+    EXPECT_FALSE(ZVLedgrinIntegration::sharedIntegration().isInstalled());
+    EXPECT_FALSE(ZVLedgrinIntegration::sharedIntegration().canReceiveTime());
+    ZVLedgrinIntegration::sharedIntegration().addInvoiceItem({1, "x", 1});
+}

@@ -7,6 +7,7 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QToolButton>
 #include <QVBoxLayout>
 #include <cstdlib>
 
@@ -18,17 +19,23 @@
 #include "app/ZVNorvoMainWindow.h"
 #include "app/ZVQtUserInterface.h"
 #include "app/ZVSleepObserver.h"
+#include "app/ZVStateReportWindow.h"
 #include "app/ZVX11IdleTimeSource.h"
 #include "core/actions/ZVActionCenter.h"
 #include "core/actions/ZVIdleTimeHandler.h"
 #include "core/integrations/ZVIntegration.h"
+#include "core/integrations/ZVIntegrationRegistry.h"
 #include "core/integrations/center/ZVIntegrationCenter.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
 #include "core/integrations/local/ZVNorvoIntegration.h"
+#include "core/ledgrin/ZVLedgrinIntegration.h"
 #include "core/log/ZVLogController.h"
 #include "core/notifications/ZVNotificationCenter.h"
 #include "core/sync/ZVSynchronizationThread.h"
 #include "core/ui/ZVMenu.h"
+#include "integration_editing/ZVIntegrationEditViewController.h"
+#include "integration_editing/ZVIntegrationSetupViewController.h"
+#include "integration_editing/ZVPopover.h"
 #include "preferences/ZVNorvoPreferences.h"
 #include "preferences/ZVPreferencesWindow.h"
 #include "core/heart_beat/ZVHeartBeat.h"
@@ -61,6 +68,7 @@ ZVNorvoAppDelegate::ZVNorvoAppDelegate(bool showsInTaskbar, QObject* parent)
 ZVNorvoAppDelegate::~ZVNorvoAppDelegate() {
     ZVSynchronizationThread::setTerminationReply({});
     ZVMenuManager::shared().setCommands(nullptr);
+    _popover.reset();
     _preferencesWindow.reset();
     _keyboardShortcutManager.reset();
     _idleTimeHandler.reset();
@@ -193,16 +201,36 @@ void ZVNorvoAppDelegate::showTimerWindow() {
     _window->activateWindow();
 }
 
+ZVPopover* ZVNorvoAppDelegate::popover() {
+    if (!_popover) _popover = std::make_unique<ZVPopover>(_window.get());
+    return _popover.get();
+}
+
 void ZVNorvoAppDelegate::addIntegration() {
     showTimerWindow();
-    runAlert(ZVLocalizedString("Adding accounts is not available in this version."),
-             ZVLocalizedString("Local projects can be added from the project menu with \"Add Project...\"."), {});
+    ZVPopover* panel = popover();
+    if (panel->isShown()) {
+        panel->closePopover();
+        return;
+    }
+    const auto classes = ZVIntegrationCenter::shared().availableIntegrationClasses();
+    if (classes.empty()) return;
+    panel->setContentViewController(new ZVIntegrationSetupViewController(classes.front().makeNew(), panel));
+    panel->showRelativeTo(_window ? _window->addIntegrationButton() : nullptr);
 }
 
 void ZVNorvoAppDelegate::editIntegration(const std::shared_ptr<ZVIntegration>& integration) {
     showTimerWindow();
-    (void)integration;
-    runAlert(ZVLocalizedString("Editing accounts is not available in this version."), {}, {});
+    ZVPopover* panel = popover();
+    if (panel->isShown()) {
+        runAlert(ZVLocalizedFormat("You need to save or discard changes to currently edited integration before "
+                                   "editing '%@'",
+                                   {integration->name()}),
+                 {}, {ZVLocalizedString("OK")});
+        return;
+    }
+    panel->setContentViewController(new ZVIntegrationEditViewController(integration, panel));
+    panel->showRelativeTo(_window ? static_cast<QWidget*>(_window->projectListPopUpButton()) : nullptr);
 }
 
 void ZVNorvoAppDelegate::manageNorvoProjects() {
@@ -327,5 +355,22 @@ std::shared_ptr<ZVMenu> ZVNorvoAppDelegate::debugMenu() {
     auto& logging = menu->addItem(ZVLocalizedString("Debug Logging"), "toggleDebugLog",
                                   [](const ZVMenuItem&) { ZVLogSetEnabled(!ZVLogIsEnabled()); });
     logging.state = ZVLogIsEnabled() ? ZVMenuItem::State::on : ZVMenuItem::State::off;
+    menu->addItem(ZVLocalizedString("Show Application State..."), "showStateReport",
+                  [this](const ZVMenuItem&) { showStateReport(); });
     return menu;
+}
+
+void ZVNorvoAppDelegate::showStateReport() {
+    ZVStateReportWindow window(_window && _window->isVisible() ? _window.get() : nullptr);
+    window.exec();
+}
+
+bool ZVNorvoAppDelegate::canSendTimeToLedgrin() { return ZVLedgrinIntegration::sharedIntegration().canReceiveTime(); }
+
+void ZVNorvoAppDelegate::sendTimeToLedgrin() {
+    timeEntryTextHasChanged();
+    const auto project = ZVIntegrationCenter::shared().currentProject();
+    if (!project) return;
+    ZVLedgrinIntegration::sharedIntegration().addInvoiceItem(
+        ZVLedgrinIntegration::timeEntry(*project, ZVNorvoPreferences::shared().hourPrice()));
 }

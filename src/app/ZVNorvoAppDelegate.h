@@ -14,6 +14,7 @@ class ZVPreferencesWindow;
 class ZVQtTimeActionDialogs;
 class ZVLogController;
 class ZVNorvoMainWindow;
+class ZVPopover;
 class ZVSleepObserver;
 class ZVStatusItemController;
 class ZVX11IdleTimeSource;
@@ -66,6 +67,13 @@ public:
     void timeEntryTextHasChanged() override;
     ZVIntegrationProjectMenuItemTarget* projectListTarget() override;
     std::shared_ptr<ZVMenu> debugMenu() override;
+    bool canSendTimeToLedgrin() override;
+    void sendTimeToLedgrin() override;
+
+    /// The one panel of account setup and editing, made at first use.
+    ZVPopover* popover();
+    /// The state report in a window of its own (Debug menu).
+    void showStateReport();
 
     ZVKeyboardShortcutManager* keyboardShortcutManager() const { return _keyboardShortcutManager.get(); }
     ZVPreferencesWindow* preferencesWindow();
@@ -87,4 +95,5 @@ private:
     ZVSleepObserver* _sleepObserver = nullptr;
     std::unique_ptr<ZVKeyboardShortcutManager> _keyboardShortcutManager;
     std::unique_ptr<ZVPreferencesWindow> _preferencesWindow;
+    std::unique_ptr<ZVPopover> _popover;
 };

@@ -2,15 +2,25 @@
 #include <QIcon>
 #include <QTimer>
 
+#include "ZVApplicationState.h"
+#include "app/ZVDesktopLedgrinEnvironment.h"
 #include "app/ZVNorvoAppDelegate.h"
 #include "app/ZVQtMainQueue.h"
 #include "app/ZVQtTimeActionDialogs.h"
 #include "app/ZVQtTimerFactory.h"
 #include "app/ZVQtUserInterface.h"
 #include "app/ZVSingleInstance.h"
+#include "core/ledgrin/ZVLedgrinIntegration.h"
+#include "core/state/ZVNorvoApplicationStateProvider.h"
 #include "preferences/ZVNorvoPreferences.h"
 
 int main(int argc, char** argv) {
+    auto stateProvider = std::make_shared<ZVNorvoApplicationStateProvider>();
+    stateProvider->setApplicationName("Norvo");
+    stateProvider->setApplicationVersion(NORVO_VERSION);
+    stateProvider->setPreferencesSource([] { return ZVNorvoPreferences::shared().dictionaryRepresentation(); });
+    ZVApplicationSetup::setApplicationStateProvider(stateProvider);
+
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Norvo"));
     QApplication::setApplicationVersion(QStringLiteral(NORVO_VERSION));
@@ -33,6 +43,7 @@ int main(int argc, char** argv) {
     ZVUserInterface::install(&userInterface);
     ZVQtTimeActionDialogs timeActionDialogs;
     ZVTimeActionDialogs::install(&timeActionDialogs);
+    ZVLedgrinIntegration::sharedIntegration().setEnvironment(std::make_shared<ZVDesktopLedgrinEnvironment>());
 
     // Read before the main loop: a change needs a relaunch.
     const bool showsInTaskbar = ZVNorvoPreferences::shared().showDockIcon();
@@ -48,6 +59,7 @@ int main(int argc, char** argv) {
         QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate, [&delegate] { delegate.finishTermination(); });
         result = QApplication::exec();
     }
+    ZVLedgrinIntegration::sharedIntegration().setEnvironment(nullptr);
     ZVTimeActionDialogs::install(nullptr);
     ZVUserInterface::install(nullptr);
     ZVTimerFactory::install(nullptr);

@@ -12,6 +12,7 @@
 #include "ZVLocalization.h"
 #include "ZVPreferences.h"
 #include "app/ZVKeyboardShortcutManager.h"
+#include "core/ledgrin/ZVLedgrinIntegration.h"
 #include "core/ui/ZVUserInterface.h"
 #include "preferences/ZVNorvoPreferences.h"
 #include "ui_elements/ZVShortcutRecorder.h"
@@ -127,6 +128,9 @@ QWidget* ZVPreferencesWindow::_makeLedgrinPane() {
     _hourPriceField->setObjectName(QStringLiteral("hourPriceField"));
     _hourPriceField->setPlaceholderText(localized("None"));
     form->addRow(localized("Hour price:"), _hourPriceField);
+    _ledgrinInstalledLabel = new QLabel(localized("Ledgrin is not installed."));
+    _ledgrinInstalledLabel->setObjectName(QStringLiteral("ledgrinInstalledLabel"));
+    form->addRow(_ledgrinInstalledLabel);
     return pane;
 }
 
@@ -169,6 +173,12 @@ void ZVPreferencesWindow::loadPreferences() {
     for (ZVShortcutRecorder* recorder : _recorders) recorder->loadKeyCombo();
     const auto price = p.hourPrice();
     _hourPriceField->setText(price ? QString::number(*price) : QString());
+    auto& ledgrin = ZVLedgrinIntegration::sharedIntegration();
+    if (ledgrin.isInstalled()) {
+        _ledgrinInstalledLabel->setText(ledgrin.isInstalledVersionIntegrable()
+                                            ? localized("Installed")
+                                            : localized("Installed, but version 2.2.2+ is required."));
+    }
     _postTimeOnTimerStopButton->setChecked(p.automaticallyPostTimeAfterStoppingTimer());
     _warnAboutUnpostedTimeBeforeQuittingButton->setChecked(p.warnsAboutUnpostedTimesBeforeQuitting());
     _silenceSyncErrorsButton->setChecked(p.silenceSyncErrors());

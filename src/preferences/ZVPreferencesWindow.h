@@ -5,6 +5,7 @@
 
 class QCheckBox;
 class QComboBox;
+class QLabel;
 class QLineEdit;
 class QTabWidget;
 class QWidget;
@@ -72,6 +73,7 @@ private:
     ZVShortcutRecorder* _recorders[5] = {};
     // Ledgrin
     QLineEdit* _hourPriceField = nullptr;
+    QLabel* _ledgrinInstalledLabel = nullptr;
     // Advanced
     QCheckBox* _postTimeOnTimerStopButton = nullptr;
     QLineEdit* _idleTimeIntervalTextField = nullptr;

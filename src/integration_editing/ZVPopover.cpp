@@ -1,0 +1,77 @@
+#include "integration_editing/ZVPopover.h"
+
+#include <QApplication>
+#include <QMouseEvent>
+#include <QVBoxLayout>
+
+ZVPopover::ZVPopover(QWidget* parent) : QFrame(parent, Qt::Tool | Qt::FramelessWindowHint) {
+    setObjectName(QStringLiteral("popover"));
+    setFrameShape(QFrame::StyledPanel);
+    _layout = new QVBoxLayout(this);
+    _layout->setContentsMargins(12, 12, 12, 12);
+    qApp->installEventFilter(this);
+}
+
+ZVPopover::~ZVPopover() {
+    qApp->removeEventFilter(this);
+    delete _content;
+}
+
+ZVPopoverDelegate* ZVPopover::delegate() const { return dynamic_cast<ZVPopoverDelegate*>(_content.data()); }
+
+void ZVPopover::setContentViewController(QWidget* content) {
+    if (_content == content) return;
+    if (_content) {
+        _layout->removeWidget(_content);
+        _content->hide();
+        _content->deleteLater();
+    }
+    _content = content;
+    if (content) {
+        content->setParent(this);
+        _layout->addWidget(content);
+        content->show();
+    }
+}
+
+void ZVPopover::setContentSize(const QSize& size) { resize(size.expandedTo(minimumSizeHint())); }
+
+void ZVPopover::showRelativeTo(QWidget* anchor) {
+    if (auto* content = delegate()) content->popoverWillShow();
+    adjustSize();
+    if (anchor) move(anchor->mapToGlobal(QPoint(0, anchor->height())));
+    _isShown = true;
+    show();
+    raise();
+    activateWindow();
+}
+
+void ZVPopover::closePopover() {
+    if (!_isShown) return;
+    _isShown = false;
+    if (auto* content = delegate()) content->popoverWillClose();
+    hide();
+    setContentViewController(nullptr);
+    Q_EMIT didClose();
+}
+
+void ZVPopover::clickedOutside() {
+    if (!_isShown) return;
+    auto* content = delegate();
+    if (!content || content->popoverShouldClose()) closePopover();
+}
+
+bool ZVPopover::contains(const QWidget* widget) const {
+    // Pull-down lists are windows of their own whose parent chain leads back here.
+    for (const QWidget* w = widget; w; w = w->parentWidget())
+        if (w == this) return true;
+    return false;
+}
+
+bool ZVPopover::eventFilter(QObject* watched, QEvent* event) {
+    if (_isShown && event->type() == QEvent::MouseButtonPress) {
+        auto* widget = qobject_cast<QWidget*>(watched);
+        if (widget && !contains(widget)) clickedOutside();
+    }
+    return QFrame::eventFilter(watched, event);
+}

@@ -1,5 +1,6 @@
 #include "ZVPreferences.h"
 
+#include <filesystem>
 #include <memory>
 #include <vector>
 
@@ -86,7 +87,11 @@ void ZVPreferences::perform(const std::function<void(ZVPreferences&)>& block, bo
 
 bool ZVPreferences::synchronize() {
     std::lock_guard lock(_mutex);
-    bool written = ZVPropertyList::writeFile(ZVValue(_values), _filePath);
+    // The folder may have been removed while the program runs; a save puts it back.
+    std::error_code ignored;
+    std::filesystem::create_directories(std::filesystem::path(_filePath).parent_path(), ignored);
+    // Readable by the user alone: the preferences name accounts and projects.
+    bool written = ZVPropertyList::writeFile(ZVValue(_values), _filePath, 0600);
     if (!written) ZVLog([&] { return "Could not write the preferences to " + _filePath; });
     return written;
 }

@@ -5,7 +5,9 @@
 #include <stdlib.h>
 
 #include "app/ZVQtMainQueue.h"
+#include "ZVPreferences.h"
 #include "app/ZVQtTimerFactory.h"
+#include "core/sync/ZVSynchronizationThread.h"
 
 namespace {
 
@@ -49,6 +51,9 @@ bool processEventsUntil(const std::function<bool()>& condition, int timeoutMilli
 
 ShellFixture::ShellFixture() {
     shellApplication();
+    // Refreshes see no connection at once instead of waiting for a name server.
+    ZVPreferences::shared().setValue(std::string("http://127.0.0.1:9/"),
+                                     ZVSynchronizationThread::connectionProbeAddressKey);
     ZVIntegrationCenter::resetShared();
     ZVNorvoIntegration::resetSharedIntegration();
     ZVHeartBeat::resetSharedHeartBeat();

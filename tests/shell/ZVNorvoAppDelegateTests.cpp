@@ -21,6 +21,8 @@ protected:
         delegate->setShowsReleaseNotes(false);
         delegate->awakeFromNib();
         delegate->applicationDidFinishLaunching();
+        // The launch starts a refresh; the tests begin when it has found no connection.
+        EXPECT_TRUE(processEventsUntil([] { return !ZVIntegrationCenter::shared().synchronizationIsInProgress(); }, 10000));
     }
     ~ZVNorvoAppDelegateTest() override { delegate.reset(); }
 
@@ -44,8 +46,13 @@ TEST_F(ZVNorvoAppDelegateTest, PickerReadsNoProjectUntilOneIsChosenFromItsMenu) 
     EXPECT_EQ(menu->items.back()->title, "Add Account...");
     EXPECT_NE(menu->itemWithTitle("No Accounts"), nullptr);
     ZVMenuItem* item = nullptr;
-    for (const auto& candidate : menu->items[0]->submenu->items)
-        if (candidate->representedProject() == project) item = candidate.get();
+    // The first item of the project is the one that selects it; "Remove" follows.
+    for (const auto& candidate : menu->items[0]->submenu->items) {
+        if (candidate->representedProject() == project) {
+            item = candidate.get();
+            break;
+        }
+    }
     ASSERT_NE(item, nullptr);
     EXPECT_EQ(item->action, "selectProject:");
     item->perform();

@@ -3,6 +3,7 @@
 #include <httplib.h>
 #include <strings.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <stdexcept>
 #include <thread>
@@ -110,6 +111,9 @@ FakeServer::FakeServer() : _implementation(std::make_unique<Implementation>()) {
     impl->port = impl->server.bind_to_any_port("127.0.0.1");
     if (impl->port <= 0) throw std::runtime_error("the fake server cannot bind to 127.0.0.1");
     impl->thread = std::thread([impl] { impl->server.listen_after_bind(); });
+    // A stop before the listening loop runs would be lost and the loop would
+    // never end, so the server is only handed out once it listens.
+    while (!impl->server.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
 FakeServer::~FakeServer() { stop(); }

@@ -26,6 +26,10 @@ TemporaryHome::TemporaryHome() {
     setenv("XDG_DATA_HOME", (_path + "/.local/share").c_str(), 1);
     setenv("XDG_CONFIG_HOME", (_path + "/.config").c_str(), 1);
     setenv("XDG_CACHE_HOME", (_path + "/.cache").c_str(), 1);
+    // The application's folders exist, as they do once the program has started.
+    ZVPaths::dataDirectory();
+    ZVPaths::configDirectory();
+    ZVPaths::cacheDirectory();
     ZVPreferences::resetShared(preferencesFile());
 }
 

@@ -63,7 +63,10 @@ bool ZVLogController::isInTimePeriod(ZVDate date, int segment, ZVDate now) {
     } else if (segment == 1) {
         limit += lastSevenDays;
     }
-    return std::fabs((date - now).count()) < limit;
+    // The boundary belongs to the period: an entry from the first second of
+    // the oldest day of the period is shown, as is one from this very second
+    // at midnight.
+    return std::fabs((date - now).count()) <= limit;
 }
 
 std::vector<std::shared_ptr<ZVLogEntry>> ZVLogController::_logsInSelectedTimePeriod() const {

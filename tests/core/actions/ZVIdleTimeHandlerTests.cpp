@@ -83,8 +83,7 @@ TEST_F(IdleTest, MovingBackNeverGoesBelowZero) {
 }
 
 TEST_F(IdleTest, TheTextNamesTheTimeActuallyIdle) {
-    project->setTimeWithoutSaving(7200);
-    env.setCurrentProject(project);
+    heartBeat().setCurrentTime(7200);
     heartBeat().start();
     env.ui.answerWith("Move Timer Back");
     awayThenBack(1500);

@@ -178,6 +178,9 @@ TEST_F(LogControllerTest, ANewCurrentProjectBringsBackItsLastTitle) {
 }
 
 TEST_F(LogControllerTest, ClearingTodayEmptiesEveryProjectsTodayAndKeepsTime) {
+    // Clearing reaches the accounts that the centre holds.
+    env.center().addIntegration(account);
+    env.waitForSynchronization();
     auto child = ZVIntegrationProject::create("Child", "1", std::string("c"));
     project->addSubproject(child);
     child->setTimeWithoutSaving(50);

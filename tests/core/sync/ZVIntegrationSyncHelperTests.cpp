@@ -103,7 +103,10 @@ TEST_F(MergeTest, DuplicateRemoteNodesMergeIntoTheFirstOne) {
     ASSERT_EQ(projects.size(), 1u);
     EXPECT_EQ(projects[0], first);
     EXPECT_EQ(first->name(), "Second");
-    EXPECT_EQ(names(first->subprojects()), (std::vector<std::string>{"a", "b"}));
+    // The second listing of the node is merged into the first as a refresh
+    // would be: its children are the ones that survive, and "a", without
+    // time, is gone from it.
+    EXPECT_EQ(names(first->subprojects()), (std::vector<std::string>{"b"}));
 }
 
 TEST_F(MergeTest, DuplicateLocalNodesResolveToTheFirstInListOrder) {

@@ -31,6 +31,9 @@ TemporaryHome::TemporaryHome() {
     ZVPaths::configDirectory();
     ZVPaths::cacheDirectory();
     ZVPreferences::resetShared(preferencesFile());
+    // Nothing may leave the machine: a refresh's connection probe asks a
+    // closed loopback port unless a test points it at its fake server.
+    ZVPreferences::shared().setValue(std::string("http://127.0.0.1:9/"), "ZVConnectionProbeAddress");
 }
 
 TemporaryHome::~TemporaryHome() {

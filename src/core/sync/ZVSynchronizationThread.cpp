@@ -29,10 +29,19 @@ void ZVSynchronizationThread::_resyncIntegrations(ZVIntegrationCenter& center) {
     }
     auto integrations = center.integrations();
     if (integrations.empty()) {
-        // Nothing to fetch: the notifications come without a thread.
+        // Nothing to fetch: the notifications come without a thread, on the
+        // next turn of the main loop (this may run inside the centre's own
+        // set-up). The run counts from that turn on, so that a centre that
+        // is dropped before it never waits for a run that will not come.
+        _endSynchronizationCount(center);
         ZVIntegrationCenter* expected = &center;
         ZV_PERFORM_BLOCK_ON_MAIN_THREAD_ASYNC([expected] {
-            if (ZVIntegrationCenter::sharedIfExists() == expected) _resyncIntegrationsThread(*expected, {});
+            if (ZVIntegrationCenter::sharedIfExists() != expected) return;
+            if (!_beginSynchronization(*expected)) {
+                _replyToPendingTerminationIfNeeded(expected->terminateAfterSyncing());
+                return;
+            }
+            _resyncIntegrationsThread(*expected, {});
         });
         return;
     }
@@ -73,13 +82,14 @@ void ZVSynchronizationThread::_synchronizeIntegrationInSingleThread(ZVIntegratio
     _endSynchronization(center);
 }
 
+bool ZVSynchronizationThread::_endSynchronizationCount(ZVIntegrationCenter& center) {
+    std::lock_guard<std::mutex> guard(center._syncLock);
+    --center._number_of_sync_threads;
+    return center._number_of_sync_threads == 0;
+}
+
 void ZVSynchronizationThread::_endSynchronization(ZVIntegrationCenter& center) {
-    bool ended = false;
-    {
-        std::lock_guard<std::mutex> guard(center._syncLock);
-        --center._number_of_sync_threads;
-        ended = center._number_of_sync_threads == 0;
-    }
+    const bool ended = _endSynchronizationCount(center);
     const bool terminateAfterSyncing = center.terminateAfterSyncing();
     if (ended) _notifyAboutSyncing(ZVIntegrationCenterSynchronizationDidEndNotification);
     _replyToPendingTerminationIfNeeded(terminateAfterSyncing);

@@ -44,6 +44,8 @@ private:
     static void _synchronizeIntegrationInSingleThread(ZVIntegrationCenter& center,
                                                       const std::shared_ptr<ZVIntegration>& integration);
     static void _endSynchronization(ZVIntegrationCenter& center);
+    /// Gives back the count taken by `_beginSynchronization`; true when no run is left.
+    static bool _endSynchronizationCount(ZVIntegrationCenter& center);
     static void _warnUserAboutOngoingSynchronization();
     /// Posts the notification on the main thread and waits for it.
     static void _notifyAboutSyncing(const std::string& name);

@@ -301,7 +301,9 @@ TEST_F(IntegrationCenterTest, ChangingProjectWhileRunningStopsWritesAndRunsOn) {
 
 TEST_F(IntegrationCenterTest, CurrentProjectIsRestoredByItsIdentifiersDownThreeLevels) {
     auto account = accountWithTree("Client A");
-    writeDatabase({{account->integrationID(), ZVValue(account->dictionaryRepresentation())}});
+    ZVDictionary database;
+    database[account->integrationID()] = ZVValue(account->dictionaryRepresentation());
+    writeDatabase(database);
     setStoredPreference("KDIntegrationCenterCurrentProject", ZVArray{account->integrationID(), "w", "c", "p"});
 
     const Pointer current = center().currentProject();

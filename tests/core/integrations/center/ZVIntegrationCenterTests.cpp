@@ -306,6 +306,7 @@ TEST_F(IntegrationCenterTest, CurrentProjectIsRestoredByItsIdentifiersDownThreeL
     writeDatabase(database);
     setStoredPreference("KDIntegrationCenterCurrentProject", ZVArray{account->integrationID(), "w", "c", "p"});
 
+    restart();  // the centre reads both files as at the next start
     const Pointer current = center().currentProject();
     ASSERT_TRUE(current);
     EXPECT_EQ(current->name(), "Payment");

@@ -26,6 +26,7 @@ test_pkgs=(
   dbus dbus-x11 gnome-keyring  # a session bus and a Secret Service for the key store tests
   python3                  # the example server of the Generic protocol
   libplist-utils           # plistutil reads the database file as an independent reader
+  trayer xdotool imagemagick  # the end-to-end test: a tray host, clicks, screenshots
 )
 fuzz_pkgs=(
   clang libclang-rt-14-dev # libFuzzer and the sanitizer runtimes, only for the fuzz step

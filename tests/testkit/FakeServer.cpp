@@ -108,6 +108,10 @@ FakeServer::FakeServer() : _implementation(std::make_unique<Implementation>()) {
     impl->server.Patch(".*", handler);
     impl->server.Delete(".*", handler);
     impl->server.Options(".*", handler);
+    // One request per connection: a client that keeps an idle connection
+    // open would otherwise hold the stop of the server for the whole
+    // keep-alive period (seconds per test).
+    impl->server.set_keep_alive_max_count(1);
     impl->port = impl->server.bind_to_any_port("127.0.0.1");
     if (impl->port <= 0) throw std::runtime_error("the fake server cannot bind to 127.0.0.1");
     impl->thread = std::thread([impl] { impl->server.listen_after_bind(); });

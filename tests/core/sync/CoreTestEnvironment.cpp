@@ -7,6 +7,7 @@
 #include "core/integrations/center/ZVIntegrationCenter.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
 #include "core/integrations/local/ZVNorvoIntegration.h"
+#include "core/notifications/ZVNotificationCenter.h"
 #include "core/sync/TestServiceIntegration.h"
 #include "core/sync/ZVSynchronizationThread.h"
 
@@ -15,6 +16,11 @@ CoreTestEnvironment::CoreTestEnvironment() {
     // loopback port unless a test points it at its fake server.
     ZVPreferences::shared().setValue(std::string("http://127.0.0.1:9/"),
                                      ZVSynchronizationThread::connectionProbeAddressKey);
+    auto& notifications = ZVNotificationCenter::shared();
+    _observerTokens.push_back(notifications.addObserver(ZVIntegrationCenterSynchronizationDidStartNotification,
+                                                        [this](const ZVNotification&) { ++_startedRuns; }));
+    _observerTokens.push_back(notifications.addObserver(ZVIntegrationCenterSynchronizationDidEndNotification,
+                                                        [this](const ZVNotification&) { ++_endedRuns; }));
 }
 
 CoreTestEnvironment::~CoreTestEnvironment() {
@@ -22,6 +28,7 @@ CoreTestEnvironment::~CoreTestEnvironment() {
     ZVIntegrationCenter::resetShared();
     ZVHeartBeat::resetSharedHeartBeat();
     ZVNorvoIntegration::resetSharedIntegration();
+    for (auto token : _observerTokens) ZVNotificationCenter::shared().removeObserver(token);
 }
 
 ZVIntegrationCenter& CoreTestEnvironment::center() {
@@ -43,7 +50,9 @@ bool CoreTestEnvironment::pumpUntil(const std::function<bool()>& done, double ti
 bool CoreTestEnvironment::waitForSynchronization() {
     auto* center = ZVIntegrationCenter::sharedIfExists();
     if (!center) return true;
-    return pumpUntil([center] { return !center->synchronizationIsInProgress(); });
+    return pumpUntil([this, center] {
+        return !center->synchronizationIsInProgress() && _endedRuns.load() == _startedRuns.load();
+    });
 }
 
 std::shared_ptr<TestServiceIntegration> CoreTestEnvironment::makeAccount(const std::string& baseURL) {

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "testkit/InMemoryKeychain.h"
 #include "testkit/ManualClock.h"
@@ -45,4 +47,12 @@ struct CoreTestEnvironment {
     ManualTimerFactory timers{clock};
     ManualMainQueue mainQueue;
     ScriptedUserInterface ui;
+
+private:
+    // Every run posts its start and its end; the count of runs in progress
+    // drops a moment before the end is posted, so a wait also waits for
+    // the end notification of every run that has started.
+    std::atomic<int> _startedRuns{0};
+    std::atomic<int> _endedRuns{0};
+    std::vector<std::uint64_t> _observerTokens;
 };

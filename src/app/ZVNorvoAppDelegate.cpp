@@ -34,6 +34,7 @@
 #include "core/sync/ZVSynchronizationThread.h"
 #include "core/ui/ZVMenu.h"
 #include "integration_editing/ZVIntegrationEditViewController.h"
+#include "integration_editing/ZVNorvoProjectManagementViewController.h"
 #include "integration_editing/ZVIntegrationSetupViewController.h"
 #include "integration_editing/ZVPopover.h"
 #include "preferences/ZVNorvoPreferences.h"
@@ -235,8 +236,15 @@ void ZVNorvoAppDelegate::editIntegration(const std::shared_ptr<ZVIntegration>& i
 
 void ZVNorvoAppDelegate::manageNorvoProjects() {
     showTimerWindow();
-    runAlert(ZVLocalizedString("Managing projects is not available in this version."),
-             ZVLocalizedString("Projects can be added from the project menu and removed with \"Remove '%@'...\"."), {});
+    ZVPopover* panel = popover();
+    if (panel->isShown()) {
+        runAlert(ZVLocalizedString("You need to save or discard changes to currently edited integration before "
+                                   "managing local Norvo projects"),
+                 {}, {ZVLocalizedString("OK")});
+        return;
+    }
+    panel->setContentViewController(new ZVNorvoProjectManagementViewController(ZVNorvoIntegration::sharedIntegration()));
+    panel->showRelativeTo(_window ? static_cast<QWidget*>(_window->projectListPopUpButton()) : nullptr);
 }
 
 void ZVNorvoAppDelegate::showAbout() {

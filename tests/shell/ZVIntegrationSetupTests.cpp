@@ -1,6 +1,8 @@
 #include <QCheckBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListView>
+#include <QMimeData>
 #include <QMouseEvent>
 #include <QPushButton>
 
@@ -16,6 +18,7 @@
 #include "integration_editing/ZVIntegrationListPopUpButton.h"
 #include "integration_editing/ZVIntegrationSetupView.h"
 #include "integration_editing/ZVIntegrationSetupViewController.h"
+#include "integration_editing/ZVNorvoProjectManagementViewController.h"
 #include "integration_editing/ZVPopover.h"
 #include "testkit/FakeServer.h"
 #include "testkit/ScriptedUserInterface.h"
@@ -278,5 +281,102 @@ TEST_F(ZVIntegrationSetupTest, EditingAnotherAccountWhileThePanelIsOpenIsRefused
     openSetup();
     delegate->editIntegration(second);
     EXPECT_EQ(ui.alertMessages().size(), 2u);
+    EXPECT_NE(content<ZVIntegrationSetupViewController>(), nullptr);
+}
+
+namespace {
+
+/// The local projects as the preferences store holds them after a restart.
+std::vector<std::string> storedLocalProjectNames() {
+    ZVNorvoIntegration::resetSharedIntegration();
+    std::vector<std::string> names;
+    for (const auto& project : ZVNorvoIntegration::sharedIntegration()->availableProjects())
+        names.push_back(project->name());
+    return names;
+}
+
+std::vector<std::string> rowTitles(const ZVNorvoProjectListModel& model) {
+    std::vector<std::string> titles;
+    for (int row = 0; row < model.rowCount(); ++row)
+        titles.push_back(model.data(model.index(row), Qt::DisplayRole).toString().toStdString());
+    return titles;
+}
+
+class ZVNorvoProjectManagementTest : public ZVIntegrationSetupTest {
+protected:
+    ZVNorvoProjectManagementViewController& openManagement(std::initializer_list<const char*> names) {
+        auto local = ZVNorvoIntegration::sharedIntegration();
+        for (const char* name : names) {
+            auto project = ZVIntegrationProject::create(name, std::string("id-") + name);
+            project->setIntegration(local);
+            local->addProject(project);
+        }
+        delegate->manageNorvoProjects();
+        auto* controller = content<ZVNorvoProjectManagementViewController>();
+        if (!controller) throw std::runtime_error("the project management panel did not open");
+        return *controller;
+    }
+    /// Drags the row into the gap before `gap` (-1: below the last row).
+    static void drag(ZVNorvoProjectListModel& model, int row, int gap) {
+        std::unique_ptr<QMimeData> data(model.mimeData({model.index(row)}));
+        model.dropMimeData(data.get(), Qt::MoveAction, gap, 0, {});
+    }
+};
+
+}  // namespace
+
+TEST_F(ZVNorvoProjectManagementTest, RenamesAndMovesAreSavedWhenThePanelCloses) {
+    auto& controller = openManagement({"Alpha", "Beta", "Gamma"});
+    ASSERT_TRUE(popover().isShown());
+    auto& model = *controller.model();
+    EXPECT_EQ(rowTitles(model), (std::vector<std::string>{"Alpha", "Beta", "Gamma"}));
+
+    EXPECT_TRUE(model.setData(model.index(1), QStringLiteral("Beta 2"), Qt::EditRole));
+    EXPECT_FALSE(model.setData(model.index(1), 42, Qt::EditRole)) << "only text is a name";
+    EXPECT_FALSE(model.setData(model.index(7), QStringLiteral("Nowhere"), Qt::EditRole));
+    EXPECT_EQ(ZVNorvoIntegration::sharedIntegration()->availableProjects()[1]->name(), "Beta 2");
+
+    drag(model, 0, 3);  // below the last row
+    EXPECT_EQ(rowTitles(model), (std::vector<std::string>{"Beta 2", "Gamma", "Alpha"}));
+    drag(model, 2, 0);  // back to the top
+    EXPECT_EQ(rowTitles(model), (std::vector<std::string>{"Alpha", "Beta 2", "Gamma"}));
+    drag(model, 0, 2);  // into the gap between the second and third row
+    EXPECT_EQ(rowTitles(model), (std::vector<std::string>{"Beta 2", "Alpha", "Gamma"}));
+    drag(model, 1, -1);  // on the empty space under the rows
+    EXPECT_EQ(rowTitles(model), (std::vector<std::string>{"Beta 2", "Gamma", "Alpha"}));
+    QMimeData foreign;
+    foreign.setText(QStringLiteral("0"));
+    EXPECT_FALSE(model.canDropMimeData(&foreign, Qt::MoveAction, 0, 0, {}));
+
+    popover().closePopover();
+    EXPECT_EQ(storedLocalProjectNames(), (std::vector<std::string>{"Beta 2", "Gamma", "Alpha"}));
+}
+
+TEST_F(ZVNorvoProjectManagementTest, AddAsksForANameAndRemoveTakesTheSelectedRowOnly) {
+    auto& controller = openManagement({"Alpha", "Beta"});
+    auto& model = *controller.model();
+
+    controller.remove();  // nothing selected
+    EXPECT_EQ(model.rowCount(), 2);
+
+    ui.answerTextPromptWith(std::string("Gamma"));
+    controller.add();
+    EXPECT_EQ(rowTitles(model), (std::vector<std::string>{"Alpha", "Beta", "Gamma"}));
+    EXPECT_EQ(ZVIntegrationCenter::shared().currentProject()->name(), "Gamma");
+
+    controller.tableView()->setCurrentIndex(model.index(0));
+    controller.remove();
+    EXPECT_EQ(rowTitles(model), (std::vector<std::string>{"Beta", "Gamma"}));
+    EXPECT_EQ(storedLocalProjectNames(), (std::vector<std::string>{"Beta", "Gamma"}));
+}
+
+TEST_F(ZVNorvoProjectManagementTest, ManagingWhileAnAccountIsEditedIsRefused) {
+    openSetup();
+    ui.clearRecords();
+    delegate->manageNorvoProjects();
+    ASSERT_EQ(ui.alertMessages().size(), 1u);
+    EXPECT_EQ(ui.alertMessages()[0],
+              "You need to save or discard changes to currently edited integration before managing local Norvo "
+              "projects");
     EXPECT_NE(content<ZVIntegrationSetupViewController>(), nullptr);
 }

@@ -28,22 +28,7 @@ std::string applicationDirectory(const char* variable, const char* fallbackBelow
     return path;
 }
 
-bool writeAll(int fd, const std::string& bytes) {
-    const char* p = bytes.data();
-    size_t left = bytes.size();
-    while (left > 0) {
-        ssize_t written = ::write(fd, p, left);
-        if (written < 0) {
-            if (errno == EINTR) continue;
-            return false;
-        }
-        p += written;
-        left -= static_cast<size_t>(written);
-    }
-    return true;
-}
-
-bool writeAtomically(const std::string& path, const std::string& bytes, int permissions) {
+bool writeAtomically(const std::string& path, int permissions, const std::function<bool(int)>& produce) {
     std::filesystem::path target(path);
     std::string folder = target.has_parent_path() ? target.parent_path().string() : ".";
     std::string temporary = folder + "/." + target.filename().string() + ".XXXXXX";
@@ -61,7 +46,7 @@ bool writeAtomically(const std::string& path, const std::string& bytes, int perm
         ::fchmod(fd, 0644);
     }
 
-    bool ok = writeAll(fd, bytes) && ::fsync(fd) == 0;
+    bool ok = produce(fd) && ::fsync(fd) == 0;
     ok = ::close(fd) == 0 && ok;
     if (ok) ok = ::rename(name.data(), path.c_str()) == 0;
     if (!ok) {
@@ -74,6 +59,11 @@ bool writeAtomically(const std::string& path, const std::string& bytes, int perm
         ::close(dir);
     }
     return true;
+}
+
+bool writeAtomically(const std::string& path, const std::string& bytes, int permissions) {
+    return writeAtomically(path, permissions,
+                           [&bytes](int fd) { return ZVPaths::writeAll(fd, bytes.data(), bytes.size()); });
 }
 
 }  // namespace
@@ -90,13 +80,51 @@ bool writeFileAtomically(const std::string& path, const std::string& bytes, unsi
     return writeAtomically(path, bytes, static_cast<int>(permissions & 07777));
 }
 
+bool writeFileAtomically(const std::string& path, unsigned permissions, const std::function<bool(int fd)>& produce) {
+    return writeAtomically(path, static_cast<int>(permissions & 07777), produce);
+}
+
+bool writeAll(int fd, const char* bytes, std::size_t length) {
+    while (length > 0) {
+        const ssize_t written = ::write(fd, bytes, length);
+        if (written < 0) {
+            if (errno == EINTR) continue;
+            return false;
+        }
+        bytes += written;
+        length -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+std::optional<FileStamp> stampOf(const std::string& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) return std::nullopt;
+    return FileStamp{static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino),
+                     static_cast<std::int64_t>(status.st_size),
+                     static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1000000000 + status.st_mtim.tv_nsec};
+}
+
 bool readFile(const std::string& path, std::string& bytes) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return false;
-    std::ostringstream buffer;
-    buffer << in.rdbuf();
-    if (in.bad()) return false;
-    bytes = std::move(buffer).str();
+    // One read into a buffer of the file's size: the database can be
+    // hundreds of megabytes, and a stream would copy it twice.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    struct stat status {};
+    std::string content;
+    if (::fstat(fd, &status) == 0 && status.st_size > 0) content.reserve(static_cast<std::size_t>(status.st_size));
+    char buffer[1 << 16];
+    bool ok = true;
+    while (true) {
+        const ssize_t got = ::read(fd, buffer, sizeof buffer);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) ok = false;
+        if (got <= 0) break;
+        content.append(buffer, static_cast<std::size_t>(got));
+    }
+    ::close(fd);
+    if (!ok) return false;
+    bytes = std::move(content);
     return true;
 }
 

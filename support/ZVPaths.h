@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
 
 /// Where Norvo keeps its files, after the XDG base directory rules, and the
@@ -19,6 +22,23 @@ std::string cacheDirectory();
 bool writeFileAtomically(const std::string& path, const std::string& bytes);
 /// The same with the given permission bits (0600 for private files).
 bool writeFileAtomically(const std::string& path, const std::string& bytes, unsigned permissions);
+/// The same, with the content produced by `produce` writing to the open
+/// temporary file; it answers false to give up, leaving the old file.
+bool writeFileAtomically(const std::string& path, unsigned permissions, const std::function<bool(int fd)>& produce);
+/// Writes all bytes to the descriptor, across short writes; false on failure.
+bool writeAll(int fd, const char* bytes, std::size_t length);
 /// The whole file, or nothing when it cannot be read.
 bool readFile(const std::string& path, std::string& bytes);
+
+/// One version of a file: the same file changed, or another put in its
+/// place, has another stamp.
+struct FileStamp {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    std::int64_t size = 0;
+    std::int64_t modificationNanoseconds = 0;
+    bool operator==(const FileStamp&) const = default;
+};
+/// The stamp of the file now at `path`, or nothing when there is none.
+std::optional<FileStamp> stampOf(const std::string& path);
 }  // namespace ZVPaths

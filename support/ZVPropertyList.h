@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -21,4 +23,23 @@ std::optional<ZVValue> readFile(const std::string& path);
 /// Writes the XML form atomically; false on failure, leaving the old file.
 bool writeFile(const ZVValue& value, const std::string& path);
 bool writeFile(const ZVValue& value, const std::string& path, unsigned permissions);
+
+/// Where one entry of a dictionary file sits: the bytes of its key line and
+/// of its value, up to and including the value's last line break.
+struct EntryRange {
+    std::uint64_t offset = 0;
+    std::uint64_t length = 0;
+    bool operator==(const EntryRange&) const = default;
+};
+using EntryRanges = std::map<std::string, EntryRange>;
+
+/// Writes a dictionary atomically, the same bytes as writeXML of the whole
+/// dictionary would give, from two sources: the entries of `values` are
+/// serialized, every other entry is copied byte for byte from the file now
+/// at `path`, at the place `copiedRanges` gives (the caller makes sure that
+/// the file is the one those ranges describe). A large file then costs only
+/// the serializing of what changed. On success `newRanges` describes the
+/// file written.
+bool writeDictionaryFile(const std::string& path, unsigned permissions, const std::map<std::string, const ZVValue*>& values,
+                         const EntryRanges& copiedRanges, EntryRanges& newRanges);
 }  // namespace ZVPropertyList

@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 #include <plist/plist.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <limits>
 
 #include "ZVPaths.h"
@@ -51,6 +54,44 @@ TEST(ZVPropertyListTests, datesAreWrittenInWholeSeconds) {
     EXPECT_DOUBLE_EQ(read->date()->time_since_epoch().count(), 1709283600.0);
     EXPECT_NE(ZVPropertyList::writeXML(ZVValue(dateAt(1709283600))).find("<date>2024-03-01T09:00:00Z</date>"),
               std::string::npos);
+}
+
+TEST(ZVPropertyListTests, datesReadAndWriteTheCalendarBothWays) {
+    struct Case {
+        double seconds;
+        const char* text;
+    };
+    const Case cases[] = {
+        {0, "1970-01-01T00:00:00Z"},
+        {-1, "1969-12-31T23:59:59Z"},
+        {-0.5, "1969-12-31T23:59:59Z"},  // whole seconds round down, also before 1970
+        {951868799, "2000-02-29T23:59:59Z"},
+        {1709251199, "2024-02-29T23:59:59Z"},
+        {978307200, "2001-01-01T00:00:00Z"},
+        {-2208988800, "1900-01-01T00:00:00Z"},
+        {253402300799, "9999-12-31T23:59:59Z"},
+    };
+    for (const Case& c : cases) {
+        const std::string xml = ZVPropertyList::writeXML(ZVValue(dateAt(c.seconds)));
+        EXPECT_NE(xml.find(std::string("<date>") + c.text + "</date>"), std::string::npos) << c.text;
+        const auto read = ZVPropertyList::read(xml);
+        ASSERT_TRUE(read && read->date()) << c.text;
+        EXPECT_DOUBLE_EQ(read->date()->time_since_epoch().count(), std::floor(c.seconds)) << c.text;
+    }
+    // Other spellings of a date still read; impossible days do not.
+    const auto readDate = [](const std::string& text) {
+        return ZVPropertyList::read("<plist version=\"1.0\"><date>" + text + "</date></plist>");
+    };
+    const auto fraction = readDate("2024-03-01T09:00:00.25Z");
+    ASSERT_TRUE(fraction && fraction->date());
+    EXPECT_DOUBLE_EQ(fraction->date()->time_since_epoch().count(), 1709283600.25);
+    const auto dateOnly = readDate("2024-03-01");
+    ASSERT_TRUE(dateOnly && dateOnly->date());
+    EXPECT_DOUBLE_EQ(dateOnly->date()->time_since_epoch().count(), 1709251200.0);
+    for (const char* impossible : {"2024-13-01T00:00:00Z", "2024-03-01T24:00:00Z", "yesterday"}) {
+        const auto value = readDate(impossible);
+        EXPECT_FALSE(value && value->date()) << impossible;
+    }
 }
 
 // What we write must be a property list that another reader understands.
@@ -160,6 +201,81 @@ TEST(ZVPropertyListTests, largeDatabaseReadsInLinearTime) {
     auto read = ZVPropertyList::read(xml);
     ASSERT_TRUE(read);
     EXPECT_EQ(read->dictionary()->size(), 50u);
+}
+
+// A dictionary file written partly from values and partly from byte ranges
+// of the file before must be the file that writing everything gives.
+TEST(ZVPropertyListTests, splicedDictionaryFileIsTheFileOfTheWholeDictionary) {
+    TemporaryHome home;
+    const std::string path = home.dataDirectory() + "/Integrations.edb";
+    ZVDictionary database{{"B", ZVDictionary{{"name", "Bravo"}, {"log", ZVArray{1, 2, 3}}}},
+                          {"D", ZVDictionary{{"name", "Delta & <co>"}}},
+                          {"F", ZVDictionary{{"name", "Foxtrot"}, {"when", dateAt(1709283600)}}}};
+    const auto valuesOf = [](const ZVDictionary& dictionary, std::initializer_list<const char*> keys) {
+        std::map<std::string, const ZVValue*> values;
+        for (const char* key : keys) values[key] = &dictionary.at(key);
+        return values;
+    };
+    const auto fileText = [&] {
+        std::string bytes;
+        EXPECT_TRUE(ZVPaths::readFile(path, bytes));
+        return bytes;
+    };
+
+    ZVPropertyList::EntryRanges ranges;
+    ASSERT_TRUE(ZVPropertyList::writeDictionaryFile(path, 0600, valuesOf(database, {"B", "D", "F"}), {}, ranges));
+    EXPECT_EQ(fileText(), ZVPropertyList::writeXML(ZVValue(database)));
+    EXPECT_EQ(std::filesystem::status(path).permissions() & std::filesystem::perms::all,
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    ASSERT_EQ(ranges.size(), 3u);
+    const std::string first = fileText();
+    EXPECT_EQ(first.substr(ranges["D"].offset, ranges["D"].length),
+              "\t<key>D</key>\n\t<dict>\n\t\t<key>name</key>\n\t\t<string>Delta &amp; &lt;co&gt;</string>\n\t</dict>\n");
+
+    struct Step {
+        const char* what;
+        std::function<void()> change;
+        std::vector<const char*> serialized;  // the rest is copied
+    };
+    const std::vector<Step> steps{
+        {"one entry changes", [&] { database["D"] = ZVDictionary{{"name", "Delta, renamed"}}; }, {"D"}},
+        {"a new entry between two", [&] { database["C"] = ZVDictionary{{"name", "Charlie"}}; }, {"C"}},
+        {"an entry before all others", [&] { database["A"] = ZVDictionary{}; }, {"A"}},
+        {"the last entry changes", [&] { database["F"] = ZVDictionary{{"name", "F"}}; }, {"F"}},
+        {"nothing changes", [] {}, {}},
+    };
+    for (const auto& step : steps) {
+        step.change();
+        std::map<std::string, const ZVValue*> values;
+        ZVPropertyList::EntryRanges copied = ranges;
+        for (const char* key : step.serialized) {
+            values[key] = &database.at(key);
+            copied.erase(key);
+        }
+        ASSERT_TRUE(ZVPropertyList::writeDictionaryFile(path, 0600, values, copied, ranges)) << step.what;
+        EXPECT_EQ(fileText(), ZVPropertyList::writeXML(ZVValue(database))) << step.what;
+        EXPECT_EQ(ranges.size(), database.size()) << step.what;
+    }
+
+    // An entry left out of both sources is gone; with none left the file
+    // holds an empty dictionary.
+    ZVPropertyList::EntryRanges copied = ranges;
+    copied.erase("B");
+    database.erase("B");
+    ASSERT_TRUE(ZVPropertyList::writeDictionaryFile(path, 0600, {}, copied, ranges));
+    EXPECT_EQ(ZVPropertyList::readFile(path), ZVValue(database));
+    ASSERT_TRUE(ZVPropertyList::writeDictionaryFile(path, 0600, {}, {}, ranges));
+    EXPECT_EQ(fileText(), ZVPropertyList::writeXML(ZVValue(ZVDictionary{})));
+    EXPECT_TRUE(ranges.empty());
+}
+
+TEST(ZVPropertyListTests, splicingFromAMissingFileFailsAndLeavesNothing) {
+    TemporaryHome home;
+    const std::string path = home.dataDirectory() + "/Integrations.edb";
+    ZVPropertyList::EntryRanges ranges{{"kept", {0, 10}}};
+    EXPECT_FALSE(ZVPropertyList::writeDictionaryFile(path, 0600, {}, {{"A", {0, 4}}}, ranges));
+    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_EQ(ranges.size(), 1u) << "the ranges of a failed write stay as they were";
 }
 
 }  // namespace

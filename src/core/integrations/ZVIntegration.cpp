@@ -286,39 +286,47 @@ void ZVIntegration::save() {
         ZVLog([&] { return "Integration center doesn't contain me (" + name() + ")!"; });
         return;
     }
+    SaveSnapshot snapshot = _takeSaveSnapshot();
+
+    // Changing the file is one step under the centre's lock, so that
+    // accounts saved at the same time from other threads keep each other's
+    // entries. A snapshot older than the one already written (two threads
+    // saving this account) is dropped, and an account removed meanwhile is
+    // not written back.
+    std::lock_guard guard(center.lock());
+    const auto heldNow = center.integrations();
+    if (std::find(heldNow.begin(), heldNow.end(), shared_from_this()) == heldNow.end()) return;
+    if (!_claimWrite(snapshot.generation)) return;
+    std::map<std::string, std::optional<ZVValue>> change;
+    change.emplace(integrationID(), ZVValue(std::move(snapshot.representation)));
+    center.updateIntegrationsOnDisk(std::move(change));
+}
+
+ZVIntegration::SaveSnapshot ZVIntegration::_takeSaveSnapshot() {
     // The snapshot is taken before the centre's lock: no account or node lock
     // may be taken while the centre's lock is held. Its own mutex, not the
     // account's lock, numbers it: a synchronization holds that lock while it
     // waits for the main thread, which saves.
-    ZVDictionary representation;
-    std::uint64_t generation = 0;
+    SaveSnapshot snapshot;
     {
         static std::mutex snapshotLock;
         std::lock_guard guard(snapshotLock);
-        representation = dictionaryRepresentation();
-        generation = ++_snapshotGeneration;
+        snapshot.representation = dictionaryRepresentation();
+        snapshot.generation = ++_snapshotGeneration;
     }
-
     // A changed address or user name moves the secret to its new key; the
     // old item stays in the key store.
     if (auto credential = authentication()) {
         credential->setAccountInformation(accountIdentifier());
         credential->saveKeychainInformation();
     }
+    return snapshot;
+}
 
-    // Reading, changing and writing the file is one step under the centre's
-    // lock, so that accounts saved at the same time from other threads keep
-    // each other's entries. A snapshot older than the one already written
-    // (two threads saving this account) is dropped, and an account removed
-    // meanwhile is not written back.
-    std::lock_guard guard(center.lock());
-    if (generation <= _writtenGeneration) return;
-    const auto heldNow = center.integrations();
-    if (std::find(heldNow.begin(), heldNow.end(), shared_from_this()) == heldNow.end()) return;
-    ZVDictionary stored = center.readIntegrationsFromDisk();
-    stored[integrationID()] = std::move(representation);
-    center.writeIntegrationsToDisk(stored);
+bool ZVIntegration::_claimWrite(std::uint64_t generation) {
+    if (generation <= _writtenGeneration) return false;
     _writtenGeneration = generation;
+    return true;
 }
 
 // Behaviours every service supplies.

@@ -138,6 +138,18 @@ public:
     /// accountIdentifier.
     virtual void save();
 
+    /// What save() writes, taken at one moment and numbered. Taking it also
+    /// moves the secrets to the key store. The centre's save() writes the
+    /// snapshots of all accounts into the file at once.
+    struct SaveSnapshot {
+        ZVDictionary representation;
+        std::uint64_t generation = 0;
+    };
+    SaveSnapshot _takeSaveSnapshot();
+    /// Under the centre's lock: true when the snapshot is newer than the one
+    /// the file holds, and it then counts as written.
+    bool _claimWrite(std::uint64_t generation);
+
     // Menus.
 
     /// The account's submenu: its projects, "No Projects" when there are

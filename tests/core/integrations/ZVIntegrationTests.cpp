@@ -276,6 +276,40 @@ TEST_F(IntegrationTests, SaveKeepsTheOtherAccountsOfTheFile) {
     EXPECT_EQ(stored.at(second->integrationID())["KDIntegrationName"], ZVValue("Renamed"));
 }
 
+// A save copies the other accounts from the file it wrote itself; a file
+// that someone else has written since is read again, so nothing of theirs
+// is lost, and the centre's save writes every account.
+TEST_F(IntegrationTests, SaveAfterAnotherWriterKeepsWhatTheOtherWrote) {
+    auto first = addedAccount();
+    auto second = addedAccount();
+    auto& center = ZVIntegrationCenter::shared();
+    ZVDictionary edited = center.readIntegrationsFromDisk();
+    edited["KD-written-elsewhere"] = ZVDictionary{{"KDIntegrationName", "Elsewhere"}};
+    ASSERT_TRUE(ZVPropertyList::writeFile(ZVValue(edited), center.saveURL()));
+
+    first->setName("First, renamed");
+    first->save();
+    ZVDictionary stored = center.readIntegrationsFromDisk();
+    EXPECT_EQ(stored.size(), 3u);
+    EXPECT_EQ(stored["KD-written-elsewhere"]["KDIntegrationName"], ZVValue("Elsewhere"));
+    EXPECT_EQ(stored[first->integrationID()]["KDIntegrationName"], ZVValue("First, renamed"));
+
+    // Copied from our own file now: the foreign entry rides along unchanged.
+    second->setName("Second, renamed");
+    first->setName("First, again");
+    center.save();
+    stored = center.readIntegrationsFromDisk();
+    EXPECT_EQ(stored.size(), 3u);
+    EXPECT_EQ(stored["KD-written-elsewhere"]["KDIntegrationName"], ZVValue("Elsewhere"));
+    EXPECT_EQ(stored[first->integrationID()]["KDIntegrationName"], ZVValue("First, again"));
+    EXPECT_EQ(stored[second->integrationID()]["KDIntegrationName"], ZVValue("Second, renamed"));
+
+    center.removeIntegration(first);
+    stored = center.readIntegrationsFromDisk();
+    EXPECT_FALSE(stored.contains(first->integrationID()));
+    EXPECT_EQ(stored.size(), 2u);
+}
+
 TEST_F(IntegrationTests, SavingAfterAnAddressChangeMovesTheSecretAndLeavesTheOldItem) {
     auto account = ZVIntegration::makeNew<ZVTestAddressBasedIntegration>();
     account->setAddress("old.example.com");

@@ -307,9 +307,7 @@ void ZVIntegrationCenter::removeIntegration(const IntegrationPointer& integratio
     if (auto project = currentProject(); project && project->integration() == integration) setCurrentProject(nullptr);
     // One step under the lock, so that an account saved meanwhile keeps its entry.
     std::lock_guard<std::recursive_mutex> guard(_lock);
-    ZVDictionary stored = readIntegrationsFromDisk();
-    stored.erase(integration->integrationID());
-    writeIntegrationsToDisk(stored);
+    updateIntegrationsOnDisk({{integration->integrationID(), std::nullopt}});
     auto found = std::find(_integrations.begin(), _integrations.end(), integration);
     if (found != _integrations.end()) _integrations.erase(found);
 }
@@ -329,7 +327,19 @@ ZVArray ZVIntegrationCenter::_currentProjectPath() const {
 
 void ZVIntegrationCenter::save() {
     std::lock_guard<std::recursive_mutex> guard(_lock);
-    for (const auto& integration : integrations()) integration->save();
+    // Every account as its own save() would write it, but into the file in
+    // one write rather than one write per account.
+    std::vector<std::pair<IntegrationPointer, ZVIntegration::SaveSnapshot>> snapshots;
+    for (const auto& integration : integrations()) {
+        ZVLog([&] { return integration->name() + " - saving."; });
+        snapshots.emplace_back(integration, integration->_takeSaveSnapshot());
+    }
+    std::map<std::string, std::optional<ZVValue>> changes;
+    for (auto& [integration, snapshot] : snapshots) {
+        if (integration->_claimWrite(snapshot.generation))
+            changes[integration->integrationID()] = ZVValue(std::move(snapshot.representation));
+    }
+    if (!changes.empty()) updateIntegrationsOnDisk(std::move(changes));
     ZVPreferences::shared().setValue(ZVValue(_currentProjectPath()), currentProjectKey);
     ZVPreferences::shared().synchronize();
 }
@@ -394,8 +404,50 @@ void ZVIntegrationCenter::writeIntegrationsToDisk(const ZVDictionary& integratio
         ZVLog([&] { return "Not writing over the unreadable database " + _saveURL; });
         return;
     }
-    if (!ZVPropertyList::writeFile(ZVValue(integrations), _saveURL, databasePermissions)) {
+    std::map<std::string, const ZVValue*> values;
+    for (const auto& [identifier, value] : integrations) values[identifier] = &value;
+    _writeDatabase(values, {});
+}
+
+void ZVIntegrationCenter::updateIntegrationsOnDisk(std::map<std::string, std::optional<ZVValue>> changes) {
+    std::lock_guard<std::recursive_mutex> guard(_lock);
+    if (!_ensureDatabaseMayBeWritten()) {
+        ZVLog([&] { return "Not writing over the unreadable database " + _saveURL; });
+        return;
+    }
+    std::map<std::string, const ZVValue*> values;
+    if (_writtenDatabaseStamp && ZVPaths::stampOf(_saveURL) == _writtenDatabaseStamp) {
+        // Our own file: the other accounts are copied from it as they stand.
+        ZVPropertyList::EntryRanges copied = _writtenDatabaseRanges;
+        for (const auto& [identifier, value] : changes) {
+            copied.erase(identifier);
+            if (value) values[identifier] = &*value;
+        }
+        _writeDatabase(values, copied);
+        return;
+    }
+    // A file of another run or another program: read, change, write.
+    ZVDictionary stored = readIntegrationsFromDisk();
+    for (auto& [identifier, value] : changes) {
+        if (value)
+            stored[identifier] = std::move(*value);
+        else
+            stored.erase(identifier);
+    }
+    for (const auto& [identifier, value] : stored) values[identifier] = &value;
+    _writeDatabase(values, {});
+}
+
+void ZVIntegrationCenter::_writeDatabase(const std::map<std::string, const ZVValue*>& values,
+                                         const ZVPropertyList::EntryRanges& copied) {
+    ZVPropertyList::EntryRanges ranges;
+    if (ZVPropertyList::writeDictionaryFile(_saveURL, databasePermissions, values, copied, ranges)) {
+        _writtenDatabaseRanges = std::move(ranges);
+        _writtenDatabaseStamp = ZVPaths::stampOf(_saveURL);
+    } else {
         ZVLog([&] { return "Writing the database " + _saveURL + " failed"; });
+        _writtenDatabaseStamp.reset();
+        _writtenDatabaseRanges.clear();
     }
 }
 

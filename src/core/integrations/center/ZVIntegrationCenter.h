@@ -3,11 +3,15 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "ZVPaths.h"
+#include "ZVPropertyList.h"
 #include "ZVThreading.h"
 #include "ZVValue.h"
 #include "core/notifications/ZVNotificationCenter.h"
@@ -62,6 +66,11 @@ public:
     ZVDictionary readIntegrationsFromDisk();
     /// Writes the root dictionary atomically; failures leave the old file.
     void writeIntegrationsToDisk(const ZVDictionary& integrations);
+    /// Replaces the entries of these accounts in the file (an empty value
+    /// removes the entry) and keeps every other entry as it stands. When the
+    /// file is still the one this centre wrote last, the other entries are
+    /// copied as bytes rather than read and written again.
+    void updateIntegrationsOnDisk(std::map<std::string, std::optional<ZVValue>> changes);
 
     /// Refreshes one account at the user's request (main thread).
     void synchronizeIntegration(const IntegrationPointer& integration);
@@ -110,6 +119,9 @@ private:
     /// neither be read nor moved, so that nothing may overwrite it.
     bool _ensureDatabaseMayBeWritten();
     ZVArray _currentProjectPath() const;
+    /// Writes the file from new values and ranges of the current file, and
+    /// remembers where each entry went.
+    void _writeDatabase(const std::map<std::string, const ZVValue*>& values, const ZVPropertyList::EntryRanges& copied);
 
     ProjectPointer _currentProject;
     std::vector<IntegrationPointer> _integrations;
@@ -126,6 +138,10 @@ private:
     mutable std::mutex _currentProjectMutex;
     std::int64_t _syncPeriod = defaultSyncPeriod;
     bool _checkedDatabaseReadability = false;
+    // Where each entry sits in the database file this centre wrote last,
+    // and the stamp of that file; both empty when the file must be read.
+    std::optional<ZVPaths::FileStamp> _writtenDatabaseStamp;
+    ZVPropertyList::EntryRanges _writtenDatabaseRanges;
     // While the accounts are read, a node marked selected becomes the current
     // project without touching the stored recents, which are restored next.
     bool _isReadingAccounts = false;

@@ -6,6 +6,7 @@
 #   fuzz/run.sh TARGET...  - only these
 set -euo pipefail
 cd "$(dirname "$0")/.."
+scripts/deps.sh fuzz
 runs=${FUZZ_RUNS:-2000}
 build=${FUZZ_BUILD_DIR:-build-fuzz}
 targets=("$@")

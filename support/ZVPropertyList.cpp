@@ -331,9 +331,7 @@ std::optional<ZVValue> convertXML(const pugi::xml_node& node, int depth) {
     return std::nullopt;
 }
 
-std::optional<ZVValue> readXML(const std::string& bytes) {
-    pugi::xml_document document;
-    auto result = document.load_buffer(bytes.data(), bytes.size(), pugi::parse_default | pugi::parse_ws_pcdata_single);
+std::optional<ZVValue> readXMLDocument(pugi::xml_document& document, const pugi::xml_parse_result& result) {
     if (!result) return std::nullopt;
     pugi::xml_node root = document.document_element();
     if (std::strcmp(root.name(), "plist") == 0) {
@@ -342,6 +340,20 @@ std::optional<ZVValue> readXML(const std::string& bytes) {
         if (!root) return std::nullopt;
     }
     return convertXML(root, 0);
+}
+
+constexpr unsigned xmlParseOptions = pugi::parse_default | pugi::parse_ws_pcdata_single;
+
+std::optional<ZVValue> readXML(const std::string& bytes) {
+    pugi::xml_document document;
+    return readXMLDocument(document, document.load_buffer(bytes.data(), bytes.size(), xmlParseOptions));
+}
+
+// Parses in the caller's buffer, which it consumes: a large file is not
+// held twice.
+std::optional<ZVValue> readXMLInPlace(std::string& bytes) {
+    pugi::xml_document document;
+    return readXMLDocument(document, document.load_buffer_inplace(bytes.data(), bytes.size(), xmlParseOptions));
 }
 
 // Binary reading through libplist
@@ -556,7 +568,42 @@ bool writeDictionaryFile(const std::string& path, unsigned permissions, const st
 std::optional<ZVValue> readFile(const std::string& path) {
     std::string bytes;
     if (!ZVPaths::readFile(path, bytes)) return std::nullopt;
-    return read(bytes);
+    return readConsuming(bytes);
+}
+
+std::optional<ZVValue> readConsuming(std::string& bytes) {
+    if (bytes.size() >= 8 && bytes.compare(0, 6, "bplist") == 0) return readBinary(bytes);
+    return readXMLInPlace(bytes);
+}
+
+std::optional<EntryRanges> dictionaryEntryRanges(const std::string& bytes) {
+    // The layout writeXML gives a dictionary: the header, "<dict>", each
+    // entry from a line "\t<key>...</key>" (one tab: the top level; a "<"
+    // inside text is always escaped), then "</dict>" and "</plist>".
+    const std::string opening = std::string(xmlHeader) + "<dict>\n";
+    const std::string closing = "</dict>\n" + std::string(xmlFooter);
+    if (bytes.size() < opening.size() + closing.size() || bytes.compare(0, opening.size(), opening) != 0 ||
+        bytes.compare(bytes.size() - closing.size(), closing.size(), closing) != 0)
+        return std::nullopt;
+    const std::size_t end = bytes.size() - closing.size();
+    static const std::string keyLine = "\n\t<key>";
+    EntryRanges ranges;
+    std::size_t start = opening.size();
+    if (bytes.compare(start, keyLine.size() - 1, keyLine, 1, std::string::npos) != 0) return std::nullopt;
+    while (start < end) {
+        const std::size_t keyStart = start + keyLine.size() - 1;
+        const std::size_t keyEnd = bytes.find("</key>\n", keyStart);
+        if (keyEnd == std::string::npos || keyEnd >= end) return std::nullopt;
+        const std::size_t next = bytes.find(keyLine, keyEnd);
+        const std::size_t entryEnd = next == std::string::npos || next >= end ? end : next + 1;
+        // The key as it reads, entities and all.
+        pugi::xml_document key;
+        const std::string element = "<key>" + bytes.substr(keyStart, keyEnd - keyStart) + "</key>";
+        if (!key.load_buffer(element.data(), element.size(), pugi::parse_default)) return std::nullopt;
+        ranges[key.first_child().text().get()] = {start, entryEnd - start};
+        start = entryEnd;
+    }
+    return ranges;
 }
 
 bool writeFile(const ZVValue& value, const std::string& path) {

@@ -18,6 +18,10 @@ std::optional<ZVValue> read(const std::string& bytes);
 /// empty string, since property lists have no null.
 std::string writeXML(const ZVValue& value);
 
+/// The same, parsing inside `bytes`, which are left undefined: a large
+/// file is not held twice.
+std::optional<ZVValue> readConsuming(std::string& bytes);
+
 /// Reads a property-list file; absent when missing or corrupt.
 std::optional<ZVValue> readFile(const std::string& path);
 /// Writes the XML form atomically; false on failure, leaving the old file.
@@ -40,6 +44,10 @@ using EntryRanges = std::map<std::string, EntryRange>;
 /// the file is the one those ranges describe). A large file then costs only
 /// the serializing of what changed. On success `newRanges` describes the
 /// file written.
+/// Where each entry sits in a dictionary file of the layout that
+/// writeXML and writeDictionaryFile give; nothing for any other layout.
+std::optional<EntryRanges> dictionaryEntryRanges(const std::string& bytes);
+
 bool writeDictionaryFile(const std::string& path, unsigned permissions, const std::map<std::string, const ZVValue*>& values,
                          const EntryRanges& copiedRanges, EntryRanges& newRanges);
 }  // namespace ZVPropertyList

@@ -94,8 +94,16 @@ void ZVStatusItemController::updateItemWidth() {
 
 void ZVStatusItemController::_redraw() {
     _view.setBeating(ZVHeartBeat::sharedHeartBeat().isBeating());
-    _statusItem->setIcon(QIcon(QPixmap::fromImage(_view.render())));
-    _statusItem->setToolTip(_view.displayedTimeString() + QStringLiteral(" \u2014 ") + toolTipText());
+    // The clock ticks twice a second; with seconds hidden the picture
+    // changes once a minute. Handing the tray an unchanged icon would make
+    // it redraw for nothing, so only a changed picture is sent.
+    const QString appearance = _view.appearanceKey();
+    if (appearance != _shownAppearance) {
+        _statusItem->setIcon(QIcon(QPixmap::fromImage(_view.render())));
+        _shownAppearance = appearance;
+    }
+    const QString toolTip = _view.displayedTimeString() + QStringLiteral(" \u2014 ") + toolTipText();
+    if (toolTip != _statusItem->toolTip()) _statusItem->setToolTip(toolTip);
 }
 
 void ZVStatusItemController::_placeSyncingIndicator() {

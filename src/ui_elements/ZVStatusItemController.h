@@ -58,6 +58,7 @@ private:
     std::unique_ptr<QSystemTrayIcon> _statusItem;
     std::unique_ptr<QMenu> _menu;
     ZVStatusItemView _view;
+    QString _shownAppearance;
     QTimer* _spinnerTimer = nullptr;
     QPointer<QWidget> _popoverWindow;
     ZVTimerViewController* _timerViewController = nullptr;

@@ -19,6 +19,12 @@ public:
     void setDisplaysSeconds(bool value) { _displaysSeconds = value; }
     /// The spinner's step, or a negative number when no sync runs.
     void setSpinnerPhase(int phase) { _spinnerPhase = phase; }
+    /// Everything the picture depends on: two views with the same key draw
+    /// the same picture, so a tick that changes nothing visible is skipped.
+    QString appearanceKey() const {
+        return displayedTimeString() + QLatin1Char('|') + QString::number(_beating) + QString::number(_monochrome) +
+               QLatin1Char('|') + QString::number(_spinnerPhase);
+    }
     bool isSpinning() const { return _spinnerPhase >= 0; }
     int spinnerPhase() const { return _spinnerPhase; }
 

@@ -2,6 +2,9 @@
 
 #include "ShellTestEnvironment.h"
 #include "ZVPreferences.h"
+#include "app/ZVApplicationCommands.h"
+#include "core/ui/ZVMenu.h"
+#include "preferences/ZVNorvoPreferences.h"
 #include "ui_elements/ZVKeyCombo.h"
 #include "ui_elements/ZVShortcutRecorder.h"
 #include "ui_elements/ZVStatusItemController.h"
@@ -43,6 +46,53 @@ TEST(ZVStatusItemView, PillIsRedOnlyWhileRunningInColour) {
 }
 
 class ZVStatusItemToolTipTest : public ShellFixture {};
+
+namespace {
+class IgnoredCommands : public ZVApplicationCommands {
+public:
+    void showTimerWindow() override {}
+    void addIntegration() override {}
+    void editIntegration(const std::shared_ptr<ZVIntegration>&) override {}
+    void manageNorvoProjects() override {}
+    void showAbout() override {}
+    void showPreferences() override {}
+    void showHelp() override {}
+    void showReleaseNotes() override {}
+    void showQuickSearch() override {}
+    void terminate() override {}
+    void timeEntryTextHasChanged() override {}
+    ZVIntegrationProjectMenuItemTarget* projectListTarget() override { return nullptr; }
+    std::shared_ptr<ZVMenu> debugMenu() override { return std::make_shared<ZVMenu>(); }
+};
+}  // namespace
+
+// The clock ticks twice a second; the tray must only get a new picture when
+// what it shows changes, or it redraws for nothing all day.
+TEST_F(ZVStatusItemToolTipTest, TrayIconIsReplacedOnlyWhenTheShownClockChanges) {
+    ZVNorvoPreferences::shared().setDisplaysSecondsInMenuBar(false);
+    IgnoredCommands commands;
+    ZVStatusItemController controller(commands);
+    controller.updateItemWidth();
+    auto& beat = ZVHeartBeat::sharedHeartBeat();
+    const auto iconKey = [&] { return controller.statusItem().icon().cacheKey(); };
+
+    controller.heartBeat(beat, "00:00:05");
+    const auto first = iconKey();
+    controller.heartBeat(beat, "00:00:06");
+    controller.heartBeat(beat, "00:00:59");
+    EXPECT_EQ(iconKey(), first) << "seconds are hidden: nothing visible changed";
+    controller.heartBeat(beat, "00:01:00");
+    const auto nextMinute = iconKey();
+    EXPECT_NE(nextMinute, first);
+    EXPECT_TRUE(controller.statusItem().toolTip().startsWith(QStringLiteral("00:01")));
+
+    ZVNorvoPreferences::shared().setDisplaysSecondsInMenuBar(true);
+    controller.updateItemWidth();
+    EXPECT_NE(iconKey(), nextMinute) << "the seconds appear at once";
+    const auto withSeconds = iconKey();
+    controller.heartBeat(beat, "00:01:01");
+    EXPECT_NE(iconKey(), withSeconds);
+}
 
 TEST_F(ZVStatusItemToolTipTest, ToolTipNamesTheProjectOrSaysNoProject) {
     EXPECT_EQ(ZVStatusItemController::toolTipText(), QStringLiteral("No Project"));

@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -210,6 +211,7 @@ TEST(ZVPropertyListTests, splicedDictionaryFileIsTheFileOfTheWholeDictionary) {
     const std::string path = home.dataDirectory() + "/Integrations.edb";
     ZVDictionary database{{"B", ZVDictionary{{"name", "Bravo"}, {"log", ZVArray{1, 2, 3}}}},
                           {"D", ZVDictionary{{"name", "Delta & <co>"}}},
+                          {"E & <e>", ZVDictionary{{"name", "Echo"}}},
                           {"F", ZVDictionary{{"name", "Foxtrot"}, {"when", dateAt(1709283600)}}}};
     const auto valuesOf = [](const ZVDictionary& dictionary, std::initializer_list<const char*> keys) {
         std::map<std::string, const ZVValue*> values;
@@ -223,11 +225,12 @@ TEST(ZVPropertyListTests, splicedDictionaryFileIsTheFileOfTheWholeDictionary) {
     };
 
     ZVPropertyList::EntryRanges ranges;
-    ASSERT_TRUE(ZVPropertyList::writeDictionaryFile(path, 0600, valuesOf(database, {"B", "D", "F"}), {}, ranges));
+    ASSERT_TRUE(
+        ZVPropertyList::writeDictionaryFile(path, 0600, valuesOf(database, {"B", "D", "E & <e>", "F"}), {}, ranges));
     EXPECT_EQ(fileText(), ZVPropertyList::writeXML(ZVValue(database)));
     EXPECT_EQ(std::filesystem::status(path).permissions() & std::filesystem::perms::all,
               std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
-    ASSERT_EQ(ranges.size(), 3u);
+    ASSERT_EQ(ranges.size(), 4u);
     const std::string first = fileText();
     EXPECT_EQ(first.substr(ranges["D"].offset, ranges["D"].length),
               "\t<key>D</key>\n\t<dict>\n\t\t<key>name</key>\n\t\t<string>Delta &amp; &lt;co&gt;</string>\n\t</dict>\n");
@@ -255,6 +258,8 @@ TEST(ZVPropertyListTests, splicedDictionaryFileIsTheFileOfTheWholeDictionary) {
         ASSERT_TRUE(ZVPropertyList::writeDictionaryFile(path, 0600, values, copied, ranges)) << step.what;
         EXPECT_EQ(fileText(), ZVPropertyList::writeXML(ZVValue(database))) << step.what;
         EXPECT_EQ(ranges.size(), database.size()) << step.what;
+        // A reader of the file finds the same places.
+        EXPECT_EQ(ZVPropertyList::dictionaryEntryRanges(fileText()), ranges) << step.what;
     }
 
     // An entry left out of both sources is gone; with none left the file
@@ -267,6 +272,28 @@ TEST(ZVPropertyListTests, splicedDictionaryFileIsTheFileOfTheWholeDictionary) {
     ASSERT_TRUE(ZVPropertyList::writeDictionaryFile(path, 0600, {}, {}, ranges));
     EXPECT_EQ(fileText(), ZVPropertyList::writeXML(ZVValue(ZVDictionary{})));
     EXPECT_TRUE(ranges.empty());
+}
+
+TEST(ZVPropertyListTests, entryRangesAreOnlyFoundInTheLayoutThisProgramWrites) {
+    const ZVValue database = ZVDictionary{{"A", ZVDictionary{{"x", 1}}}, {"B", ZVDictionary{}}};
+    const std::string ours = ZVPropertyList::writeXML(database);
+    ASSERT_TRUE(ZVPropertyList::dictionaryEntryRanges(ours));
+    EXPECT_EQ(ZVPropertyList::dictionaryEntryRanges(ours)->size(), 2u);
+
+    std::string indentedWithSpaces = ours;
+    for (std::size_t at = 0; (at = indentedWithSpaces.find('\t', at)) != std::string::npos;)
+        indentedWithSpaces.replace(at, 1, "  ");
+    std::string otherHeader = ours;
+    otherHeader.replace(0, std::strlen("<?xml version=\"1.0\""), "<?xml version='1.0'");
+    const std::string cut = ours.substr(0, ours.size() - 9);
+    for (const auto& [what, text] : std::vector<std::pair<const char*, std::string>>{
+             {"spaces", indentedWithSpaces},
+             {"another header", otherHeader},
+             {"cut short", cut},
+             {"empty dictionary", ZVPropertyList::writeXML(ZVValue(ZVDictionary{}))},
+             {"an array", ZVPropertyList::writeXML(ZVValue(ZVArray{1}))}}) {
+        EXPECT_FALSE(ZVPropertyList::dictionaryEntryRanges(text)) << what;
+    }
 }
 
 TEST(ZVPropertyListTests, splicingFromAMissingFileFailsAndLeavesNothing) {

@@ -126,14 +126,17 @@ ZVIntegrationCenter::~ZVIntegrationCenter() {
 
 void ZVIntegrationCenter::innerInit() {
     _isReadingAccounts = true;
-    const ZVDictionary stored = readIntegrationsFromDisk();
-    for (const auto& [key, value] : stored) {
+    ZVDictionary stored = readIntegrationsFromDisk();
+    for (auto& [key, value] : stored) {
         const ZVDictionary* accountDictionary = value.dictionary();
         if (!accountDictionary) continue;
         if (auto integration = ZVIntegration::integrationWithDictionary(*accountDictionary)) {
             std::lock_guard<std::recursive_mutex> guard(_lock);
             _integrations.push_back(integration);
         }
+        // The dictionary form of a large account is as big as the account
+        // itself; it goes as soon as the account stands.
+        value = ZVValue();
     }
     ZVNorvoIntegration::sharedIntegration();
     _isReadingAccounts = false;
@@ -367,9 +370,24 @@ ZVDictionary ZVIntegrationCenter::readIntegrationsFromDisk() {
         _checkedDatabaseReadability = true;
         return {};
     }
-    if (const std::optional<ZVValue> value = ZVPropertyList::readFile(_saveURL)) {
-        if (std::optional<ZVDictionary> root = databaseRoot(*value)) {
+    const std::optional<ZVPaths::FileStamp> stamp = ZVPaths::stampOf(_saveURL);
+    std::string bytes;
+    if (ZVPaths::readFile(_saveURL, bytes)) {
+        // Where each account sits, when the file has the layout this program
+        // writes: the next save then copies the others instead of reading
+        // the file again.
+        std::optional<ZVPropertyList::EntryRanges> ranges = ZVPropertyList::dictionaryEntryRanges(bytes);
+        const std::optional<ZVValue> value = ZVPropertyList::readConsuming(bytes);
+        if (std::optional<ZVDictionary> root = value ? databaseRoot(*value) : std::nullopt) {
             _checkedDatabaseReadability = true;
+            const bool rangesMatch =
+                ranges && ranges->size() == root->size() &&
+                std::equal(ranges->begin(), ranges->end(), root->begin(),
+                           [](const auto& range, const auto& entry) { return range.first == entry.first; });
+            if (rangesMatch && stamp && ZVPaths::stampOf(_saveURL) == stamp) {
+                _writtenDatabaseStamp = stamp;
+                _writtenDatabaseRanges = std::move(*ranges);
+            }
             return std::move(*root);
         }
     }

@@ -12,6 +12,7 @@
 #include "core/integrations/ZVIntegrationError.h"
 #include "core/integrations/ZVIntegrationRegistry.h"
 #include "core/integrations/address_based/ZVAddressBasedIntegration.h"
+#include "core/integrations/helper/ZVIntegrationProject.h"
 
 namespace {
 

@@ -76,7 +76,7 @@ void writeDefault(const std::string& line) {
     }
 }
 
-void emit(const std::string& text, const std::source_location& where) {
+void emit(const std::string& text, const ZVSourceLocation& where) {
     std::string line = timestamp() + " " + relativePath(where.file_name()) + ":" + std::to_string(where.line()) +
                        " " + where.function_name() + ": " + ZVLogScrubber::scrub(text);
     std::lock_guard lock(logMutex());
@@ -89,7 +89,7 @@ void emit(const std::string& text, const std::source_location& where) {
 
 }  // namespace
 
-void ZVLog(const std::function<std::string()>& message, const std::source_location& where) {
+void ZVLog(const std::function<std::string()>& message, const ZVSourceLocation& where) {
     if (!ZVLogIsEnabled()) return;
     emit(message(), where);
 }
@@ -114,7 +114,7 @@ void ZVLogStacktrace(const std::string& reason) {
     ZVLog([&] { return text; });
 }
 
-void ZVFatalError(const std::string& reason, const std::source_location& where) {
+void ZVFatalError(const std::string& reason, const ZVSourceLocation& where) {
     ZVLogSetEnabled(true);
     emit("Fatal error: " + reason, where);
     ZVLogStacktrace(reason);

@@ -13,7 +13,11 @@ targets=("$@")
 [ ${#targets[@]} -eq 0 ] && targets=(property_list_fuzzer json_key_path_fuzzer integrations_database_fuzzer
                                      project_dictionary_fuzzer service_reply_fuzzer)
 
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+# Light optimization and line tables only: the targets build in about half
+# the time of an optimized build with full debug information, and the
+# sanitizers' reports still name file and line.
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -gline-tables-only" \
+  -DCMAKE_C_FLAGS_DEBUG="-O1 -gline-tables-only" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
   -DNORVO_BUILD_FUZZ=ON -DNORVO_BUILD_TESTS=OFF -DNORVO_BUILD_SHELL=OFF -DNORVO_WERROR="${NORVO_WERROR:-OFF}" >/dev/null
 cmake --build "$build" --target "${targets[@]}" -j"${FUZZ_JOBS:-2}"
 

@@ -39,6 +39,8 @@ bool ZVNorvoProjectListModel::setData(const QModelIndex& index, const QVariant& 
     const auto projects = _integration->availableProjects();
     if (!index.isValid() || index.row() < 0 || static_cast<size_t>(index.row()) >= projects.size()) return false;
     projects[static_cast<size_t>(index.row())]->setName(value.toString().toStdString());
+    // Saved at once: a rename must survive a quit with the panel still open.
+    _integration->save();
     Q_EMIT dataChanged(index, index, {Qt::DisplayRole, Qt::EditRole});
     ZVNotificationCenter::shared().post(ZVIntegrationAvailableProjectsDidChange,
                                         std::static_pointer_cast<ZVIntegration>(_integration));
@@ -89,6 +91,7 @@ bool ZVNorvoProjectListModel::dropMimeData(const QMimeData* data, Qt::DropAction
         beginResetModel();
         _integration->moveProjectAtIndex(static_cast<size_t>(from), static_cast<size_t>(to));
         endResetModel();
+        _integration->save();
         ZVNotificationCenter::shared().post(ZVIntegrationAvailableProjectsDidChange,
                                         std::static_pointer_cast<ZVIntegration>(_integration));
     }
@@ -134,7 +137,19 @@ ZVNorvoProjectManagementViewController::ZVNorvoProjectManagementViewController(
         buttons->addWidget(button);
     }
     buttons->addStretch();
+    _doneButton = new QPushButton(localized("Done"));
+    _doneButton->setObjectName(QStringLiteral("doneButton"));
+    _doneButton->setDefault(true);
+    buttons->addWidget(_doneButton);
     layout->addLayout(buttons);
+    connect(_doneButton, &QPushButton::clicked, this, [this] {
+        for (QWidget* ancestor = parentWidget(); ancestor; ancestor = ancestor->parentWidget()) {
+            if (auto* popover = qobject_cast<ZVPopover*>(ancestor)) {
+                popover->closePopover();
+                return;
+            }
+        }
+    });
     connect(_addButton, &QPushButton::clicked, this, [this] { add(); });
     connect(_removeButton, &QPushButton::clicked, this, [this] { remove(); });
 }
@@ -157,6 +172,7 @@ void ZVNorvoProjectManagementViewController::remove() {
 void ZVNorvoProjectManagementViewController::popoverWillShow() { _contoller->noteNumberOfRowsChanged(); }
 
 void ZVNorvoProjectManagementViewController::popoverWillClose() {
-    // Renames and moves change the list without saving it.
+    // Renames and moves are saved as they happen; one more save costs
+    // little and leaves nothing behind.
     _integration->save();
 }

@@ -46,8 +46,8 @@ private:
 };
 
 /// The panel of "Manage Projects...": the local projects in a list with
-/// add and remove buttons. It lives in the main window's popover; what was
-/// renamed or reordered is saved when the popover closes.
+/// add and remove buttons and "Done". It lives in the main window's popover;
+/// renames and moves are saved as they happen, and Escape closes it.
 class ZVNorvoProjectManagementViewController final : public QWidget, public ZVPopoverDelegate {
     Q_OBJECT
 public:
@@ -71,4 +71,5 @@ private:
     ZVNorvoProjectListModel* _contoller = nullptr;
     QPushButton* _addButton = nullptr;
     QPushButton* _removeButton = nullptr;
+    QPushButton* _doneButton = nullptr;
 };

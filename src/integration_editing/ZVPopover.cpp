@@ -1,5 +1,7 @@
 #include "integration_editing/ZVPopover.h"
 
+#include <QKeyEvent>
+
 #include <QApplication>
 #include <QMouseEvent>
 #include <QVBoxLayout>
@@ -66,6 +68,16 @@ bool ZVPopover::contains(const QWidget* widget) const {
     for (const QWidget* w = widget; w; w = w->parentWidget())
         if (w == this) return true;
     return false;
+}
+
+void ZVPopover::keyPressEvent(QKeyEvent* event) {
+    // Escape closes as a click outside does: only when the content agrees.
+    if (event->key() == Qt::Key_Escape && _isShown) {
+        clickedOutside();
+        event->accept();
+        return;
+    }
+    QFrame::keyPressEvent(event);
 }
 
 bool ZVPopover::eventFilter(QObject* watched, QEvent* event) {

@@ -46,6 +46,7 @@ Q_SIGNALS:
     void didClose();
 
 protected:
+    void keyPressEvent(QKeyEvent* event) override;
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:

@@ -1,4 +1,5 @@
 #include <QCheckBox>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListView>
@@ -286,6 +287,17 @@ TEST_F(ZVIntegrationSetupTest, EditingAnotherAccountWhileThePanelIsOpenIsRefused
 
 namespace {
 
+/// The local projects' names as the preferences store holds them now.
+std::vector<std::string> namesInTheStore() {
+    std::vector<std::string> names;
+    const auto stored = ZVPreferences::shared().value(ZVNorvoIntegrationPreferencesKey);
+    if (!stored || !stored->array()) return names;
+    for (const auto& project : *stored->array())
+        if (const auto* dictionary = project.dictionary())
+            if (const auto* name = (*dictionary).at(ZVIntegrationProject::nameKey).string()) names.push_back(*name);
+    return names;
+}
+
 /// The local projects as the preferences store holds them after a restart.
 std::vector<std::string> storedLocalProjectNames() {
     ZVNorvoIntegration::resetSharedIntegration();
@@ -325,7 +337,7 @@ protected:
 
 }  // namespace
 
-TEST_F(ZVNorvoProjectManagementTest, RenamesAndMovesAreSavedWhenThePanelCloses) {
+TEST_F(ZVNorvoProjectManagementTest, RenamesAndMovesAreSavedAsTheyHappen) {
     auto& controller = openManagement({"Alpha", "Beta", "Gamma"});
     ASSERT_TRUE(popover().isShown());
     auto& model = *controller.model();
@@ -335,6 +347,7 @@ TEST_F(ZVNorvoProjectManagementTest, RenamesAndMovesAreSavedWhenThePanelCloses) 
     EXPECT_FALSE(model.setData(model.index(1), 42, Qt::EditRole)) << "only text is a name";
     EXPECT_FALSE(model.setData(model.index(7), QStringLiteral("Nowhere"), Qt::EditRole));
     EXPECT_EQ(ZVNorvoIntegration::sharedIntegration()->availableProjects()[1]->name(), "Beta 2");
+    EXPECT_EQ(namesInTheStore(), (std::vector<std::string>{"Alpha", "Beta 2", "Gamma"}));
 
     drag(model, 0, 3);  // below the last row
     EXPECT_EQ(rowTitles(model), (std::vector<std::string>{"Beta 2", "Gamma", "Alpha"}));
@@ -344,12 +357,20 @@ TEST_F(ZVNorvoProjectManagementTest, RenamesAndMovesAreSavedWhenThePanelCloses) 
     EXPECT_EQ(rowTitles(model), (std::vector<std::string>{"Beta 2", "Alpha", "Gamma"}));
     drag(model, 1, -1);  // on the empty space under the rows
     EXPECT_EQ(rowTitles(model), (std::vector<std::string>{"Beta 2", "Gamma", "Alpha"}));
+    EXPECT_EQ(namesInTheStore(), (std::vector<std::string>{"Beta 2", "Gamma", "Alpha"}));
     QMimeData foreign;
     foreign.setText(QStringLiteral("0"));
     EXPECT_FALSE(model.canDropMimeData(&foreign, Qt::MoveAction, 0, 0, {}));
 
-    popover().closePopover();
+    // Escape closes the panel, as "Done" does.
+    QKeyEvent escape(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier);
+    QApplication::sendEvent(&popover(), &escape);
+    EXPECT_FALSE(popover().isShown());
     EXPECT_EQ(storedLocalProjectNames(), (std::vector<std::string>{"Beta 2", "Gamma", "Alpha"}));
+
+    auto& again = openManagement({});
+    again.findChild<QPushButton*>(QStringLiteral("doneButton"))->click();
+    EXPECT_FALSE(popover().isShown());
 }
 
 TEST_F(ZVNorvoProjectManagementTest, AddAsksForANameAndRemoveTakesTheSelectedRowOnly) {
@@ -379,4 +400,10 @@ TEST_F(ZVNorvoProjectManagementTest, ManagingWhileAnAccountIsEditedIsRefused) {
               "You need to save or discard changes to currently edited integration before managing local Norvo "
               "projects");
     EXPECT_NE(content<ZVIntegrationSetupViewController>(), nullptr);
+
+    // Escape leaves the setup panel open, as a click beside it does: what
+    // was typed there goes only with "Cancel".
+    QKeyEvent escape(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier);
+    QApplication::sendEvent(&popover(), &escape);
+    EXPECT_TRUE(popover().isShown());
 }

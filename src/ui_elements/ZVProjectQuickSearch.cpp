@@ -38,6 +38,52 @@ std::string folded(const std::string& text) {
     return result;
 }
 
+// Appends the folded text: ASCII in place, anything else as folded() has it.
+void appendFolded(std::string& out, const std::string& text) {
+    for (const char c : text) {
+        if (static_cast<unsigned char>(c) >= 0x80) {
+            out += folded(text);
+            return;
+        }
+    }
+    const std::size_t start = out.size();
+    out += text;
+    for (std::size_t i = start; i < out.size(); ++i)
+        if (out[i] >= 'A' && out[i] <= 'Z') out[i] = static_cast<char>(out[i] - 'A' + 'a');
+}
+
+// One search's working memory: the path being walked, and per depth the
+// copy of the children being visited. Reused from node to node, so that a
+// keystroke over a large tree allocates next to nothing.
+struct SearchScratch {
+    std::string path;
+    std::vector<ZVIntegrationProject::List> childrenByDepth;
+};
+
+void searchTree(const std::string& foldedQuery, const ZVProjectQuickSearch::ProjectPointer& project,
+                SearchScratch& scratch, std::size_t depth,
+                std::vector<ZVProjectQuickSearch::ProjectPointer>& resultArray) {
+    if (scratch.childrenByDepth.size() <= depth) scratch.childrenByDepth.resize(depth + 1);
+    // A copy of the children: the refresh thread may replace them while we
+    // walk. The vector of this depth keeps its capacity from node to node.
+    scratch.childrenByDepth[depth] = project->subprojects();
+    if (scratch.childrenByDepth[depth].empty()) {
+        if (scratch.path.find(foldedQuery) != std::string::npos) resultArray.push_back(project);
+        return;
+    }
+    const std::size_t pathLength = scratch.path.size();
+    for (std::size_t i = 0; i < scratch.childrenByDepth[depth].size(); ++i) {
+        // childrenByDepth may grow (and move) below; index, don't hold references.
+        const ZVIntegrationProject::Pointer subproject = scratch.childrenByDepth[depth][i];
+        // The path of a child is its parent's path, the separator and its
+        // name, as fullProjectPath() builds it.
+        scratch.path += ZVIntegrationProject::pathSeparator;
+        appendFolded(scratch.path, subproject->name());
+        searchTree(foldedQuery, subproject, scratch, depth + 1, resultArray);
+        scratch.path.resize(pathLength);
+    }
+}
+
 }  // namespace
 
 std::string ZVProjectQuickSearch::normalizedQuery(const std::string& query) {
@@ -65,8 +111,11 @@ std::vector<ZVProjectQuickSearch::ProjectPointer> ZVProjectQuickSearch::search(
         ZVLog([&] {
             return "Searching in " + integration->name() + " within " + std::to_string(projects.size()) + " projects";
         });
-        for (const auto& project : projects)
-            _search(foldedQuery, project, folded(project->fullProjectPath()), resultArray);
+        SearchScratch scratch;
+        for (const auto& project : projects) {
+            scratch.path = folded(project->fullProjectPath());
+            searchTree(foldedQuery, project, scratch, 0, resultArray);
+        }
     }
     return resultArray;
 }
@@ -75,19 +124,4 @@ std::vector<ZVProjectQuickSearch::ProjectPointer> ZVProjectQuickSearch::searchAl
     std::vector<IntegrationPointer> integrations = ZVIntegrationCenter::shared().integrations();
     integrations.push_back(ZVNorvoIntegration::sharedIntegration());
     return search(query, integrations);
-}
-
-void ZVProjectQuickSearch::_search(const std::string& foldedQuery, const ProjectPointer& project,
-                                   const std::string& foldedPath, std::vector<ProjectPointer>& resultArray) {
-    // A copy of the children for the same reason as above.
-    const ZVIntegrationProject::List subprojects = project->subprojects();
-    if (!subprojects.empty()) {
-        // The path of a child is its parent's path, the separator and its
-        // name, as fullProjectPath() builds it; built here once per level.
-        for (const auto& subproject : subprojects)
-            _search(foldedQuery, subproject,
-                    foldedPath + ZVIntegrationProject::pathSeparator + folded(subproject->name()), resultArray);
-        return;
-    }
-    if (foldedPath.find(foldedQuery) != std::string::npos) resultArray.push_back(project);
 }

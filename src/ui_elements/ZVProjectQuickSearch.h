@@ -23,8 +23,4 @@ public:
                                               const std::vector<IntegrationPointer>& integrations);
     /// Searches the centre's accounts and then the local account.
     static std::vector<ProjectPointer> searchAllProjects(const std::string& query);
-
-private:
-    static void _search(const std::string& foldedQuery, const ProjectPointer& project, const std::string& foldedPath,
-                        std::vector<ProjectPointer>& resultArray);
 };

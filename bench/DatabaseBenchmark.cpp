@@ -11,7 +11,7 @@
 #include <memory>
 #include <string>
 
-#include "ZVPreferences.h"
+#include "BenchmarkHome.h"
 #include "core/integrations/ZVIntegration.h"
 #include "core/integrations/ZVIntegrationRegistry.h"
 #include "core/integrations/center/ZVIntegrationCenter.h"
@@ -42,24 +42,6 @@ public:
     void appendWithoutSaving(std::shared_ptr<ZVIntegrationProject> project) { _projects.push_back(std::move(project)); }
 };
 
-/// A throw-away home for the files, made before the centre first reads them.
-struct BenchmarkHome {
-    BenchmarkHome() {
-        char pattern[] = "/tmp/norvo-bench-XXXXXX";
-        root = mkdtemp(pattern);
-        for (const char* variable : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME"}) {
-            const std::string path = root + "/" + variable;
-            std::filesystem::create_directories(path);
-            setenv(variable, path.c_str(), 1);
-        }
-        ZVPreferences::shared().setValue(std::string("http://127.0.0.1:9/"), "ZVConnectionProbeAddress");
-    }
-    ~BenchmarkHome() {
-        std::error_code error;
-        std::filesystem::remove_all(root, error);
-    }
-    std::string root;
-};
 
 void addLog(const std::shared_ptr<ZVIntegrationProject>& project, int seed) {
     const ZVDate start{std::chrono::duration<double>(1.7e9 + seed * 3600.0)};

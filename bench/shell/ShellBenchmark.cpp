@@ -13,6 +13,8 @@
 #include <memory>
 #include <string>
 
+#include "../BenchmarkHome.h"
+#include "IgnoredCommands.h"
 #include "ZVPreferences.h"
 #include "app/ZVApplicationCommands.h"
 #include "app/ZVMenuManager.h"
@@ -38,22 +40,6 @@ public:
     void setProjectsWithoutSaving(ProjectList projects) { _projects = std::move(projects); }
 };
 
-class NoCommands : public ZVApplicationCommands {
-public:
-    void showTimerWindow() override {}
-    void addIntegration() override {}
-    void editIntegration(const std::shared_ptr<ZVIntegration>&) override {}
-    void manageNorvoProjects() override {}
-    void showAbout() override {}
-    void showPreferences() override {}
-    void showHelp() override {}
-    void showReleaseNotes() override {}
-    void showQuickSearch() override {}
-    void terminate() override {}
-    void timeEntryTextHasChanged() override {}
-    ZVIntegrationProjectMenuItemTarget* projectListTarget() override { return nullptr; }
-    std::shared_ptr<ZVMenu> debugMenu() override { return std::make_shared<ZVMenu>(); }
-};
 
 /// An account of `clients` clients with `tickets` tickets each, held by the centre.
 std::shared_ptr<ShellBenchmarkIntegration> addAccount(const std::string& name, int clients, int tickets) {
@@ -82,32 +68,20 @@ std::shared_ptr<ShellBenchmarkIntegration> addAccount(const std::string& name, i
 /// A throw-away home, a QApplication and the commands, made once.
 struct Shell {
     Shell() {
-        char pattern[] = "/tmp/norvo-bench-XXXXXX";
-        root = mkdtemp(pattern);
-        for (const char* variable : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME"}) {
-            const std::string path = root + "/" + variable;
-            std::filesystem::create_directories(path);
-            setenv(variable, path.c_str(), 1);
-        }
         setenv("QT_QPA_PLATFORM", "offscreen", 0);
-        ZVPreferences::shared().setValue(std::string("http://127.0.0.1:9/"), "ZVConnectionProbeAddress");
         static int argc = 1;
         static char name[] = "norvo_shell_bench";
         static char* argv[] = {name, nullptr};
         application = std::make_unique<QApplication>(argc, argv);
         ZVMenuManager::shared().setCommands(&commands);
     }
-    ~Shell() {
-        std::error_code error;
-        std::filesystem::remove_all(root, error);
-    }
     static Shell& shared() {
         static Shell shell;
         return shell;
     }
-    std::string root;
+    BenchmarkHome home;
     std::unique_ptr<QApplication> application;
-    NoCommands commands;
+    IgnoredCommands commands;
 };
 
 // Typing "client 42 > ticket 4200" into the quick search over 100,000

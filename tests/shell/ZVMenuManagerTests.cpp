@@ -1,3 +1,4 @@
+#include "IgnoredCommands.h"
 #include "ShellTestEnvironment.h"
 #include "app/ZVApplicationCommands.h"
 #include "app/ZVMenuManager.h"
@@ -5,19 +6,10 @@
 
 namespace {
 
-class RecordingCommands : public ZVApplicationCommands, public ZVIntegrationProjectMenuItemTarget {
+class RecordingCommands : public IgnoredCommands, public ZVIntegrationProjectMenuItemTarget {
 public:
     void showTimerWindow() override { ++windowShown; }
-    void addIntegration() override {}
-    void editIntegration(const std::shared_ptr<ZVIntegration>&) override {}
-    void manageNorvoProjects() override {}
-    void showAbout() override {}
-    void showPreferences() override {}
-    void showHelp() override {}
-    void showReleaseNotes() override {}
-    void showQuickSearch() override {}
     void terminate() override { ++terminated; }
-    void timeEntryTextHasChanged() override {}
     ZVIntegrationProjectMenuItemTarget* projectListTarget() override { return this; }
     std::shared_ptr<ZVMenu> debugMenu() override {
         auto menu = std::make_shared<ZVMenu>();

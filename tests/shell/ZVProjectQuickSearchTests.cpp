@@ -1,5 +1,6 @@
 #include <QListWidget>
 
+#include "IgnoredCommands.h"
 #include "ShellTestEnvironment.h"
 #include "app/ZVApplicationCommands.h"
 #include "app/ZVMenuManager.h"
@@ -15,22 +16,6 @@ std::vector<std::string> names(const std::vector<ZVIntegrationProject::Pointer>&
     return result;
 }
 
-class NoCommands : public ZVApplicationCommands {
-public:
-    void showTimerWindow() override {}
-    void addIntegration() override {}
-    void editIntegration(const std::shared_ptr<ZVIntegration>&) override {}
-    void manageNorvoProjects() override {}
-    void showAbout() override {}
-    void showPreferences() override {}
-    void showHelp() override {}
-    void showReleaseNotes() override {}
-    void showQuickSearch() override {}
-    void terminate() override {}
-    void timeEntryTextHasChanged() override {}
-    ZVIntegrationProjectMenuItemTarget* projectListTarget() override { return nullptr; }
-    std::shared_ptr<ZVMenu> debugMenu() override { return std::make_shared<ZVMenu>(); }
-};
 
 class ZVProjectQuickSearchTest : public ShellFixture {
 protected:
@@ -90,7 +75,7 @@ TEST_F(ZVProjectQuickSearchTest, IgnoresCaseBeyondASCII) {
 }
 
 TEST_F(ZVProjectQuickSearchTest, ResultsListHasTwoLineRowsAndAWidthOfAtLeast220) {
-    NoCommands commands;
+    IgnoredCommands commands;
     ZVMenuManager::shared().setCommands(&commands);
     {
         ZVTimerViewController panel(commands);

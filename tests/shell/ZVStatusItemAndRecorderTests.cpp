@@ -1,5 +1,6 @@
 #include <QKeyEvent>
 
+#include "IgnoredCommands.h"
 #include "ShellTestEnvironment.h"
 #include "ZVPreferences.h"
 #include "app/ZVApplicationCommands.h"
@@ -47,24 +48,6 @@ TEST(ZVStatusItemView, PillIsRedOnlyWhileRunningInColour) {
 
 class ZVStatusItemToolTipTest : public ShellFixture {};
 
-namespace {
-class IgnoredCommands : public ZVApplicationCommands {
-public:
-    void showTimerWindow() override {}
-    void addIntegration() override {}
-    void editIntegration(const std::shared_ptr<ZVIntegration>&) override {}
-    void manageNorvoProjects() override {}
-    void showAbout() override {}
-    void showPreferences() override {}
-    void showHelp() override {}
-    void showReleaseNotes() override {}
-    void showQuickSearch() override {}
-    void terminate() override {}
-    void timeEntryTextHasChanged() override {}
-    ZVIntegrationProjectMenuItemTarget* projectListTarget() override { return nullptr; }
-    std::shared_ptr<ZVMenu> debugMenu() override { return std::make_shared<ZVMenu>(); }
-};
-}  // namespace
 
 // The clock ticks twice a second; the tray must only get a new picture when
 // what it shows changes, or it redraws for nothing all day.

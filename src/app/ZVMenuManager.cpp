@@ -78,13 +78,13 @@ std::shared_ptr<ZVMenu> ZVMenuManager::applicationMenu(const ApplicationMenuVisi
     if (visibility.showAllProjects) {
         ZVIntegrationProjectMenuItemTarget* target = commands.projectListTarget();
         auto local = std::make_shared<ZVMenuItem>(L("Projects"));
-        local->submenu = ZVNorvoIntegration::sharedIntegration()->integrationMenu(target, currentProject, true);
+        local->submenu = ZVNorvoIntegration::sharedIntegration()->lazyIntegrationMenu(target, currentProject, true);
         menu->addItem(local);
         menu->addSeparator();
         const auto integrations = center.integrations();
         for (const auto& integration : integrations) {
             auto item = std::make_shared<ZVMenuItem>(integration->name());
-            item->submenu = integration->integrationMenu(target, currentProject, true);
+            item->submenu = integration->lazyIntegrationMenu(target, currentProject, true);
             item->representedObject = integration;
             menu->addItem(item);
         }

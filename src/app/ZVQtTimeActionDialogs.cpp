@@ -51,13 +51,13 @@ std::shared_ptr<ZVMenu> projectSelectionMenu(ZVIntegrationProjectMenuItemTarget*
                                              const std::shared_ptr<ZVIntegrationProject>& selected) {
     auto menu = std::make_shared<ZVMenu>();
     auto local = std::make_shared<ZVMenuItem>(ZVLocalizedString("Projects"));
-    local->submenu = ZVNorvoIntegration::sharedIntegration()->integrationMenu(target, selected, false);
+    local->submenu = ZVNorvoIntegration::sharedIntegration()->lazyIntegrationMenu(target, selected, false);
     menu->addItem(local);
     menu->addSeparator();
     const auto integrations = ZVIntegrationCenter::shared().integrations();
     for (const auto& integration : integrations) {
         auto item = std::make_shared<ZVMenuItem>(integration->name());
-        item->submenu = integration->integrationMenu(target, selected, false);
+        item->submenu = integration->lazyIntegrationMenu(target, selected, false);
         menu->addItem(item);
     }
     if (integrations.empty()) menu->addItem(ZVLocalizedString("No Accounts"), "absurdium");

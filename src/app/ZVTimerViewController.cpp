@@ -2,7 +2,7 @@
 
 #include <QFontMetrics>
 #include <QHBoxLayout>
-#include <QListWidget>
+#include <QListView>
 #include <QMenu>
 #include <QToolButton>
 #include <QVBoxLayout>

@@ -22,11 +22,11 @@ void addItem(QMenu& menu, const std::shared_ptr<ZVMenuItem>& item) {
         submenu->setToolTipsVisible(true);
         // Filled once, at the first opening: the parent menu is itself
         // rebuilt at each opening, which renews this one too.
-        std::shared_ptr<ZVMenu> model = item->submenu;
+        ZVSubmenu model = item->submenu;
         QObject::connect(submenu, &QMenu::aboutToShow, submenu, [submenu, model] {
             if (submenu->property("zvFilled").toBool()) return;
             submenu->setProperty("zvFilled", true);
-            ZVMenuRenderer::fill(*submenu, model);
+            ZVMenuRenderer::fill(*submenu, model.menu());
         });
         QAction* action = menu.addMenu(submenu);
         action->setEnabled(item->enabled);

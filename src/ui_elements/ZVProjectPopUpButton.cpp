@@ -45,13 +45,13 @@ std::shared_ptr<ZVMenu> ZVProjectPopUpButton::recreatedMenu() {
     const auto currentProject = center.currentProject();
     auto menu = std::make_shared<ZVMenu>();
     auto local = std::make_shared<ZVMenuItem>(ZVLocalizedString("Projects"));
-    local->submenu = ZVNorvoIntegration::sharedIntegration()->integrationMenu(this, currentProject, true);
+    local->submenu = ZVNorvoIntegration::sharedIntegration()->lazyIntegrationMenu(this, currentProject, true);
     menu->addItem(local);
     menu->addSeparator();
     const auto integrations = center.integrations();
     for (const auto& integration : integrations) {
         auto item = std::make_shared<ZVMenuItem>(integration->name());
-        item->submenu = integration->integrationMenu(this, currentProject, true);
+        item->submenu = integration->lazyIntegrationMenu(this, currentProject, true);
         item->representedObject = integration;
         menu->addItem(item);
     }

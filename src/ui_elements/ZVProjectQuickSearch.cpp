@@ -1,6 +1,8 @@
 #include "ui_elements/ZVProjectQuickSearch.h"
 
 #include <QString>
+#include <algorithm>
+#include <cstring>
 
 #include "ZVLog.h"
 #include "core/integrations/ZVIntegration.h"
@@ -52,35 +54,39 @@ void appendFolded(std::string& out, const std::string& text) {
         if (out[i] >= 'A' && out[i] <= 'Z') out[i] = static_cast<char>(out[i] - 'A' + 'a');
 }
 
-// One search's working memory: the path being walked, and per depth the
-// copy of the children being visited. Reused from node to node, so that a
-// keystroke over a large tree allocates next to nothing.
-struct SearchScratch {
+// The walk that builds the index: the path being walked, and per depth
+// the copy of the children being visited, reused from node to node.
+struct IndexWalk {
     std::string path;
     std::vector<ZVIntegrationProject::List> childrenByDepth;
+    std::string& text;
+    std::vector<std::size_t>& starts;
+    std::vector<ZVProjectSearchIndex::ProjectPointer>& leaves;
 };
 
-void searchTree(const std::string& foldedQuery, const ZVProjectQuickSearch::ProjectPointer& project,
-                SearchScratch& scratch, std::size_t depth,
-                std::vector<ZVProjectQuickSearch::ProjectPointer>& resultArray) {
-    if (scratch.childrenByDepth.size() <= depth) scratch.childrenByDepth.resize(depth + 1);
+void indexTree(const ZVProjectSearchIndex::ProjectPointer& project, IndexWalk& walk, std::size_t depth) {
+    if (walk.childrenByDepth.size() <= depth) walk.childrenByDepth.resize(depth + 1);
     // A copy of the children: the refresh thread may replace them while we
     // walk. The vector of this depth keeps its capacity from node to node.
-    scratch.childrenByDepth[depth] = project->subprojects();
-    if (scratch.childrenByDepth[depth].empty()) {
-        if (scratch.path.find(foldedQuery) != std::string::npos) resultArray.push_back(project);
+    walk.childrenByDepth[depth] = project->subprojects();
+    if (walk.childrenByDepth[depth].empty()) {
+        // A node with children is never a result, only leaves are.
+        walk.starts.push_back(walk.text.size());
+        walk.text += walk.path;
+        walk.text.push_back('\0');
+        walk.leaves.push_back(project);
         return;
     }
-    const std::size_t pathLength = scratch.path.size();
-    for (std::size_t i = 0; i < scratch.childrenByDepth[depth].size(); ++i) {
+    const std::size_t pathLength = walk.path.size();
+    for (std::size_t i = 0; i < walk.childrenByDepth[depth].size(); ++i) {
         // childrenByDepth may grow (and move) below; index, don't hold references.
-        const ZVIntegrationProject::Pointer subproject = scratch.childrenByDepth[depth][i];
+        const ZVIntegrationProject::Pointer subproject = walk.childrenByDepth[depth][i];
         // The path of a child is its parent's path, the separator and its
         // name, as fullProjectPath() builds it.
-        scratch.path += ZVIntegrationProject::pathSeparator;
-        appendFolded(scratch.path, subproject->name());
-        searchTree(foldedQuery, subproject, scratch, depth + 1, resultArray);
-        scratch.path.resize(pathLength);
+        walk.path += ZVIntegrationProject::pathSeparator;
+        appendFolded(walk.path, subproject->name());
+        indexTree(subproject, walk, depth + 1);
+        walk.path.resize(pathLength);
     }
 }
 
@@ -102,26 +108,116 @@ std::string ZVProjectQuickSearch::normalizedQuery(const std::string& query) {
 std::vector<ZVProjectQuickSearch::ProjectPointer> ZVProjectQuickSearch::search(
     const std::string& query, const std::vector<IntegrationPointer>& integrations) {
     const std::string normalized = normalizedQuery(query);
-    const std::string foldedQuery = folded(normalized);
     ZVLog([&] { return "Searching for " + normalized + " in " + std::to_string(integrations.size()) + " accounts"; });
-    std::vector<ProjectPointer> resultArray;
-    for (const auto& integration : integrations) {
-        // A copy: the refresh thread may replace the tree while we walk it.
-        const auto projects = integration->availableProjects();
-        ZVLog([&] {
-            return "Searching in " + integration->name() + " within " + std::to_string(projects.size()) + " projects";
-        });
-        SearchScratch scratch;
-        for (const auto& project : projects) {
-            scratch.path = folded(project->fullProjectPath());
-            searchTree(foldedQuery, project, scratch, 0, resultArray);
-        }
-    }
-    return resultArray;
+    return ZVProjectSearchIndex::shared().search(normalized, integrations);
 }
 
 std::vector<ZVProjectQuickSearch::ProjectPointer> ZVProjectQuickSearch::searchAllProjects(const std::string& query) {
     std::vector<IntegrationPointer> integrations = ZVIntegrationCenter::shared().integrations();
     integrations.push_back(ZVNorvoIntegration::sharedIntegration());
     return search(query, integrations);
+}
+
+ZVProjectSearchIndex& ZVProjectSearchIndex::shared() {
+    static ZVProjectSearchIndex index;
+    return index;
+}
+
+std::size_t ZVProjectSearchIndex::size() const {
+    std::lock_guard guard(_mutex);
+    return _leaves.size();
+}
+
+std::size_t ZVProjectSearchIndex::buildCount() const {
+    std::lock_guard guard(_mutex);
+    return _buildCount;
+}
+
+bool ZVProjectSearchIndex::_isCurrent(const std::vector<IntegrationPointer>& integrations) const {
+    if (!_built || _generation != ZVIntegrationProject::treeGeneration()) return false;
+    if (_integrations.size() != integrations.size()) return false;
+    for (std::size_t i = 0; i < integrations.size(); ++i)
+        if (_integrations[i].lock() != integrations[i]) return false;
+    return true;
+}
+
+void ZVProjectSearchIndex::_build(const std::vector<IntegrationPointer>& integrations) {
+    // Read before the walk: a change during the walk leaves a newer count
+    // behind, and the next search builds again.
+    _generation = ZVIntegrationProject::treeGeneration();
+    _integrations.assign(integrations.begin(), integrations.end());
+    _text.clear();
+    _starts.clear();
+    _leaves.clear();
+    _hasLastMatches = false;
+    IndexWalk walk{{}, {}, _text, _starts, _leaves};
+    for (const auto& integration : integrations) {
+        // A copy: the refresh thread may replace the tree while we walk it.
+        const auto projects = integration->availableProjects();
+        ZVLog([&] {
+            return "Indexing " + integration->name() + " with " + std::to_string(projects.size()) + " projects";
+        });
+        for (const auto& project : projects) {
+            walk.path = folded(project->fullProjectPath());
+            indexTree(project, walk, 0);
+        }
+    }
+    _starts.push_back(_text.size());
+    _built = true;
+    ++_buildCount;
+}
+
+bool ZVProjectSearchIndex::_entryContains(std::size_t entry, const std::string& foldedQuery) const {
+    const std::size_t begin = _starts[entry];
+    const std::size_t length = _starts[entry + 1] - 1 - begin;
+    return memmem(_text.data() + begin, length, foldedQuery.data(), foldedQuery.size()) != nullptr;
+}
+
+std::vector<ZVProjectSearchIndex::ProjectPointer> ZVProjectSearchIndex::search(
+    const std::string& normalizedQuery, const std::vector<IntegrationPointer>& integrations) {
+    std::lock_guard guard(_mutex);
+    if (!_isCurrent(integrations)) _build(integrations);
+
+    std::vector<ProjectPointer> resultArray;
+    const std::string foldedQuery = folded(normalizedQuery);
+    // No path holds a NUL, so no query with one can be found.
+    if (foldedQuery.find('\0') != std::string::npos) {
+        _hasLastMatches = false;
+        return resultArray;
+    }
+
+    std::vector<std::size_t> matches;
+    if (_hasLastMatches && foldedQuery.find(_lastQuery) != std::string::npos) {
+        // Every path that holds the longer query holds the shorter one.
+        for (const std::size_t entry : _lastMatches)
+            if (_entryContains(entry, foldedQuery)) matches.push_back(entry);
+    } else if (foldedQuery.empty()) {
+        matches.resize(_leaves.size());
+        for (std::size_t entry = 0; entry < matches.size(); ++entry) matches[entry] = entry;
+    } else {
+        const char* const text = _text.data();
+        const std::size_t textLength = _text.size();
+        std::size_t position = 0;
+        std::size_t entry = 0;
+        while (position < textLength) {
+            const void* hit = memmem(text + position, textLength - position, foldedQuery.data(), foldedQuery.size());
+            if (!hit) break;
+            const std::size_t offset = static_cast<std::size_t>(static_cast<const char*>(hit) - text);
+            // Hits come in order: step to the path that holds this one.
+            if (_starts[entry + 1] <= offset)
+                entry = static_cast<std::size_t>(std::upper_bound(_starts.begin() + static_cast<std::ptrdiff_t>(entry),
+                                                                  _starts.end(), offset) -
+                                                 _starts.begin()) - 1;
+            matches.push_back(entry);
+            position = _starts[entry + 1];
+            ++entry;
+        }
+    }
+
+    resultArray.reserve(matches.size());
+    for (const std::size_t entry : matches) resultArray.push_back(_leaves[entry]);
+    _lastQuery = foldedQuery;
+    _lastMatches = std::move(matches);
+    _hasLastMatches = true;
+    return resultArray;
 }

@@ -1,13 +1,14 @@
 #pragma once
 
 #include <QLineEdit>
-#include <QListWidget>
+#include <QListView>
 #include <QPointer>
 #include <QVariant>
 #include <functional>
 
 class QAbstractItemDelegate;
 class ZVSearchFieldWithResults;
+class ZVSearchResultsModel;
 
 /// What a search field asks of its owner: results for a query, and what to
 /// do with the chosen one. Results are opaque values to the field.
@@ -38,8 +39,9 @@ public:
 
     void setResultsDelegate(ZVSearchFieldWithResultsDelegate* delegate);
     ZVSearchFieldWithResultsDelegate* resultsDelegate() const { return _delegate; }
-    /// The list widget to place under the field.
-    QListWidget* resultsList() const { return _resultsList.data(); }
+    /// The list to place under the field. Its rows are made as they are
+    /// shown, so that a query with a hundred thousand results opens at once.
+    QListView* resultsList() const { return _resultsList.data(); }
 
     int searchResultsWidth() const { return _searchResultsWidth; }
     void setSearchResultsWidth(int width);
@@ -57,7 +59,8 @@ private:
     void _showResults(const QVariantList& results, unsigned generation);
 
     ZVSearchFieldWithResultsDelegate* _delegate = nullptr;
-    QPointer<QListWidget> _resultsList;
+    QPointer<QListView> _resultsList;
+    ZVSearchResultsModel* _model = nullptr;
     QVariantList _results;
     int _searchResultsWidth = 0;
     unsigned _generation = 0;

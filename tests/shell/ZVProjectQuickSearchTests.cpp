@@ -1,4 +1,4 @@
-#include <QListWidget>
+#include <QListView>
 
 #include "IgnoredCommands.h"
 #include "ShellTestEnvironment.h"
@@ -83,9 +83,10 @@ TEST_F(ZVProjectQuickSearchTest, ResultsListHasTwoLineRowsAndAWidthOfAtLeast220)
         field.setText(QStringLiteral("uil"));
         ASSERT_EQ(field.results().size(), 1);
         EXPECT_EQ(field.searchResultsWidth(), 220) << "short names still get 200 plus 20";
-        QListWidget* list = field.resultsList();
-        ASSERT_EQ(list->count(), 1);
-        EXPECT_EQ(list->item(0)->sizeHint().height(), 32);
+        QListView* list = field.resultsList();
+        ASSERT_EQ(list->model()->rowCount(), 1);
+        EXPECT_EQ(list->model()->index(0, 0).data(Qt::SizeHintRole).toSize(), QSize(220, 32));
+        EXPECT_EQ(list->model()->index(0, 0).data(Qt::AccessibleTextRole).toString(), QStringLiteral("Build"));
 
         field.setText(QStringLiteral("nothing like this"));
         EXPECT_TRUE(field.results().isEmpty());
@@ -119,4 +120,79 @@ TEST_F(ZVProjectQuickSearchTest, FindsTheTenMatchingTicketsAmongAHundredThousand
     ASSERT_EQ(results.size(), 10u);  // tickets 42000 to 42009
     for (int index = 0; index < 10; ++index)
         EXPECT_EQ(results[static_cast<size_t>(index)]->name(), "Ticket " + std::to_string(42000 + index));
+}
+
+namespace {
+
+// The search as a plain walk: every leaf whose freshly built path holds the
+// query, ignoring case, in the order of the accounts and their trees.
+void collectLeaves(const ZVIntegrationProject::Pointer& project, const QString& query,
+                   std::vector<ZVIntegrationProject::Pointer>& found) {
+    if (project->hasSubprojects()) {
+        for (const auto& child : project->subprojects()) collectLeaves(child, query, found);
+        return;
+    }
+    if (QString::fromStdString(project->fullProjectPath()).toCaseFolded().contains(query)) found.push_back(project);
+}
+
+std::vector<ZVIntegrationProject::Pointer> walkedResults(const std::string& typed) {
+    const QString query = QString::fromStdString(ZVProjectQuickSearch::normalizedQuery(typed)).toCaseFolded();
+    auto integrations = ZVIntegrationCenter::shared().integrations();
+    integrations.push_back(ZVNorvoIntegration::sharedIntegration());
+    std::vector<ZVIntegrationProject::Pointer> found;
+    for (const auto& integration : integrations)
+        for (const auto& project : integration->availableProjects()) collectLeaves(project, query, found);
+    return found;
+}
+
+}  // namespace
+
+// The index of paths must answer as a fresh walk would after every kind of
+// change to the trees, also while a query is being typed a key at a time.
+TEST_F(ZVProjectQuickSearchTest, AnswersAsAFreshWalkAfterEveryChangeOfTheTrees) {
+    const std::vector<std::string> typing = {"w", "we", "web", "webs", "website", "website > d", "b", "bu", "notes"};
+    const auto expectSameAsWalk = [&](const std::string& when) {
+        for (const auto& query : typing)
+            EXPECT_EQ(names(ZVProjectQuickSearch::searchAllProjects(query)), names(walkedResults(query)))
+                << when << ", query \"" << query << "\"";
+    };
+    expectSameAsWalk("at first");
+
+    build->setName("Deploy");
+    expectSameAsWalk("after renaming a leaf");
+    EXPECT_TRUE(ZVProjectQuickSearch::searchAllProjects("website > b").empty());
+
+    addProject(jira, "Backend", mobile);  // a leaf becomes a branch
+    expectSameAsWalk("after a leaf got a child");
+    EXPECT_EQ(names(ZVProjectQuickSearch::searchAllProjects("mobile")), (std::vector<std::string>{"Backend"}));
+
+    website->removeSubproject(design);
+    expectSameAsWalk("after removing a leaf");
+
+    jira->setName("Tracker");
+    expectSameAsWalk("after renaming the account");
+    EXPECT_TRUE(ZVProjectQuickSearch::searchAllProjects("jira").empty());
+
+    auto second = addAccount("Webshop");
+    addProject(second, "Checkout");
+    expectSameAsWalk("after adding an account");
+
+    ZVIntegrationCenter::shared().removeIntegration(second);
+    expectSameAsWalk("after removing an account");
+
+    ZVNorvoIntegration::sharedIntegration()->removeProject(local);
+    expectSameAsWalk("after removing a local project");
+}
+
+TEST_F(ZVProjectQuickSearchTest, KeystrokesOverUnchangedTreesReuseTheIndex) {
+    auto& index = ZVProjectSearchIndex::shared();
+    ZVProjectQuickSearch::searchAllProjects("w");
+    const std::size_t builds = index.buildCount();
+    EXPECT_EQ(index.size(), 4u) << "Design, Build, Mobile App and the local Website Notes";
+    for (const char* query : {"we", "web", "websit", "x", "build"}) ZVProjectQuickSearch::searchAllProjects(query);
+    EXPECT_EQ(index.buildCount(), builds);
+
+    design->setName("Layout");
+    ZVProjectQuickSearch::searchAllProjects("layout");
+    EXPECT_EQ(index.buildCount(), builds + 1);
 }

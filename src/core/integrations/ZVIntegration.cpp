@@ -183,8 +183,12 @@ std::string ZVIntegration::name() const {
 }
 
 void ZVIntegration::setName(std::string name) {
-    std::lock_guard guard(_fieldsLock);
-    _name = std::move(name);
+    {
+        std::lock_guard guard(_fieldsLock);
+        _name = std::move(name);
+    }
+    // The account's name begins every path of its tree.
+    ZVIntegrationProject::noteTreeChange();
 }
 
 std::shared_ptr<ZVAuthentication> ZVIntegration::authentication() const {
@@ -228,6 +232,7 @@ ZVIntegration::ProjectList ZVIntegration::availableProjects() const {
 
 void ZVIntegration::addProject(std::shared_ptr<ZVIntegrationProject> project) {
     _projects.push_back(std::move(project));
+    ZVIntegrationProject::noteTreeChange();
     ZVNotificationCenter::shared().post(ZVIntegrationAvailableProjectsDidChange, shared_from_this());
     save();
 }
@@ -237,6 +242,7 @@ void ZVIntegration::removeProject(const std::shared_ptr<ZVIntegrationProject>& p
     const auto found = std::find(_projects.begin(), _projects.end(), project);
     if (found == _projects.end()) return;
     _projects.erase(found);
+    ZVIntegrationProject::noteTreeChange();
     ZVNotificationCenter::shared().post(ZVIntegrationAvailableProjectsDidChange, shared_from_this());
     save();
 }
@@ -348,6 +354,14 @@ std::function<void(const std::shared_ptr<ZVIntegration>&)>& postAllTimesHandler(
 void ZVIntegration::setPostAllTimesHandler(std::function<void(const std::shared_ptr<ZVIntegration>&)> handler) {
     std::lock_guard guard(postAllTimesHandlerLock);
     postAllTimesHandler() = std::move(handler);
+}
+
+ZVSubmenu ZVIntegration::lazyIntegrationMenu(ZVIntegrationProjectMenuItemTarget* target,
+                                             const std::shared_ptr<ZVIntegrationProject>& selectedProject,
+                                             bool includeUtilityMenuItems) {
+    return ZVSubmenu::lazy([self = shared_from_this(), target, selectedProject, includeUtilityMenuItems] {
+        return self->integrationMenu(target, selectedProject, includeUtilityMenuItems);
+    });
 }
 
 std::shared_ptr<ZVMenu> ZVIntegration::integrationMenu(ZVIntegrationProjectMenuItemTarget* target,

@@ -11,6 +11,7 @@
 #include "ZVDownloadCenter.h"
 #include "ZVValue.h"
 #include "core/integrations/ZVIntegrationError.h"
+#include "core/ui/ZVMenu.h"
 #include "core/integrations/authentication/ZVAuthenticationType.h"
 #include "core/notifications/ZVNotificationCenter.h"
 #include "core/ui/ZVMenu.h"
@@ -158,6 +159,10 @@ public:
     virtual std::shared_ptr<ZVMenu> integrationMenu(ZVIntegrationProjectMenuItemTarget* target,
                                                     const std::shared_ptr<ZVIntegrationProject>& selectedProject,
                                                     bool includeUtilityMenuItems = false);
+    /// The same menu as an item's submenu, made when it is first looked into.
+    ZVSubmenu lazyIntegrationMenu(ZVIntegrationProjectMenuItemTarget* target,
+                                  const std::shared_ptr<ZVIntegrationProject>& selectedProject,
+                                  bool includeUtilityMenuItems);
     /// "Remove Account...": asks, then removes the item's account from the centre.
     void _removeAccount(const ZVMenuItem& menuItem);
     /// What "Post All Times" of an account's menu runs (the action centre's

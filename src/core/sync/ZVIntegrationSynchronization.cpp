@@ -81,6 +81,7 @@ void ZVIntegration::_mergeWithRemoteProjects(ProjectList remoteProjects) {
     }
     std::stable_sort(_projects.begin(), _projects.end(),
                      [](const auto& first, const auto& second) { return caseInsensitiveLess(first->name(), second->name()); });
+    ZVIntegrationProject::noteTreeChange();
 }
 
 void ZVIntegration::_synchronizationEndedWithAnError(const ZVIntegrationError& error) {
@@ -100,4 +101,5 @@ void ZVIntegrationProject::mergeSubprojectsWithRemoteProjects(const List& remote
     std::lock_guard<std::mutex> guard(lock());
     ZVIntegrationSyncHelper helper(requiredIntegration());
     helper.mergeProjects(mutableSubprojects(), shared_from_this(), remoteProjects);
+    noteTreeChange();
 }

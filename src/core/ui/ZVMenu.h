@@ -10,6 +10,52 @@ class ZVIntegration;
 class ZVIntegrationProject;
 class ZVMenu;
 
+/// The submenu of an item: a menu, or what builds it at the first look
+/// inside. A project tree's menus are built this way, so that opening a menu
+/// of a large account costs only the level that is shown. Copies share the
+/// built menu. Reads like a pointer to the menu.
+class ZVSubmenu {
+public:
+    using Builder = std::function<std::shared_ptr<ZVMenu>()>;
+
+    ZVSubmenu() = default;
+    ZVSubmenu(std::nullptr_t) {}
+    ZVSubmenu(std::shared_ptr<ZVMenu> menu) {
+        if (menu) _state = std::make_shared<State>(State{{}, std::move(menu)});
+    }
+    /// A submenu that the builder makes when it is first looked into.
+    static ZVSubmenu lazy(Builder builder) {
+        ZVSubmenu submenu;
+        submenu._state = std::make_shared<State>(State{std::move(builder), nullptr});
+        return submenu;
+    }
+
+    /// Whether there is a submenu; does not build it.
+    explicit operator bool() const { return _state != nullptr; }
+    /// Whether it has been built (or was given built).
+    bool isBuilt() const { return _state && _state->menu; }
+    /// The menu, built now if it has not been yet.
+    const std::shared_ptr<ZVMenu>& menu() const {
+        static const std::shared_ptr<ZVMenu> none;
+        if (!_state) return none;
+        if (!_state->menu && _state->builder) {
+            _state->menu = _state->builder();
+            _state->builder = nullptr;
+        }
+        return _state->menu;
+    }
+    ZVMenu* operator->() const { return menu().get(); }
+    ZVMenu& operator*() const { return *menu(); }
+    friend bool operator==(const ZVSubmenu& submenu, std::nullptr_t) { return !submenu; }
+
+private:
+    struct State {
+        Builder builder;
+        std::shared_ptr<ZVMenu> menu;
+    };
+    std::shared_ptr<State> _state;
+};
+
 /// One entry of a menu, as the domain builds it and the shell renders it.
 /// An item runs its handler when chosen; an item without a handler, or with
 /// `enabled` false, shows disabled. `action` names what the handler does
@@ -49,7 +95,7 @@ public:
     RepresentedObject representedObject;
     /// The account of a project item (set on items that act on a project of an account).
     std::shared_ptr<ZVIntegration> integration;
-    std::shared_ptr<ZVMenu> submenu;
+    ZVSubmenu submenu;
 
     bool isEnabled() const { return enabled && !isSeparator && (handler || submenu); }
     /// Runs the handler of an enabled item; does nothing otherwise.

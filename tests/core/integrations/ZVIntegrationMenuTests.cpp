@@ -118,3 +118,36 @@ TEST_F(IntegrationMenuTests, RemoveAccountAsksAndOnlyRemoveRemoves) {
 }
 
 }  // namespace
+
+TEST_F(IntegrationMenuTests, ABranchBuildsItsSubmenuAtTheFirstLookAndShowsTheTreeOfThatMoment) {
+    auto account = ZVIntegration::makeNew<ZVTestIntegration>();
+    auto branch = makeNode("Branch", "3");
+    auto leaf = makeNode("Leaf", "3", 5, "a");
+    branch->addSubproject(leaf);
+    account->addProject(branch);
+
+    auto menu = account->integrationMenu(&target, leaf);
+    const ZVSubmenu& submenu = menu->items[0]->submenu;
+    ASSERT_TRUE(submenu);
+    EXPECT_FALSE(submenu.isBuilt()) << "a closed branch costs no items";
+    EXPECT_TRUE(menu->items[0]->isEnabled()) << "a branch with an unbuilt submenu still opens";
+
+    branch->addSubproject(makeNode("Later", "3", 0, "b"));
+    EXPECT_EQ(titles(*submenu), (std::vector<std::string>{"Leaf \u2014 00:00:05", "Post time for 'Leaf'", "Later \u2014 00:00:00"}));
+    EXPECT_TRUE(submenu.isBuilt());
+    EXPECT_EQ(submenu->items[0]->state, ZVMenuItem::State::on) << "the selected leaf is marked inside the branch";
+
+    // Copies share what was built: the renderer's copy and the model agree.
+    const ZVSubmenu copy = submenu;
+    branch->addSubproject(makeNode("Too Late", "3", 0, "c"));
+    EXPECT_EQ(copy->size(), 3u);
+    EXPECT_EQ(copy.menu().get(), submenu.menu().get());
+}
+
+TEST_F(IntegrationMenuTests, AnAccountMenuMadeLazilyIsTheSameMenu) {
+    auto account = addedAccount();
+    account->addProject(makeNode("Timed", "1", 90));
+    const ZVSubmenu lazy = account->lazyIntegrationMenu(&target, nullptr, true);
+    EXPECT_FALSE(lazy.isBuilt());
+    EXPECT_EQ(titles(*lazy), titles(*account->integrationMenu(&target, nullptr, true)));
+}

@@ -195,12 +195,14 @@ void ZVIntegrationProject::addSubproject(const Pointer& project) {
     project->_integration = _integration;
     for (const auto& grandchild : project->_subprojects) grandchild->_integration = _integration;
     project->_parentProject = weak_from_this();
+    noteTreeChange();
 }
 
 void ZVIntegrationProject::addSubprojectsFromArray(const List& projects) {
     std::lock_guard<std::mutex> guard(_lock);
     for (const auto& project : projects) project->_parentProject = weak_from_this();
     _subprojects.insert(_subprojects.end(), projects.begin(), projects.end());
+    noteTreeChange();
 }
 
 void ZVIntegrationProject::removeSubproject(const Pointer& project) {
@@ -211,6 +213,7 @@ void ZVIntegrationProject::removeSubproject(const Pointer& project) {
     });
     auto found = std::find(_subprojects.begin(), _subprojects.end(), project);
     if (found != _subprojects.end()) _subprojects.erase(found);
+    noteTreeChange();
 }
 
 void ZVIntegrationProject::clearEmptySubprojects() {
@@ -220,11 +223,13 @@ void ZVIntegrationProject::clearEmptySubprojects() {
         child->clearEmptySubprojects();
         if (!child->hasSubprojects() && child->time() == 0) _subprojects.erase(_subprojects.begin() + static_cast<std::ptrdiff_t>(index));
     }
+    noteTreeChange();
 }
 
 void ZVIntegrationProject::sortSubprojectsByName() {
     std::stable_sort(_subprojects.begin(), _subprojects.end(),
                      [](const Pointer& first, const Pointer& second) { return first->_name < second->_name; });
+    noteTreeChange();
 }
 
 bool ZVIntegrationProject::isEqualToProject(const ZVIntegrationProject& other) const {

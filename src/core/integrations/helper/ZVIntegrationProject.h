@@ -59,7 +59,10 @@ public:
     void setLogEntries(std::vector<std::shared_ptr<ZVLogEntry>> entries) { _logEntries = std::move(entries); }
 
     const std::string& name() const { return _name; }
-    void setName(std::string name) { _name = std::move(name); }
+    void setName(std::string name) {
+        _name = std::move(name);
+        noteTreeChange();
+    }
     Pointer parentProject() const { return _parentProject.lock(); }
     void setParentProject(const std::weak_ptr<ZVIntegrationProject>& parent) { _parentProject = parent; }
     const std::string& projectID() const { return _projectID; }
@@ -72,8 +75,15 @@ public:
     void setFourthID(std::optional<std::string> value) { _fourthID = std::move(value); }
 
     const List& subprojects() const { return _subprojects; }
-    /// The children for in-place merging and reordering; callers hold `lock`.
+    /// The children for in-place merging and reordering; callers hold `lock`
+    /// and call `noteTreeChange()` when they are done.
     List& mutableSubprojects() { return _subprojects; }
+
+    /// A count that grows after every change of a tree's shape or of a name
+    /// on it, in any account. What is derived from the trees (the quick
+    /// search's index of paths) compares it to know when to renew itself.
+    static std::uint64_t treeGeneration() { return _treeGeneration.load(std::memory_order_acquire); }
+    static void noteTreeChange() { _treeGeneration.fetch_add(1, std::memory_order_acq_rel); }
 
     std::uint64_t time() const { return _time.load(); }
     /// Stores the seconds; a change of 3 seconds or more saves the account,
@@ -151,4 +161,5 @@ private:
     List _subprojects;
     // Read by the refresh thread while the main thread's timer writes it.
     std::atomic<std::uint64_t> _time{0};
+    static inline std::atomic<std::uint64_t> _treeGeneration{0};
 };

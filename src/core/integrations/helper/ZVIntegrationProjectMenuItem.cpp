@@ -15,12 +15,16 @@ std::shared_ptr<ZVMenuItem> ZVIntegrationProject::menuItem(ZVIntegrationProjectM
 
     if (hasSubprojects()) {
         item->title = name() + " (" + std::to_string(subprojects().size()) + ")";
-        auto submenu = std::make_shared<ZVMenu>(name());
-        for (const auto& subproject : subprojects()) {
-            submenu->addItem(subproject->menuItem(target, selectedProject));
-            if (auto alternate = subproject->alternateMenuItem()) submenu->addItem(std::move(alternate));
-        }
-        item->submenu = std::move(submenu);
+        // The children's items are made when the submenu is first looked
+        // into: a large tree costs only the levels the user opens.
+        item->submenu = ZVSubmenu::lazy([self, target, selectedProject] {
+            auto submenu = std::make_shared<ZVMenu>(self->name());
+            for (const auto& subproject : self->subprojects()) {
+                submenu->addItem(subproject->menuItem(target, selectedProject));
+                if (auto alternate = subproject->alternateMenuItem()) submenu->addItem(std::move(alternate));
+            }
+            return submenu;
+        });
         return item;
     }
 

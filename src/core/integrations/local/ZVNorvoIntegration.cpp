@@ -96,6 +96,7 @@ void ZVNorvoIntegration::addProjectAction() {
 void ZVNorvoIntegration::moveProjectAtIndex(std::size_t from, std::size_t to) {
     std::lock_guard guard(lock());
     ZVMove(_projects, from, to);
+    ZVIntegrationProject::noteTreeChange();
 }
 
 std::shared_ptr<ZVMenu> ZVNorvoIntegration::integrationMenu(ZVIntegrationProjectMenuItemTarget* target,

@@ -109,10 +109,18 @@ void ZVTimerViewController::searchFieldDidChangeQuery(
         // Measuring text is the slow part of a search; the first thousand
         // results decide the width, which is what the open list shows first.
         const std::size_t measured = std::min<std::size_t>(projects.size(), 1000);
+        if (_resultWidthsGeneration != ZVIntegrationProject::treeGeneration()) {
+            _resultWidths.clear();
+            _resultWidthsGeneration = ZVIntegrationProject::treeGeneration();
+        }
         for (std::size_t i = 0; i < measured; ++i) {
             const auto& project = projects[i];
-            widest = std::max({widest, nameMetrics.horizontalAdvance(QString::fromStdString(project->name())),
-                               pathMetrics.horizontalAdvance(QString::fromStdString(project->fullProjectPath()))});
+            auto [width, isNew] = _resultWidths.try_emplace(project.get(), 0);
+            if (isNew)
+                width->second =
+                    std::max(nameMetrics.horizontalAdvance(QString::fromStdString(project->name())),
+                             pathMetrics.horizontalAdvance(QString::fromStdString(project->fullProjectPath())));
+            widest = std::max(widest, width->second);
         }
         field.setSearchResultsWidth(std::max(200, widest) + 20);
     }

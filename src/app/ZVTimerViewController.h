@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QWidget>
+#include <cstdint>
+#include <unordered_map>
 #include <vector>
 
 #include "core/notifications/ZVNotificationCenter.h"
@@ -10,6 +12,7 @@
 class QMenu;
 class QToolButton;
 class ZVApplicationCommands;
+class ZVIntegrationProject;
 class ZVProjectSearchResultDelegate;
 
 /// The timer panel: the quick search over all projects, the recent
@@ -59,4 +62,8 @@ private:
     QToolButton* _gearButton = nullptr;
     QMenu* _gearMenu = nullptr;
     ZVProjectSearchResultDelegate* _resultDelegate = nullptr;
+    // The measured width of each result as the list draws it, kept while
+    // no tree changes: a keystroke measures only results it has not met.
+    std::unordered_map<const ZVIntegrationProject*, int> _resultWidths;
+    std::uint64_t _resultWidthsGeneration = 0;
 };

@@ -6,6 +6,9 @@
 #include "core/integrations/helper/ZVIntegrationProject.h"
 
 Q_DECLARE_METATYPE(std::shared_ptr<ZVIntegrationProject>)
+// A shared pointer may be moved by copying its bytes, so that a result
+// lives inside its QVariant instead of in a heap block of its own.
+Q_DECLARE_TYPEINFO(std::shared_ptr<ZVIntegrationProject>, Q_RELOCATABLE_TYPE);
 
 /// Draws one quick-search result in two lines: the project's name in bold,
 /// and under it the full path in a dimmed colour; both turn white when the

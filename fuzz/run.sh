@@ -18,7 +18,7 @@ targets=("$@")
 # sanitizers' reports still name file and line.
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -gline-tables-only" \
   -DCMAKE_C_FLAGS_DEBUG="-O1 -gline-tables-only" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-  -DNORVO_BUILD_FUZZ=ON -DNORVO_BUILD_TESTS=OFF -DNORVO_BUILD_SHELL=OFF -DNORVO_WERROR="${NORVO_WERROR:-OFF}" >/dev/null
+  -DNORVO_BUILD_FUZZ=ON -DNORVO_BUILD_TESTS=OFF -DNORVO_BUILD_SHELL=OFF -DNORVO_UNITY_BUILD=ON -DNORVO_WERROR="${NORVO_WERROR:-OFF}" >/dev/null
 cmake --build "$build" --target "${targets[@]}" -j"${FUZZ_JOBS:-2}"
 
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1

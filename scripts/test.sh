@@ -13,7 +13,7 @@ builddir=build-tests
 # Unoptimized and without debug information: the suite builds in a
 # fraction of the time and runs fast enough. Configure a tree of your own
 # with -DCMAKE_BUILD_TYPE=Debug to debug a test.
-flags=(-DCMAKE_BUILD_TYPE=Debug "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -g0" "-DCMAKE_C_FLAGS_DEBUG=-O0 -g0" -DNORVO_BUILD_TESTS=ON)
+flags=(-DCMAKE_BUILD_TYPE=Debug "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -g0" "-DCMAKE_C_FLAGS_DEBUG=-O0 -g0" -DNORVO_BUILD_TESTS=ON -DNORVO_UNITY_BUILD=ON)
 if [ "${1:-}" = "--sanitize" ]; then
   builddir=build-asan
   flags+=(-DNORVO_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug "-DCMAKE_CXX_FLAGS_DEBUG=-O1 -g" "-DCMAKE_C_FLAGS_DEBUG=-O1 -g")

@@ -243,3 +243,10 @@ std::optional<ZVDate> ZVDateFromISO8601(std::string_view text) {
     double epoch = static_cast<double>(timegm(&utc)) + second - static_cast<double>(offsetSeconds);
     return fromSeconds(epoch);
 }
+
+std::size_t ZVCharacterCount(std::string_view utf8) {
+    std::size_t count = 0;
+    for (const char byte : utf8)
+        if ((static_cast<unsigned char>(byte) & 0xC0) != 0x80) ++count;
+    return count;
+}

@@ -28,6 +28,8 @@ std::optional<double> ZVStringDoubleValue(std::string_view text);
 ZVData ZVUTF8Data(std::string_view text);
 /// Whether the bytes are well-formed UTF-8.
 bool ZVIsValidUTF8(std::string_view bytes);
+/// The number of code points of UTF-8 text (continuation bytes are not counted).
+std::size_t ZVCharacterCount(std::string_view utf8);
 /// Percent-encodes every byte that may not stand in a URL; reserved
 /// characters and existing escapes stay.
 std::string ZVEncodingIllegalURLCharacters(std::string_view text);

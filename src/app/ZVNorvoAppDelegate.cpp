@@ -1,5 +1,7 @@
 #include "app/ZVNorvoAppDelegate.h"
 
+#include "ui_elements/ZVQtLocalization.h"
+
 #include <QApplication>
 #include <QDialog>
 #include <QDialogButtonBox>
@@ -46,9 +48,7 @@
 #include "ui_elements/ZVStatusItemController.h"
 
 namespace {
-ZVNorvoAppDelegate* sharedInstance = nullptr;
-
-QString localized(const char* english) { return QString::fromStdString(ZVLocalizedString(english)); }
+ZVNorvoAppDelegate* sharedDelegateInstance = nullptr;
 
 constexpr const char* helpAddress = "https://norvo.example.org/help";
 constexpr const char* releaseNotesAddress = "https://norvo.example.org/release-notes";
@@ -76,13 +76,13 @@ ZVNorvoAppDelegate::~ZVNorvoAppDelegate() {
     _logController.reset();
     _statusItemController.reset();
     _window.reset();
-    if (sharedInstance == this) sharedInstance = nullptr;
+    if (sharedDelegateInstance == this) sharedDelegateInstance = nullptr;
 }
 
-ZVNorvoAppDelegate* ZVNorvoAppDelegate::sharedDelegate() { return sharedInstance; }
+ZVNorvoAppDelegate* ZVNorvoAppDelegate::sharedDelegate() { return sharedDelegateInstance; }
 
 void ZVNorvoAppDelegate::awakeFromNib() {
-    sharedInstance = this;
+    sharedDelegateInstance = this;
     ZVMenuManager::shared().setCommands(this);
     ZVNorvoIntegration::sharedIntegration();
     // The picker in the window uses the centre, which so exists from here on
@@ -248,9 +248,9 @@ void ZVNorvoAppDelegate::manageNorvoProjects() {
 }
 
 void ZVNorvoAppDelegate::showAbout() {
-    QMessageBox::about(_window.get(), localized("About Norvo"),
+    QMessageBox::about(_window.get(), ZVLocalizedQString("About Norvo"),
                        QStringLiteral("<b>Norvo</b> %1<br>%2")
-                           .arg(QStringLiteral(NORVO_VERSION), localized("A personal time tracker.")));
+                           .arg(QStringLiteral(NORVO_VERSION), ZVLocalizedQString("A personal time tracker.")));
 }
 
 ZVPreferencesWindow* ZVNorvoAppDelegate::preferencesWindow() {
@@ -300,7 +300,7 @@ QString ZVNorvoAppDelegate::hotKeyRefusal(const ZVKeyCombo& combo, const QString
     for (const auto& definition : ZVKeyboardShortcutManager::definitions) {
         const QString other = QString::fromUtf8(definition.autosaveName);
         if (other != autosaveName && ZVKeyCombo::load(other) == combo)
-            return localized("This shortcut is already used by another Norvo shortcut.");
+            return ZVLocalizedQString("This shortcut is already used by another Norvo shortcut.");
     }
     return {};
 }
@@ -316,17 +316,17 @@ void ZVNorvoAppDelegate::showHelp() { ZVUserInterface::shared().openURL(helpAddr
 
 void ZVNorvoAppDelegate::showReleaseNotes() {
     QDialog dialog(_window && _window->isVisible() ? _window.get() : nullptr);
-    dialog.setWindowTitle(localized("What's New in Norvo"));
+    dialog.setWindowTitle(ZVLocalizedQString("What's New in Norvo"));
     auto* layout = new QVBoxLayout(&dialog);
-    auto* text = new QLabel(localized("Norvo keeps one timer running against your current project. Pick a project "
+    auto* text = new QLabel(ZVLocalizedQString("Norvo keeps one timer running against your current project. Pick a project "
                                       "from the project menu or find it with the quick search, start the timer, "
                                       "and say what you are working on."));
     text->setWordWrap(true);
     text->setMinimumWidth(360);
     layout->addWidget(text);
     auto* buttons = new QDialogButtonBox(&dialog);
-    QPushButton* notes = buttons->addButton(localized("Release Notes"), QDialogButtonBox::ActionRole);
-    QPushButton* done = buttons->addButton(localized("Done"), QDialogButtonBox::AcceptRole);
+    QPushButton* notes = buttons->addButton(ZVLocalizedQString("Release Notes"), QDialogButtonBox::ActionRole);
+    QPushButton* done = buttons->addButton(ZVLocalizedQString("Done"), QDialogButtonBox::AcceptRole);
     done->setDefault(true);
     connect(notes, &QPushButton::clicked, &dialog, [] { ZVUserInterface::shared().openURL(releaseNotesAddress); });
     connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);

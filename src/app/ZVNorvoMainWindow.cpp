@@ -1,5 +1,7 @@
 #include "app/ZVNorvoMainWindow.h"
 
+#include "ui_elements/ZVQtLocalization.h"
+
 #include <QButtonGroup>
 #include <QCloseEvent>
 #include <QFileDialog>
@@ -23,8 +25,6 @@
 #include "ui_elements/ZVTimeTextField.h"
 
 namespace {
-QString localized(const char* english) { return QString::fromStdString(ZVLocalizedString(english)); }
-
 constexpr const char* panelStyle = R"(
 ZVNorvoMainWindow { background-color: #2d2f33; }
 QLabel#timeTextField { color: white; }
@@ -53,7 +53,7 @@ ZVNorvoMainWindow::ZVNorvoMainWindow(ZVApplicationCommands& commands, QWidget* p
     _addIntegrationButton = new QToolButton(this);
     _addIntegrationButton->setObjectName(QStringLiteral("addIntegrationButton"));
     _addIntegrationButton->setText(QStringLiteral("+"));
-    _addIntegrationButton->setToolTip(localized("Add Account..."));
+    _addIntegrationButton->setToolTip(ZVLocalizedQString("Add Account..."));
     connect(_addIntegrationButton, &QToolButton::clicked, this, [this] { _commands.addIntegration(); });
 
     _timeTextField = new ZVTimeTextField(this);
@@ -70,13 +70,13 @@ ZVNorvoMainWindow::ZVNorvoMainWindow(ZVApplicationCommands& commands, QWidget* p
 
     _currentTaskTextField = new QLineEdit(this);
     _currentTaskTextField->setObjectName(QStringLiteral("currentTaskTextField"));
-    _currentTaskTextField->setPlaceholderText(localized("What are you working on?"));
+    _currentTaskTextField->setPlaceholderText(ZVLocalizedQString("What are you working on?"));
     connect(_currentTaskTextField, &QLineEdit::editingFinished, this, [this] { _commands.timeEntryTextHasChanged(); });
 
     _timerViewController = new ZVTimerViewController(commands, this);
 
     _logButton = new QToolButton(this);
-    _logButton->setText(localized("Log"));
+    _logButton->setText(ZVLocalizedQString("Log"));
     _logButton->setCheckable(true);
     connect(_logButton, &QToolButton::toggled, this, [this](bool shown) {
         _logDrawer->setVisible(shown);
@@ -93,7 +93,7 @@ ZVNorvoMainWindow::ZVNorvoMainWindow(ZVApplicationCommands& commands, QWidget* p
     const char* periodTitles[] = {"30 Days", "7 Days", "Today"};
     for (int segment = 0; segment < 3; ++segment) {
         auto* button = new QToolButton(_logDrawer);
-        button->setText(localized(periodTitles[segment]));
+        button->setText(ZVLocalizedQString(periodTitles[segment]));
         button->setCheckable(true);
         _periodGroup->addButton(button, segment);
         periods->addWidget(button);
@@ -102,10 +102,10 @@ ZVNorvoMainWindow::ZVNorvoMainWindow(ZVApplicationCommands& commands, QWidget* p
     connect(_periodGroup, &QButtonGroup::idClicked, this, [this] { Q_EMIT timePeriodChanged(); });
     periods->addStretch();
     auto* clear = new QToolButton(_logDrawer);
-    clear->setText(localized("Clear"));
+    clear->setText(ZVLocalizedQString("Clear"));
     connect(clear, &QToolButton::clicked, this, [this] { Q_EMIT clearLogRequested(); });
     auto* exportButton = new QToolButton(_logDrawer);
-    exportButton->setText(localized("Export..."));
+    exportButton->setText(ZVLocalizedQString("Export..."));
     connect(exportButton, &QToolButton::clicked, this, [this] { Q_EMIT exportLogRequested(); });
     periods->addWidget(clear);
     periods->addWidget(exportButton);
@@ -152,7 +152,7 @@ ZVNorvoMainWindow::~ZVNorvoMainWindow() {
 
 void ZVNorvoMainWindow::_updateStartStopButton() {
     const bool beating = ZVHeartBeat::sharedHeartBeat().isBeating();
-    _startStopButton->setText(beating ? localized("Stop") : localized("Start"));
+    _startStopButton->setText(beating ? ZVLocalizedQString("Stop") : ZVLocalizedQString("Start"));
     _startStopButton->setProperty("beating", beating);
     _startStopButton->style()->unpolish(_startStopButton);
     _startStopButton->style()->polish(_startStopButton);
@@ -181,7 +181,7 @@ int ZVNorvoMainWindow::selectedTimePeriod() const { return _periodGroup->checked
 
 std::optional<std::string> ZVNorvoMainWindow::chooseCSVExportPath(const std::string& suggestedName) {
     const QString folder = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
-    const QString path = QFileDialog::getSaveFileName(this, localized("Export Log"),
+    const QString path = QFileDialog::getSaveFileName(this, ZVLocalizedQString("Export Log"),
                                                       folder + QLatin1Char('/') + QString::fromStdString(suggestedName),
                                                       QStringLiteral("CSV (*.csv)"));
     if (path.isEmpty()) return std::nullopt;

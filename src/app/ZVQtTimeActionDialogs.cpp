@@ -1,5 +1,7 @@
 #include "app/ZVQtTimeActionDialogs.h"
 
+#include "ui_elements/ZVQtLocalization.h"
+
 #include <QComboBox>
 #include <QDialog>
 #include <QDialogButtonBox>
@@ -23,8 +25,6 @@
 #include "ui_elements/ZVMenuRenderer.h"
 
 namespace {
-
-QString localized(const char* english) { return QString::fromStdString(ZVLocalizedString(english)); }
 
 QWidget* parentFor(QWidget* preferred) { return preferred && preferred->isVisible() ? preferred : nullptr; }
 
@@ -92,7 +92,7 @@ void ZVQtTimeActionDialogs::runTimeMover(ZVTimeMover& mover) {
         amount->addWidget(field);
         amount->addWidget(new QLabel(QString::fromUtf8(unit)));
     }
-    auto* allTime = new QPushButton(localized("All Time"));
+    auto* allTime = new QPushButton(ZVLocalizedQString("All Time"));
     allTime->setObjectName(QStringLiteral("allTimeButton"));
     amount->addWidget(allTime);
     QObject::connect(allTime, &QPushButton::clicked, &dialog, [&] {
@@ -104,12 +104,12 @@ void ZVQtTimeActionDialogs::runTimeMover(ZVTimeMover& mover) {
     });
 
     auto* form = new QFormLayout();
-    form->addRow(localized("Project:"), projectButton);
-    form->addRow(localized("Time:"), amount);
+    form->addRow(ZVLocalizedQString("Project:"), projectButton);
+    form->addRow(ZVLocalizedQString("Time:"), amount);
     layout->addLayout(form);
 
     auto* buttons = new QDialogButtonBox(&dialog);
-    QPushButton* cancel = buttons->addButton(localized("Cancel"), QDialogButtonBox::RejectRole);
+    QPushButton* cancel = buttons->addButton(ZVLocalizedQString("Cancel"), QDialogButtonBox::RejectRole);
     QPushButton* confirm = buttons->addButton(QString::fromStdString(mover.confirmButtonTitle()),
                                               QDialogButtonBox::AcceptRole);
     confirm->setObjectName(QStringLiteral("confirmButton"));
@@ -130,26 +130,26 @@ void ZVQtTimeActionDialogs::runTimeMover(ZVTimeMover& mover) {
 void ZVQtTimeActionDialogs::runTimeRounding(ZVTimeRounder& rounder) {
     QDialog dialog(parentFor(_parentWindow));
     dialog.setObjectName(QStringLiteral("timeRoundingDialog"));
-    dialog.setWindowTitle(localized("Round Time"));
+    dialog.setWindowTitle(ZVLocalizedQString("Round Time"));
     auto* layout = new QVBoxLayout(&dialog);
     if (rounder.project())
         layout->addWidget(new QLabel(QString::fromStdString(rounder.project()->fullProjectPath())));
 
     auto* direction = new QComboBox();
     direction->setObjectName(QStringLiteral("directionPopUp"));
-    direction->addItems({localized("Nearest"), localized("Up"), localized("Down")});
+    direction->addItems({ZVLocalizedQString("Nearest"), ZVLocalizedQString("Up"), ZVLocalizedQString("Down")});
     auto* duration = new QComboBox();
     duration->setObjectName(QStringLiteral("durationPopUp"));
     for (std::uint64_t seconds : ZVTimeRounder::durations)
         duration->addItem(QString::fromStdString(ZVLocalizedFormat("%@ minutes", {std::to_string(seconds / 60)})));
     auto* form = new QFormLayout();
-    form->addRow(localized("Round:"), direction);
-    form->addRow(localized("To a multiple of:"), duration);
+    form->addRow(ZVLocalizedQString("Round:"), direction);
+    form->addRow(ZVLocalizedQString("To a multiple of:"), duration);
     layout->addLayout(form);
 
     auto* buttons = new QDialogButtonBox(&dialog);
-    buttons->addButton(localized("Cancel"), QDialogButtonBox::RejectRole)->setObjectName(QStringLiteral("cancelButton"));
-    QPushButton* done = buttons->addButton(localized("Done"), QDialogButtonBox::AcceptRole);
+    buttons->addButton(ZVLocalizedQString("Cancel"), QDialogButtonBox::RejectRole)->setObjectName(QStringLiteral("cancelButton"));
+    QPushButton* done = buttons->addButton(ZVLocalizedQString("Done"), QDialogButtonBox::AcceptRole);
     done->setObjectName(QStringLiteral("doneButton"));
     done->setDefault(true);
     QObject::connect(buttons, &QDialogButtonBox::accepted, &dialog, [&] {
@@ -163,7 +163,7 @@ void ZVQtTimeActionDialogs::runTimeRounding(ZVTimeRounder& rounder) {
 void ZVQtTimeActionDialogs::runTimeEditor(ZVTimeEditor& editor) {
     QDialog dialog(parentFor(_parentWindow));
     dialog.setObjectName(QStringLiteral("timeEditorDialog"));
-    dialog.setWindowTitle(localized("Edit Time"));
+    dialog.setWindowTitle(ZVLocalizedQString("Edit Time"));
     auto* layout = new QVBoxLayout(&dialog);
     if (editor.project()) layout->addWidget(new QLabel(QString::fromStdString(editor.project()->fullProjectPath())));
 
@@ -174,14 +174,14 @@ void ZVQtTimeActionDialogs::runTimeEditor(ZVTimeEditor& editor) {
     auto* minutes = timeField(fields.minutes, 999999, QStringLiteral("minutes"));
     auto* seconds = timeField(fields.seconds, 999999, QStringLiteral("seconds"));
     auto* form = new QFormLayout();
-    form->addRow(localized("Hours:"), hours);
-    form->addRow(localized("Minutes:"), minutes);
-    form->addRow(localized("Seconds:"), seconds);
+    form->addRow(ZVLocalizedQString("Hours:"), hours);
+    form->addRow(ZVLocalizedQString("Minutes:"), minutes);
+    form->addRow(ZVLocalizedQString("Seconds:"), seconds);
     layout->addLayout(form);
 
     auto* buttons = new QDialogButtonBox(&dialog);
-    buttons->addButton(localized("Cancel"), QDialogButtonBox::RejectRole)->setObjectName(QStringLiteral("cancelButton"));
-    QPushButton* done = buttons->addButton(localized("Done"), QDialogButtonBox::AcceptRole);
+    buttons->addButton(ZVLocalizedQString("Cancel"), QDialogButtonBox::RejectRole)->setObjectName(QStringLiteral("cancelButton"));
+    QPushButton* done = buttons->addButton(ZVLocalizedQString("Done"), QDialogButtonBox::AcceptRole);
     done->setObjectName(QStringLiteral("doneButton"));
     done->setDefault(true);
     QObject::connect(buttons, &QDialogButtonBox::accepted, &dialog, [&] {

@@ -1,5 +1,7 @@
 #include "app/ZVStateReportWindow.h"
 
+#include "ui_elements/ZVQtLocalization.h"
+
 #include <QClipboard>
 #include <QDialogButtonBox>
 #include <QGuiApplication>
@@ -10,13 +12,9 @@
 #include "ZVApplicationState.h"
 #include "ZVLocalization.h"
 
-namespace {
-QString localized(const char* english) { return QString::fromStdString(ZVLocalizedString(english)); }
-}  // namespace
-
 ZVStateReportWindow::ZVStateReportWindow(QWidget* parent) : QDialog(parent) {
     setObjectName(QStringLiteral("stateReportWindow"));
-    setWindowTitle(localized("Application State"));
+    setWindowTitle(ZVLocalizedQString("Application State"));
     auto* layout = new QVBoxLayout(this);
     _text = new QPlainTextEdit();
     _text->setObjectName(QStringLiteral("stateReportText"));
@@ -25,7 +23,7 @@ ZVStateReportWindow::ZVStateReportWindow(QWidget* parent) : QDialog(parent) {
     _text->setMinimumSize(480, 320);
     layout->addWidget(_text);
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close);
-    QPushButton* copy = buttons->addButton(localized("Copy"), QDialogButtonBox::ActionRole);
+    QPushButton* copy = buttons->addButton(ZVLocalizedQString("Copy"), QDialogButtonBox::ActionRole);
     connect(copy, &QPushButton::clicked, this, [this] { QGuiApplication::clipboard()->setText(_text->toPlainText()); });
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     layout->addWidget(buttons);

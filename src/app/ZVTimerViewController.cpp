@@ -1,5 +1,7 @@
 #include "app/ZVTimerViewController.h"
 
+#include "ui_elements/ZVQtLocalization.h"
+
 #include <QFontMetrics>
 #include <QHBoxLayout>
 #include <QListView>
@@ -18,8 +20,6 @@
 #include "ui_elements/ZVProjectSearchResultDelegate.h"
 
 namespace {
-QString localized(const char* english) { return QString::fromStdString(ZVLocalizedString(english)); }
-
 QToolButton* pullDown(const QString& title, QWidget* parent) {
     auto* button = new QToolButton(parent);
     button->setText(title);
@@ -35,14 +35,14 @@ ZVTimerViewController::ZVTimerViewController(ZVApplicationCommands& commands, QW
     : QWidget(parent), _commands(commands) {
     _searchField = new ZVSearchFieldWithResults(this);
     _searchField->setObjectName(QStringLiteral("quickSearchField"));
-    _searchField->setPlaceholderText(localized("Search projects"));
+    _searchField->setPlaceholderText(ZVLocalizedQString("Search projects"));
     _resultDelegate = new ZVProjectSearchResultDelegate(this);
     _searchField->setSearchResultsWidth(220);
 
-    _recentProjectsPopUpButton = pullDown(localized("Recent Projects"), this);
-    _actionPopUpButton = pullDown(localized("Actions"), this);
+    _recentProjectsPopUpButton = pullDown(ZVLocalizedQString("Recent Projects"), this);
+    _actionPopUpButton = pullDown(ZVLocalizedQString("Actions"), this);
     _gearButton = pullDown(QStringLiteral("\u2699"), this);
-    _gearButton->setToolTip(localized("Settings"));
+    _gearButton->setToolTip(ZVLocalizedQString("Settings"));
 
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);

@@ -1,5 +1,7 @@
 #include "integration_editing/ZVIntegrationSetupViewController.h"
 
+#include "ui_elements/ZVQtLocalization.h"
+
 #include <QApplication>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -16,10 +18,6 @@
 #include "integration_editing/ZVIntegrationSetupView.h"
 #include "integration_editing/ZVIntegrationSetupViewFactory.h"
 
-namespace {
-QString localized(const char* english) { return QString::fromStdString(ZVLocalizedString(english)); }
-}  // namespace
-
 ZVIntegrationSetupViewController::ZVIntegrationSetupViewController(std::shared_ptr<ZVIntegration> integration,
                                                                    ZVPopover* popover, QWidget* parent)
     : QWidget(parent), _currentIntegration(std::move(integration)), _popover(popover) {
@@ -28,7 +26,7 @@ ZVIntegrationSetupViewController::ZVIntegrationSetupViewController(std::shared_p
     layout->setContentsMargins(0, 0, 0, 0);
 
     auto* kindRow = new QHBoxLayout();
-    _integrationPopUpTextField = new QLabel(localized("Service:"));
+    _integrationPopUpTextField = new QLabel(ZVLocalizedQString("Service:"));
     _integrationPopUp = new ZVIntegrationListPopUpButton();
     _integrationPopUp->selectItemWithTitle(QString::fromStdString(_currentIntegration->integrationName()));
     kindRow->addWidget(_integrationPopUpTextField);
@@ -36,7 +34,7 @@ ZVIntegrationSetupViewController::ZVIntegrationSetupViewController(std::shared_p
     layout->addLayout(kindRow);
 
     _skippedProjectsWarningTextField =
-        new QLabel(localized("Projects without open tasks or tickets are not shown."));
+        new QLabel(ZVLocalizedQString("Projects without open tasks or tickets are not shown."));
     _skippedProjectsWarningTextField->setObjectName(QStringLiteral("skippedProjectsWarningTextField"));
     _skippedProjectsWarningTextField->setWordWrap(true);
     layout->addWidget(_skippedProjectsWarningTextField);
@@ -52,9 +50,9 @@ ZVIntegrationSetupViewController::ZVIntegrationSetupViewController(std::shared_p
     _progressIndicator->setRange(0, 0);
     _progressIndicator->setMaximumWidth(60);
     _progressIndicator->hide();
-    _cancelButton = new QPushButton(localized("Cancel"));
+    _cancelButton = new QPushButton(ZVLocalizedQString("Cancel"));
     _cancelButton->setObjectName(QStringLiteral("cancelButton"));
-    _saveButton = new QPushButton(localized("Save"));
+    _saveButton = new QPushButton(ZVLocalizedQString("Save"));
     _saveButton->setObjectName(QStringLiteral("saveButton"));
     _saveButton->setDefault(true);
     buttonRow->addWidget(_progressIndicator);

@@ -1,5 +1,7 @@
 #include "integration_editing/ZVIntegrationSetupViewFactory.h"
 
+#include "ui_elements/ZVQtLocalization.h"
+
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDoubleValidator>
@@ -26,8 +28,6 @@
 
 namespace {
 
-QString localized(const char* english) { return QString::fromStdString(ZVLocalizedString(english)); }
-
 QWidget* makePart(QFormLayout*& form) {
     auto* part = new QWidget();
     form = new QFormLayout(part);
@@ -48,7 +48,7 @@ QLineEdit* textField(const char* objectName, const std::string& text, std::funct
 }
 
 QCheckBox* checkBox(const char* objectName, const char* title, bool checked, std::function<void(bool)> changed) {
-    auto* box = new QCheckBox(localized(title));
+    auto* box = new QCheckBox(ZVLocalizedQString(title));
     box->setObjectName(QString::fromUtf8(objectName));
     box->setChecked(checked);
     QObject::connect(box, &QCheckBox::toggled, box, [changed = std::move(changed)](bool on) { changed(on); });
@@ -64,7 +64,7 @@ QLineEdit* numberField(const char* objectName, double value, std::function<void(
 }
 
 QString usernameLabel(const std::optional<std::string>& label) {
-    return label ? QString::fromStdString(*label) : localized("Username");
+    return label ? QString::fromStdString(*label) : ZVLocalizedQString("Username");
 }
 
 QLineEdit* APITokenField(const std::shared_ptr<ZVAPITokenAuthentication>& credentials) {
@@ -97,7 +97,7 @@ QWidget* ZVIntegrationSetupViewFactory::makeBasicView(const std::shared_ptr<ZVIn
                                    [account](const std::string& value) { account->setAddress(value); });
     address->setPlaceholderText(QString::fromStdString(account->addressPlaceholder()));
     address->setReadOnly(account->hasHardcodedAddress());
-    form->addRow(localized("Address"), address);
+    form->addRow(ZVLocalizedQString("Address"), address);
     if (account->SSLSupport() == ZVSSLSupport::optional) {
         form->addRow(checkBox("sslButton", "Use SSL", account->isSSLEnabled(),
                               [account](bool on) { account->setSSLEnabled(on); }));
@@ -116,12 +116,12 @@ QWidget* ZVIntegrationSetupViewFactory::makeCredentialView(const std::shared_ptr
         form->addRow(usernameLabel(credentials->usernameLabel()),
                      textField("usernameField", credentials->username(),
                                [credentials](const std::string& value) { credentials->setUsername(value); }));
-        form->addRow(localized("Password"),
+        form->addRow(ZVLocalizedQString("Password"),
                      textField(
                          "passwordField", credentials->password(),
                          [credentials](const std::string& value) { credentials->setPassword(value); }, true));
         if (auto withToken = std::dynamic_pointer_cast<ZVUsernamePasswordAPITokenAuthentication>(credentials)) {
-            form->addRow(localized("API Token"),
+            form->addRow(ZVLocalizedQString("API Token"),
                          textField(
                              "APITokenField", withToken->APIToken(),
                              [withToken](const std::string& value) { withToken->setAPIToken(value); }, true));
@@ -130,11 +130,11 @@ QWidget* ZVIntegrationSetupViewFactory::makeCredentialView(const std::shared_ptr
         form->addRow(usernameLabel(named->usernameLabel()),
                      textField("usernameField", named->username(),
                                [named](const std::string& value) { named->setUsername(value); }));
-        form->addRow(localized("API Token"), APITokenField(named));
+        form->addRow(ZVLocalizedQString("API Token"), APITokenField(named));
     } else if (auto token = std::dynamic_pointer_cast<ZVAPITokenAuthentication>(authentication)) {
-        form->addRow(localized("API Token"), APITokenField(token));
+        form->addRow(ZVLocalizedQString("API Token"), APITokenField(token));
     } else if (std::dynamic_pointer_cast<ZVOAuth2Authentication>(authentication)) {
-        auto* authorize = new QPushButton(localized("Authorize"));
+        auto* authorize = new QPushButton(ZVLocalizedQString("Authorize"));
         authorize->setObjectName(QStringLiteral("authorizeButton"));
         // The account outlives its setup view; the view is released first.
         std::weak_ptr<ZVIntegration> weakIntegration = integration;
@@ -168,13 +168,13 @@ QWidget* ZVIntegrationSetupViewFactory::makeAdditionalView(const std::shared_ptr
     } else if (auto jira = std::dynamic_pointer_cast<ZVJIRAIntegration>(integration); jira && name == "JIRA") {
         auto* mode = new QComboBox();
         mode->setObjectName(QStringLiteral("synchronizationTypePopUp"));
-        mode->addItem(localized("Issues by project"), static_cast<int>(ZVJIRASynchronizationType::projects));
-        mode->addItem(localized("Issues by favourite filter"), static_cast<int>(ZVJIRASynchronizationType::filters));
+        mode->addItem(ZVLocalizedQString("Issues by project"), static_cast<int>(ZVJIRASynchronizationType::projects));
+        mode->addItem(ZVLocalizedQString("Issues by favourite filter"), static_cast<int>(ZVJIRASynchronizationType::filters));
         mode->setCurrentIndex(jira->synchronizationType() == ZVJIRASynchronizationType::filters ? 1 : 0);
         QObject::connect(mode, &QComboBox::currentIndexChanged, mode, [jira, mode](int) {
             jira->setSynchronizationType(static_cast<ZVJIRASynchronizationType>(mode->currentData().toInt()));
         });
-        form->addRow(localized("Synchronize"), mode);
+        form->addRow(ZVLocalizedQString("Synchronize"), mode);
         form->addRow(checkBox("includesUnassignedIssuesButton", "Include unassigned issues",
                               jira->includesUnassignedIssues(),
                               [jira](bool on) { jira->setIncludesUnassignedIssues(on); }));
@@ -182,9 +182,9 @@ QWidget* ZVIntegrationSetupViewFactory::makeAdditionalView(const std::shared_ptr
                               jira->ignoresSessionCookies(), [jira](bool on) { jira->setIgnoresSessionCookies(on); }));
     } else if (auto kashflow = std::dynamic_pointer_cast<ZVKashflowIntegration>(integration);
                kashflow && name == "Kashflow") {
-        form->addRow(localized("Hour rate"),
+        form->addRow(ZVLocalizedQString("Hour rate"),
                      numberField("rateField", kashflow->rate(), [kashflow](double value) { kashflow->setRate(value); }));
-        form->addRow(localized("VAT rate (%)"), numberField("VATRateField", kashflow->VATRate(),
+        form->addRow(ZVLocalizedQString("VAT rate (%)"), numberField("VATRateField", kashflow->VATRate(),
                                                             [kashflow](double value) { kashflow->setVATRate(value); }));
     } else {
         ZVLog([&] { return "No additional setup view named " + name; });

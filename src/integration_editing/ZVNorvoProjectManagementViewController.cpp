@@ -1,5 +1,7 @@
 #include "integration_editing/ZVNorvoProjectManagementViewController.h"
 
+#include "ui_elements/ZVQtLocalization.h"
+
 #include <QDataStream>
 #include <algorithm>
 #include <QHBoxLayout>
@@ -14,10 +16,6 @@
 #include "core/integrations/helper/ZVIntegrationProject.h"
 #include "core/integrations/local/ZVNorvoIntegration.h"
 #include "core/notifications/ZVNotificationCenter.h"
-
-namespace {
-QString localized(const char* english) { return QString::fromStdString(ZVLocalizedString(english)); }
-}  // namespace
 
 ZVNorvoProjectListModel::ZVNorvoProjectListModel(std::shared_ptr<ZVNorvoIntegration> integration, QObject* parent)
     : QAbstractListModel(parent), _integration(std::move(integration)) {}
@@ -109,7 +107,7 @@ ZVNorvoProjectManagementViewController::ZVNorvoProjectManagementViewController(
     : QWidget(parent), _integration(std::move(integration)) {
     setObjectName(QStringLiteral("norvoProjectManagementViewController"));
     auto* layout = new QVBoxLayout(this);
-    auto* title = new QLabel(localized("Projects"));
+    auto* title = new QLabel(ZVLocalizedQString("Projects"));
     title->setStyleSheet(QStringLiteral("font-weight: bold"));
     layout->addWidget(title);
 
@@ -128,16 +126,16 @@ ZVNorvoProjectManagementViewController::ZVNorvoProjectManagementViewController(
     auto* buttons = new QHBoxLayout();
     _addButton = new QPushButton(QStringLiteral("+"));
     _addButton->setObjectName(QStringLiteral("addProjectButton"));
-    _addButton->setToolTip(localized("Add Project..."));
+    _addButton->setToolTip(ZVLocalizedQString("Add Project..."));
     _removeButton = new QPushButton(QStringLiteral("\u2212"));
     _removeButton->setObjectName(QStringLiteral("removeProjectButton"));
-    _removeButton->setToolTip(localized("Remove"));
+    _removeButton->setToolTip(ZVLocalizedQString("Remove"));
     for (auto* button : {_addButton, _removeButton}) {
         button->setFixedWidth(32);
         buttons->addWidget(button);
     }
     buttons->addStretch();
-    _doneButton = new QPushButton(localized("Done"));
+    _doneButton = new QPushButton(ZVLocalizedQString("Done"));
     _doneButton->setObjectName(QStringLiteral("doneButton"));
     _doneButton->setDefault(true);
     buttons->addWidget(_doneButton);

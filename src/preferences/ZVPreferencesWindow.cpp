@@ -1,5 +1,7 @@
 #include "preferences/ZVPreferencesWindow.h"
 
+#include "ui_elements/ZVQtLocalization.h"
+
 #include <QCheckBox>
 #include <QComboBox>
 #include <QFormLayout>
@@ -18,10 +20,8 @@
 #include "ui_elements/ZVShortcutRecorder.h"
 
 namespace {
-QString localized(const char* english) { return QString::fromStdString(ZVLocalizedString(english)); }
-
 QCheckBox* checkBox(const char* title, const char* name) {
-    auto* box = new QCheckBox(localized(title));
+    auto* box = new QCheckBox(ZVLocalizedQString(title));
     box->setObjectName(QString::fromUtf8(name));
     return box;
 }
@@ -30,13 +30,13 @@ constexpr int roundingMinutes[] = {1, 5, 6, 10, 15, 30, 60};
 }  // namespace
 
 ZVPreferencesWindow::ZVPreferencesWindow(Hooks hooks, QWidget* parent) : QDialog(parent), _hooks(std::move(hooks)) {
-    setWindowTitle(localized("Preferences"));
+    setWindowTitle(ZVLocalizedQString("Preferences"));
     setObjectName(QStringLiteral("preferencesWindow"));
     _tabs = new QTabWidget(this);
-    _tabs->addTab(_makeGeneralPane(), localized("General"));
-    _tabs->addTab(_makeShortcutsPane(), localized("Keyboard Shortcuts"));
-    _tabs->addTab(_makeLedgrinPane(), localized("Ledgrin"));
-    _tabs->addTab(_makeAdvancedPane(), localized("Advanced"));
+    _tabs->addTab(_makeGeneralPane(), ZVLocalizedQString("General"));
+    _tabs->addTab(_makeShortcutsPane(), ZVLocalizedQString("Keyboard Shortcuts"));
+    _tabs->addTab(_makeLedgrinPane(), ZVLocalizedQString("Ledgrin"));
+    _tabs->addTab(_makeAdvancedPane(), ZVLocalizedQString("Advanced"));
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(_tabs);
     loadPreferences();
@@ -57,15 +57,15 @@ QWidget* ZVPreferencesWindow::_makeGeneralPane() {
     _automaticRoundingContainer = new QWidget();
     auto* rounding = new QFormLayout(_automaticRoundingContainer);
     _timeRoundingDirectionPopUpButton = new QComboBox();
-    _timeRoundingDirectionPopUpButton->addItem(localized("Nearest"), 0);
-    _timeRoundingDirectionPopUpButton->addItem(localized("Up"), 1);
-    _timeRoundingDirectionPopUpButton->addItem(localized("Down"), 2);
+    _timeRoundingDirectionPopUpButton->addItem(ZVLocalizedQString("Nearest"), 0);
+    _timeRoundingDirectionPopUpButton->addItem(ZVLocalizedQString("Up"), 1);
+    _timeRoundingDirectionPopUpButton->addItem(ZVLocalizedQString("Down"), 2);
     _timeRoundingDurationPopUpButton = new QComboBox();
     for (int minutes : roundingMinutes)
         _timeRoundingDurationPopUpButton->addItem(
             QString::fromStdString(ZVLocalizedFormat("%@ minutes", {std::to_string(minutes)})), minutes);
-    rounding->addRow(localized("Direction:"), _timeRoundingDirectionPopUpButton);
-    rounding->addRow(localized("To a multiple of:"), _timeRoundingDurationPopUpButton);
+    rounding->addRow(ZVLocalizedQString("Direction:"), _timeRoundingDirectionPopUpButton);
+    rounding->addRow(ZVLocalizedQString("To a multiple of:"), _timeRoundingDurationPopUpButton);
 
     for (QWidget* widget : std::initializer_list<QWidget*>{
              _showSecondsButton, _useMonochromeColorsButton, _showIconInDockButton, _keepMainWindowAtopButton,
@@ -114,7 +114,7 @@ QWidget* ZVPreferencesWindow::_makeShortcutsPane() {
             if (_hooks.hotKeysChanged) _hooks.hotKeysChanged();
         });
         _recorders[i] = recorder;
-        form->addRow(localized(titles[i]), recorder);
+        form->addRow(ZVLocalizedQString(titles[i]), recorder);
     }
     layout->addLayout(form);
     layout->addStretch();
@@ -126,9 +126,9 @@ QWidget* ZVPreferencesWindow::_makeLedgrinPane() {
     auto* form = new QFormLayout(pane);
     _hourPriceField = new QLineEdit();
     _hourPriceField->setObjectName(QStringLiteral("hourPriceField"));
-    _hourPriceField->setPlaceholderText(localized("None"));
-    form->addRow(localized("Hour price:"), _hourPriceField);
-    _ledgrinInstalledLabel = new QLabel(localized("Ledgrin is not installed."));
+    _hourPriceField->setPlaceholderText(ZVLocalizedQString("None"));
+    form->addRow(ZVLocalizedQString("Hour price:"), _hourPriceField);
+    _ledgrinInstalledLabel = new QLabel(ZVLocalizedQString("Ledgrin is not installed."));
     _ledgrinInstalledLabel->setObjectName(QStringLiteral("ledgrinInstalledLabel"));
     form->addRow(_ledgrinInstalledLabel);
     return pane;
@@ -146,9 +146,9 @@ QWidget* ZVPreferencesWindow::_makeAdvancedPane() {
     _syncTimeIntervalTextField = new QLineEdit();
     _syncTimeIntervalTextField->setObjectName(QStringLiteral("syncTimeIntervalTextField"));
     form->addRow(_postTimeOnTimerStopButton);
-    form->addRow(localized("Idle time (seconds):"), _idleTimeIntervalTextField);
+    form->addRow(ZVLocalizedQString("Idle time (seconds):"), _idleTimeIntervalTextField);
     form->addRow(_warnAboutUnpostedTimeBeforeQuittingButton);
-    form->addRow(localized("Synchronize every (seconds):"), _syncTimeIntervalTextField);
+    form->addRow(ZVLocalizedQString("Synchronize every (seconds):"), _syncTimeIntervalTextField);
     form->addRow(_silenceSyncErrorsButton);
     return pane;
 }
@@ -176,8 +176,8 @@ void ZVPreferencesWindow::loadPreferences() {
     auto& ledgrin = ZVLedgrinIntegration::sharedIntegration();
     if (ledgrin.isInstalled()) {
         _ledgrinInstalledLabel->setText(ledgrin.isInstalledVersionIntegrable()
-                                            ? localized("Installed")
-                                            : localized("Installed, but version 2.2.2+ is required."));
+                                            ? ZVLocalizedQString("Installed")
+                                            : ZVLocalizedQString("Installed, but version 2.2.2+ is required."));
     }
     _postTimeOnTimerStopButton->setChecked(p.automaticallyPostTimeAfterStoppingTimer());
     _warnAboutUnpostedTimeBeforeQuittingButton->setChecked(p.warnsAboutUnpostedTimesBeforeQuitting());

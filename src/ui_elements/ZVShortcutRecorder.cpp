@@ -1,12 +1,12 @@
 #include "ui_elements/ZVShortcutRecorder.h"
 
+#include "ui_elements/ZVQtLocalization.h"
+
 #include <QKeyEvent>
 
 #include "ZVLocalization.h"
 
 namespace {
-QString localized(const char* english) { return QString::fromStdString(ZVLocalizedString(english)); }
-
 bool isModifierKey(int key) {
     return key == Qt::Key_Shift || key == Qt::Key_Control || key == Qt::Key_Alt || key == Qt::Key_Meta ||
            key == Qt::Key_AltGr || key == Qt::Key_Super_L || key == Qt::Key_Super_R || key == Qt::Key_CapsLock ||
@@ -109,9 +109,9 @@ void ZVShortcutRecorder::_stopRecording() {
 
 void ZVShortcutRecorder::_updateTitle() {
     if (_recording)
-        setText(localized("Type shortcut"));
+        setText(ZVLocalizedQString("Type shortcut"));
     else if (_keyCombo.keyCode > 0)
         setText(_keyCombo.text());
     else
-        setText(localized("Click to record shortcut"));
+        setText(ZVLocalizedQString("Click to record shortcut"));
 }

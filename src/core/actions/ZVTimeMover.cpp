@@ -13,7 +13,7 @@
 
 namespace {
 
-ZVTimeMover::ProjectPointer currentProject() {
+ZVTimeMover::ProjectPointer currentProjectIfAny() {
     const auto* center = ZVIntegrationCenter::sharedIfExists();
     return center ? center->currentProject() : nullptr;
 }
@@ -41,16 +41,16 @@ std::string ZVTimeMover::confirmButtonTitle() const {
 }
 
 std::string ZVTimeMover::projectPopUpTitle() const {
-    if (!_selectedProject || _selectedProject == currentProject()) return ZVLocalizedString("No Project Selected");
+    if (!_selectedProject || _selectedProject == currentProjectIfAny()) return ZVLocalizedString("No Project Selected");
     return _selectedProject->name();
 }
 
 ZVTimeMover::ProjectPointer ZVTimeMover::sourceProject() const {
-    return _direction == ZVTimeActionDirection::fromCurrentProject ? currentProject() : _selectedProject;
+    return _direction == ZVTimeActionDirection::fromCurrentProject ? currentProjectIfAny() : _selectedProject;
 }
 
 ZVTimeMover::ProjectPointer ZVTimeMover::destinationProject() const {
-    return _direction == ZVTimeActionDirection::fromCurrentProject ? _selectedProject : currentProject();
+    return _direction == ZVTimeActionDirection::fromCurrentProject ? _selectedProject : currentProjectIfAny();
 }
 
 std::optional<ZVHoursMinutesSeconds> ZVTimeMover::selectAllTime() const {
@@ -66,7 +66,7 @@ void ZVTimeMover::changeTime() {
 
 void ZVTimeMover::_transfer() {
     if (!_selectedProject) return;
-    const auto current = currentProject();
+    const auto current = currentProjectIfAny();
     if (_selectedProject == current) {
         showNoActionAlert(ZVLocalizedString("Cannot move time to the same project."));
         return;

@@ -30,11 +30,6 @@ ZVLogController::ProjectPointer currentProject() {
     return center ? center->currentProject() : nullptr;
 }
 
-std::size_t characterCount(const std::string& utf8) {
-    return static_cast<std::size_t>(std::count_if(
-        utf8.begin(), utf8.end(), [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }));
-}
-
 }  // namespace
 
 ZVLogController::ZVLogController(ZVLogView& view) : _view(view) {}
@@ -143,7 +138,7 @@ void ZVLogController::_reloadLog() {
     if (entries.empty()) text += ZVLocalizedString("NO ENTRIES YET") + "\n";
 
     const std::string totalLine = ZVLocalizedFormat("TOTAL: %@", {_timeStringForTimeInterval(total)});
-    text.append(characterCount(totalLine), '-');
+    text.append(ZVCharacterCount(totalLine), '-');
     text += '\n';
     text += totalLine;
     _view.setLogText(text);

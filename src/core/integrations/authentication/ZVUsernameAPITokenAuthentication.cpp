@@ -1,13 +1,13 @@
 #include "core/integrations/authentication/ZVUsernameAPITokenAuthentication.h"
 
 namespace {
-constexpr const char* usernameKey = "KDAuthenticationUsername";
+constexpr const char* storedUsernameKey = "KDAuthenticationUsername";
 }
 
 ZVUsernameAPITokenAuthentication::ZVUsernameAPITokenAuthentication(const ZVDictionary& dictionary,
                                                                    std::string accountInformation)
     : ZVAPITokenAuthentication(dictionary, std::move(accountInformation)),
-      _username(ZVStringValue(dictionary, usernameKey)) {}
+      _username(ZVStringValue(dictionary, storedUsernameKey)) {}
 
 std::string ZVUsernameAPITokenAuthentication::username() const {
     std::lock_guard guard(_fieldsLock);
@@ -30,5 +30,5 @@ void ZVUsernameAPITokenAuthentication::setUsernameLabel(std::optional<std::strin
 }
 
 ZVDictionary ZVUsernameAPITokenAuthentication::dictionaryRepresentation() {
-    return {{usernameKey, username()}};
+    return {{storedUsernameKey, username()}};
 }

@@ -37,10 +37,11 @@ std::recursive_mutex& sharedCreationMutex() {
 }
 
 std::vector<std::string> splitPath(const std::string& path) {
-    const std::string separator = ZVIntegrationProject::pathSeparator;
+    const std::string pathSeparator = ZVIntegrationProject::pathSeparator;
     std::vector<std::string> components;
     std::size_t start = 0;
-    for (std::size_t found; (found = path.find(separator, start)) != std::string::npos; start = found + separator.size()) {
+    for (std::size_t found; (found = path.find(pathSeparator, start)) != std::string::npos;
+         start = found + pathSeparator.size()) {
         components.push_back(path.substr(start, found - start));
     }
     components.push_back(path.substr(start));

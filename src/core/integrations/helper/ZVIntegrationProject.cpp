@@ -5,6 +5,7 @@
 #include <limits>
 #include <random>
 
+#include "ZVHelpers.h"
 #include "ZVClock.h"
 #include "ZVLocalization.h"
 #include "ZVLog.h"
@@ -31,11 +32,6 @@ std::string makeProjectUUID() {
 }
 
 bool isBlank(const std::optional<std::string>& identifier) { return !identifier || identifier->empty(); }
-
-std::size_t characterCount(const std::string& utf8) {
-    return static_cast<std::size_t>(
-        std::count_if(utf8.begin(), utf8.end(), [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }));
-}
 
 }  // namespace
 
@@ -157,7 +153,7 @@ std::string ZVIntegrationProject::logString() const {
     if (_logEntries.empty()) result += ZVLocalizedString("NO ENTRIES YET") + "\n";
 
     const std::string totalLine = ZVLocalizedFormat("TOTAL: %@", {totalTimeString()});
-    result.append(characterCount(totalLine), '-');
+    result.append(ZVCharacterCount(totalLine), '-');
     result += '\n';
     result += totalLine;
     return result;

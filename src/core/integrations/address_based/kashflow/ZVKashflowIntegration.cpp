@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <sstream>
 
+#include "ZVHelpers.h"
 #include "ZVDownloadCenter.h"
 #include "ZVLocalization.h"
 #include "ZVLog.h"
@@ -56,19 +57,12 @@ std::string twoPlaces(double value) {
     return buffer;
 }
 
-size_t characterCount(const std::string& text) {
-    size_t count = 0;
-    for (unsigned char byte : text)
-        if ((byte & 0xC0) != 0x80) ++count;
-    return count;
-}
-
 /// A POST of the envelope with the headers of a SOAP 1.1 call.
 ZVDownloadCenter::RequestModifier soapRequest(const std::string& call, const std::string& envelope) {
     return [call, envelope](ZVURLRequest& request) {
         request.method = "POST";
         request.setHeader("Content-Type", "text/xml; charset=utf-8");
-        request.setHeader("Content-Length", std::to_string(characterCount(envelope)));
+        request.setHeader("Content-Length", std::to_string(ZVCharacterCount(envelope)));
         request.setHeader("SOAPAction", "\"KashFlow/" + call + "\"");
         request.body = envelope;
     };

@@ -121,9 +121,9 @@ struct FakeJIRA::State {
     FakeResponse cloudSearch(const FakeRequest& request) {
         if (auto refused = refusal(request)) return *refused;
         std::lock_guard lock(mutex);
-        const auto found = matches(request.queryValue("jql"));
+        const auto found = matches(request.queryText("jql"));
         if (!found) return FakeResponse::json(R"({"errorMessages":["Error in the JQL Query."],"errors":{}})", 400);
-        const std::string token = request.queryValue("nextPageToken");
+        const std::string token = request.queryText("nextPageToken");
         size_t start = 0;
         if (!token.empty()) {
             if (!token.starts_with(tokenPrefix))
@@ -146,7 +146,7 @@ struct FakeJIRA::State {
     FakeResponse dataCenterSearch(const FakeRequest& request, bool paged) {
         if (auto refused = refusal(request)) return *refused;
         std::lock_guard lock(mutex);
-        const auto found = matches(request.queryValue("jql"));
+        const auto found = matches(request.queryText("jql"));
         if (!found) return FakeResponse::json(R"({"errorMessages":["Error in the JQL Query."],"errors":{}})", 400);
         const size_t start = paged ? numberParameter(request, "startAt", 0) : 0;
         const size_t size = std::min({paged ? numberParameter(request, "maxResults", 50) : found->size(),

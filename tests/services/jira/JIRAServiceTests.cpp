@@ -148,9 +148,10 @@ TEST_F(JIRAServiceTests, FilterModeBuildsTheFavouriteFilters) {
                   serverInfoURL(), base() + "/rest/api/latest/filter/favourite",
                   base() + "/rest/api/2/search?jql=assignee+%3D+currentUser%28%29+AND+resolution+is+EMPTY+AND+type+%3D+Bug",
                   base() + "/rest/api/2/search?jql=fixVersion+%3D+%222.0%22"}));
-    for (const auto& request : server.requests())
-        if (request.path != "/rest/api/2/serverInfo")
-            EXPECT_EQ(request.header("Authorization"), expectedAuthorization()) << request.path;
+    for (const auto& request : server.requests()) {
+        if (request.path == "/rest/api/2/serverInfo") continue;
+        EXPECT_EQ(request.header("Authorization"), expectedAuthorization()) << request.path;
+    }
 }
 
 TEST_F(JIRAServiceTests, AnAddressWithAPathYieldsURLsUnderIt) {

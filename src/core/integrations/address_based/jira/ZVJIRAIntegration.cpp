@@ -33,6 +33,7 @@ constexpr int issuesPageSize = 999;
 // The largest page the Cloud search hands out; it may send fewer.
 constexpr int cloudIssuesPageSize = 5000;
 constexpr int cloudProjectsPageSize = 100;
+constexpr std::size_t cloudProjectsMaximumPages = 1000;
 // The search of Cloud answers with issue ids alone unless asked for fields.
 constexpr const char* cloudIssueFields = "summary,project";
 // Cloud's answer to basic authentication with a password.
@@ -231,7 +232,7 @@ std::vector<nlohmann::json> ZVJIRAIntegration::projectObjects(ZVJIRADeploymentTy
         if (!values) throw invalid(page);
         projects.insert(projects.end(), values->begin(), values->end());
         return ZVPaging::OffsetPage{values->size(), ZVJSON::boolean(page, "isLast")};
-    });
+    }, cloudProjectsMaximumPages);
     return projects;
 }
 

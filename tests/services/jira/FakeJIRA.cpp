@@ -22,6 +22,13 @@ constexpr const char* sessionCookieName = "atlassian.xsrf.token";
 const std::string tokenPrefix = "CAEaAggD+/=";
 
 std::string projectID(size_t index) { return std::to_string(10000 + index); }
+
+/// A JSON answer with the content type JIRA sends.
+FakeResponse reply(std::string body, int status = 200) {
+    FakeResponse response = FakeResponse::json(std::move(body), status);
+    response.contentType = "application/json;charset=UTF-8";
+    return response;
+}
 }  // namespace
 
 struct FakeJIRA::State {
@@ -48,7 +55,7 @@ struct FakeJIRA::State {
             return std::nullopt;
         if (deployment == Deployment::cloud && passwords.contains(authorization))
             return FakeResponse::text(cloudPasswordRefusal, 401);
-        return FakeResponse::json(notAuthenticated, 401);
+        return reply(notAuthenticated, 401);
     }
 
     nlohmann::json projectJSON(const std::string& key) const {
@@ -108,7 +115,7 @@ struct FakeJIRA::State {
         std::lock_guard lock(mutex);
         if (hidesServerInformation) return FakeResponse::text("Not Found", 404);
         const bool cloud = deployment == Deployment::cloud;
-        return FakeResponse::json(nlohmann::json({{"baseUrl", baseURL},
+        return reply(nlohmann::json({{"baseUrl", baseURL},
                                                   {"version", cloud ? "1001.0.0-SNAPSHOT" : "9.12.15"},
                                                   {"versionNumbers", cloud ? nlohmann::json{1001, 0, 0}
                                                                            : nlohmann::json{9, 12, 15}},
@@ -122,12 +129,12 @@ struct FakeJIRA::State {
         if (auto refused = refusal(request)) return *refused;
         std::lock_guard lock(mutex);
         const auto found = matches(request.queryText("jql"));
-        if (!found) return FakeResponse::json(R"({"errorMessages":["Error in the JQL Query."],"errors":{}})", 400);
+        if (!found) return reply(R"({"errorMessages":["Error in the JQL Query."],"errors":{}})", 400);
         const std::string token = request.queryText("nextPageToken");
         size_t start = 0;
         if (!token.empty()) {
             if (!token.starts_with(tokenPrefix))
-                return FakeResponse::json(R"({"errorMessages":["Invalid nextPageToken."],"errors":{}})", 400);
+                return reply(R"({"errorMessages":["Invalid nextPageToken."],"errors":{}})", 400);
             start = std::strtoul(token.c_str() + tokenPrefix.size(), nullptr, 10);
         }
         const size_t size = std::min({numberParameter(request, "maxResults", 50), searchPageCap, found->size() - std::min(start, found->size())});
@@ -137,7 +144,7 @@ struct FakeJIRA::State {
         const bool isLast = start + size >= found->size();
         page["isLast"] = isLast;
         if (!isLast) page["nextPageToken"] = tokenPrefix + std::to_string(repeatsPageToken ? size : start + size);
-        return FakeResponse::json(page.dump());
+        return reply(page.dump());
     }
 
     FakeResponse pagedSearch(const FakeRequest& request) { return dataCenterSearch(request, true); }
@@ -147,14 +154,14 @@ struct FakeJIRA::State {
         if (auto refused = refusal(request)) return *refused;
         std::lock_guard lock(mutex);
         const auto found = matches(request.queryText("jql"));
-        if (!found) return FakeResponse::json(R"({"errorMessages":["Error in the JQL Query."],"errors":{}})", 400);
+        if (!found) return reply(R"({"errorMessages":["Error in the JQL Query."],"errors":{}})", 400);
         const size_t start = paged ? numberParameter(request, "startAt", 0) : 0;
         const size_t size = std::min({paged ? numberParameter(request, "maxResults", 50) : found->size(),
                                       dataCenterSearchCap, found->size() - std::min(start, found->size())});
         nlohmann::json page = {{"expand", "schema,names"}, {"startAt", start}, {"maxResults", size},
                                {"total", found->size()}, {"issues", nlohmann::json::array()}};
         for (size_t at = start; at < start + size; ++at) page["issues"].push_back(issueJSON((*found)[at], true));
-        return FakeResponse::json(page.dump());
+        return reply(page.dump());
     }
 
     FakeResponse projectList(const FakeRequest& request) {
@@ -162,7 +169,7 @@ struct FakeJIRA::State {
         std::lock_guard lock(mutex);
         nlohmann::json list = nlohmann::json::array();
         for (const auto& project : projects) list.push_back(projectJSON(project.key));
-        return FakeResponse::json(list.dump());
+        return reply(list.dump());
     }
 
     FakeResponse projectSearch(const FakeRequest& request) {
@@ -175,7 +182,7 @@ struct FakeJIRA::State {
                                {"maxResults", maxResults}, {"startAt", start}, {"total", projects.size()},
                                {"isLast", start + size >= projects.size()}, {"values", nlohmann::json::array()}};
         for (size_t at = start; at < start + size; ++at) page["values"].push_back(projectJSON(projects[at].key));
-        return FakeResponse::json(page.dump());
+        return reply(page.dump());
     }
 
     FakeResponse favouriteFilters(const FakeRequest& request) {
@@ -190,14 +197,14 @@ struct FakeJIRA::State {
                             {"viewUrl", baseURL + "/issues/?filter=" + filter.id},
                             {"searchUrl", baseURL + "/rest/api/2/search?jql=filter+%3D+" + filter.id},
                             {"favourite", true}});
-        return FakeResponse::json(list.dump());
+        return reply(list.dump());
     }
 
     FakeResponse worklog(const FakeRequest& request, size_t issueIndex) {
         if (auto refused = refusal(request)) return *refused;
         const auto body = nlohmann::json::parse(request.body, nullptr, false);
         if (body.is_discarded() || !body.contains("timeSpentSeconds") || !body.contains("started"))
-            return FakeResponse::json(R"({"errorMessages":[],"errors":{"timeLogged":"You must indicate the time spent working."}})", 400);
+            return reply(R"({"errorMessages":[],"errors":{"timeLogged":"You must indicate the time spent working."}})", 400);
         std::lock_guard lock(mutex);
         nlohmann::json created = {{"self", baseURL + "/rest/api/2/issue/" + std::to_string(20000 + issueIndex) + "/worklog/100028"},
                                   {"id", "100028"},
@@ -205,7 +212,7 @@ struct FakeJIRA::State {
                                   {"timeSpentSeconds", body["timeSpentSeconds"]},
                                   {"started", body["started"]}};
         if (body.contains("comment")) created["comment"] = body["comment"];
-        return FakeResponse::json(created.dump(), 201);
+        return reply(created.dump(), 201);
     }
 };
 
@@ -233,7 +240,7 @@ FakeJIRA::FakeJIRA(FakeServer& server, Deployment deployment) : _server(server),
         answer("GET", "/rest/api/2/project/search", &State::projectSearch);
         for (const char* removed : {"/rest/api/2/search", "/rest/api/3/search", "/rest/api/latest/search",
                                     "/rest/api/latest/search.json"})
-            server.route("*", removed, FakeResponse::json(searchRemoved, 410));
+            server.route("*", removed, reply(searchRemoved, 410));
     } else {
         answer("GET", "/rest/api/latest/search.json", &State::pagedSearch);
         // Where the favourite filters' search addresses lead.

@@ -77,7 +77,7 @@ public:
         const bool expires = !_account->_client.configuration().tokenNeverExpires;
         auto expiry = _account->expiry();
         if (expires && expiry && *expiry <= ZVNow() + std::chrono::duration<double>(30)) _account->refresh();
-        if (auto token = _account->accessToken()) request.setHeader("Authorization", "Bearer " + *token);
+        if (auto token = _account->accessToken()) request.setBearerToken(*token);
     }
     std::optional<std::string> refererURL() const override { return _inner ? _inner->refererURL() : std::nullopt; }
     std::string infoPageUserAgent() const override {

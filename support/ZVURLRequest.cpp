@@ -58,6 +58,8 @@ void ZVURLRequest::setUsername(const std::string& username, const std::string& p
     setHeader("Authorization", "Basic " + base64(username + ":" + password));
 }
 
+void ZVURLRequest::setBearerToken(const std::string& token) { setHeader("Authorization", "Bearer " + token); }
+
 void ZVURLRequest::setJSONBody(const nlohmann::json& value) {
     body = value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
     addJSONContentToHeader();

@@ -38,6 +38,8 @@ public:
 
     /// A basic Authorization header built from the two.
     void setUsername(const std::string& username, const std::string& password);
+    /// An Authorization header that carries the token ("Bearer <token>").
+    void setBearerToken(const std::string& token);
     /// Serializes the value as the body and sets the JSON content type.
     void setJSONBody(const nlohmann::json& value);
     /// Form-encodes the pairs as the body and sets the form content type.

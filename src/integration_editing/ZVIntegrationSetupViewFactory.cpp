@@ -24,6 +24,7 @@
 #include "core/integrations/authentication/ZVUsernameAPITokenAuthentication.h"
 #include "core/integrations/authentication/ZVUsernamePasswordAPITokenAuthentication.h"
 #include "core/integrations/authentication/ZVUsernamePasswordAuthentication.h"
+#include "core/ui/ZVUserInterface.h"
 #include "integration_editing/ZVIntegrationSetupView.h"
 
 namespace {
@@ -73,6 +74,55 @@ QLineEdit* APITokenField(const std::shared_ptr<ZVAPITokenAuthentication>& creden
         [credentials](const std::string& value) { credentials->setAPIToken(value); }, true);
 }
 
+void setRowLabel(QFormLayout* form, QWidget* field, const QString& text) {
+    if (auto* label = qobject_cast<QLabel*>(form->labelForField(field))) label->setText(text);
+}
+
+/// Tells what the credential view of a JIRA account asks for where the site
+/// runs: Cloud takes an e-mail address and an API token (and offers the page
+/// that makes one), Data Center and Server a user name with a password or a
+/// personal access token.
+void showJIRACredentialKind(QWidget* part, const ZVJIRAIntegration& jira) {
+    auto* form = qobject_cast<QFormLayout*>(part->layout());
+    auto* username = part->findChild<QLineEdit*>(QStringLiteral("usernameField"));
+    auto* password = part->findChild<QLineEdit*>(QStringLiteral("passwordField"));
+    auto* hint = part->findChild<QLabel*>(QStringLiteral("credentialHint"));
+    auto* APITokenButton = part->findChild<QPushButton*>(QStringLiteral("APITokenPageButton"));
+    auto* tokenBox = part->findChild<QCheckBox*>(QStringLiteral("personalAccessTokenButton"));
+    if (!form || !username || !password || !hint || !APITokenButton || !tokenBox) return;
+
+    const bool cloud = jira.presumedDeploymentType() == ZVJIRADeploymentType::cloud;
+    hint->setText(cloud ? localized("E-mail and API token")
+                        : localized("User name and password, or a personal access token"));
+    setRowLabel(form, username, cloud ? localized("E-mail") : usernameLabel(jira.usernameLabel()));
+    setRowLabel(form, password,
+                cloud                              ? localized("API token")
+                : jira.usesPersonalAccessToken() ? localized("Personal access token")
+                                                   : localized("Password"));
+    APITokenButton->setVisible(cloud);
+    tokenBox->setVisible(!cloud);
+}
+
+void addJIRACredentialRows(QFormLayout* form, QWidget* part, const std::shared_ptr<ZVJIRAIntegration>& jira) {
+    auto* hint = new QLabel();
+    hint->setObjectName(QStringLiteral("credentialHint"));
+    hint->setWordWrap(true);
+    form->insertRow(0, hint);
+
+    auto* APITokenButton = new QPushButton(localized("Create an API Token..."));
+    APITokenButton->setObjectName(QStringLiteral("APITokenPageButton"));
+    QObject::connect(APITokenButton, &QPushButton::clicked, APITokenButton,
+                     [] { ZVUserInterface::shared().openURL(ZVJIRAIntegration::APITokenPageURL); });
+    form->addRow(APITokenButton);
+
+    form->addRow(checkBox("personalAccessTokenButton", "Sign in with a personal access token",
+                          jira->usesPersonalAccessToken(), [jira, part](bool on) {
+                              jira->setUsesPersonalAccessToken(on);
+                              showJIRACredentialKind(part, *jira);
+                          }));
+    showJIRACredentialKind(part, *jira);
+}
+
 }  // namespace
 
 ZVIntegrationSetupView* ZVIntegrationSetupViewFactory::makeSetupView(const std::shared_ptr<ZVIntegration>& integration) {
@@ -81,9 +131,16 @@ ZVIntegrationSetupView* ZVIntegrationSetupViewFactory::makeSetupView(const std::
     auto authentication = integration->authentication();
     if (!authentication && integration->authenticationType() != ZVAuthenticationType::none)
         ZVFatalError("setupView: the account has no credential object");
-    if (authentication) view->addPart(makeCredentialView(integration, authentication));
+    QWidget* credentialView = authentication ? makeCredentialView(integration, authentication) : nullptr;
+    if (credentialView) view->addPart(credentialView);
     if (const auto additional = integration->additionalSetupViewNibName())
         view->addPart(makeAdditionalView(integration, *additional));
+    // What a JIRA account asks for follows the address as the user types it.
+    auto* address = view->findChild<QLineEdit*>(QStringLiteral("addressField"));
+    if (auto jira = std::dynamic_pointer_cast<ZVJIRAIntegration>(integration); jira && credentialView && address) {
+        QObject::connect(address, &QLineEdit::textChanged, credentialView,
+                         [credentialView, jira] { showJIRACredentialKind(credentialView, *jira); });
+    }
     return view;
 }
 
@@ -126,6 +183,7 @@ QWidget* ZVIntegrationSetupViewFactory::makeCredentialView(const std::shared_ptr
                              "APITokenField", withToken->APIToken(),
                              [withToken](const std::string& value) { withToken->setAPIToken(value); }, true));
         }
+        if (auto jira = std::dynamic_pointer_cast<ZVJIRAIntegration>(integration)) addJIRACredentialRows(form, part, jira);
     } else if (auto named = std::dynamic_pointer_cast<ZVUsernameAPITokenAuthentication>(authentication)) {
         form->addRow(usernameLabel(named->usernameLabel()),
                      textField("usernameField", named->username(),

@@ -1,4 +1,5 @@
 #include <QCheckBox>
+#include <QFormLayout>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
@@ -283,6 +284,59 @@ TEST_F(ZVIntegrationSetupTest, EditingAnotherAccountWhileThePanelIsOpenIsRefused
     delegate->editIntegration(second);
     EXPECT_EQ(ui.alertMessages().size(), 2u);
     EXPECT_NE(content<ZVIntegrationSetupViewController>(), nullptr);
+}
+
+namespace {
+/// The text in front of a field of a form.
+QString rowLabel(QWidget* field) {
+    auto* form = qobject_cast<QFormLayout*>(field->parentWidget()->layout());
+    auto* label = form ? qobject_cast<QLabel*>(form->labelForField(field)) : nullptr;
+    return label ? label->text() : QStringLiteral("<no label>");
+}
+}  // namespace
+
+TEST_F(ZVIntegrationSetupTest, JIRACredentialViewSaysWhatEachDeploymentTakes) {
+    ZVIntegrationSetupViewController& setup = openSetup();
+    choose(setup, "JIRA");
+    auto jira = std::dynamic_pointer_cast<ZVJIRAIntegration>(setup.currentIntegration());
+    ASSERT_NE(jira, nullptr);
+    QWidget* view = setup.setupView();
+    auto* hint = view->findChild<QLabel*>(QStringLiteral("credentialHint"));
+    auto* tokenPage = view->findChild<QPushButton*>(QStringLiteral("APITokenPageButton"));
+    auto* tokenBox = view->findChild<QCheckBox*>(QStringLiteral("personalAccessTokenButton"));
+    QLineEdit* username = field(setup, "usernameField");
+    QLineEdit* password = field(setup, "passwordField");
+    ASSERT_TRUE(hint && tokenPage && tokenBox && username && password);
+    const QString dataCenterWords = QStringLiteral("User name and password, or a personal access token");
+
+    // Without an address the view asks as Data Center does.
+    EXPECT_EQ(hint->text(), dataCenterWords);
+    EXPECT_TRUE(tokenPage->isHidden());
+    EXPECT_FALSE(tokenBox->isHidden());
+
+    field(setup, "addressField")->setText(QStringLiteral("https://acme.atlassian.net/"));
+    EXPECT_EQ(hint->text(), QStringLiteral("E-mail and API token"));
+    EXPECT_EQ(rowLabel(username), QStringLiteral("E-mail"));
+    EXPECT_EQ(rowLabel(password), QStringLiteral("API token"));
+    EXPECT_FALSE(tokenPage->isHidden());
+    EXPECT_TRUE(tokenBox->isHidden());
+    tokenPage->click();
+    EXPECT_EQ(ui.openedURLs(),
+              std::vector<std::string>{"https://id.atlassian.com/manage-profile/security/api-tokens"});
+
+    field(setup, "addressField")->setText(QStringLiteral("jira.example.com/jira"));
+    EXPECT_EQ(hint->text(), dataCenterWords);
+    EXPECT_EQ(rowLabel(username), QStringLiteral("Username"));
+    EXPECT_EQ(rowLabel(password), QStringLiteral("Password"));
+    EXPECT_TRUE(tokenPage->isHidden());
+    tokenBox->setChecked(true);
+    EXPECT_TRUE(jira->usesPersonalAccessToken());
+    EXPECT_EQ(rowLabel(password), QStringLiteral("Personal access token"));
+    password->setText(QStringLiteral("NjM4MDY1pat"));
+    EXPECT_EQ(jira->usernamePasswordAuthentication().password(), "NjM4MDY1pat");
+    tokenBox->setChecked(false);
+    EXPECT_FALSE(jira->usesPersonalAccessToken());
+    EXPECT_EQ(rowLabel(password), QStringLiteral("Password"));
 }
 
 namespace {

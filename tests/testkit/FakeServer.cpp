@@ -27,6 +27,22 @@ std::string FakeRequest::queryValue(const std::string& name) const {
     return it == query.end() ? std::string() : it->second;
 }
 
+std::string FakeRequest::queryText(const std::string& name) const {
+    const auto mark = target.find('?');
+    if (mark == std::string::npos) return {};
+    const std::string text = target.substr(mark + 1);
+    for (size_t start = 0; start <= text.size();) {
+        size_t end = text.find('&', start);
+        if (end == std::string::npos) end = text.size();
+        const std::string part = text.substr(start, end - start);
+        const auto equals = part.find('=');
+        if (part.substr(0, equals) == name)
+            return equals == std::string::npos ? std::string() : httplib::detail::decode_url(part.substr(equals + 1), true);
+        start = end + 1;
+    }
+    return {};
+}
+
 FakeResponse FakeResponse::json(std::string body, int status) {
     FakeResponse response;
     response.body = std::move(body);
@@ -68,6 +84,7 @@ struct FakeServer::Implementation {
         FakeRequest recorded;
         recorded.method = request.method;
         recorded.path = request.path;
+        recorded.target = request.target;
         recorded.body = request.body;
         for (const auto& [key, value] : request.params) recorded.query.emplace(key, value);
         for (const auto& [key, value] : request.headers) {

@@ -13,6 +13,8 @@ struct FakeRequest {
     std::string method;
     std::string path;
     std::multimap<std::string, std::string> query;
+    /// The path and query as the request line carried them.
+    std::string target;
     std::vector<std::pair<std::string, std::string>> headers;
     std::string body;
 
@@ -21,6 +23,10 @@ struct FakeRequest {
     bool hasHeader(const std::string& name) const;
     /// First query parameter of that name, empty when absent.
     std::string queryValue(const std::string& name) const;
+    /// The same read from the target: all after the parameter's first "=",
+    /// decoded ("+" as a space). `query` keeps only what follows the last
+    /// "=" of a value that holds one, as in "jql=assignee=currentUser()".
+    std::string queryText(const std::string& name) const;
 };
 
 /// What the fake server answers on a route.

@@ -62,7 +62,16 @@ void ScriptedUserInterface::showBanner(const std::string& title, const std::stri
     _banners.emplace_back(title, text);
 }
 
-bool ScriptedUserInterface::openURL(const std::string&) { return true; }
+bool ScriptedUserInterface::openURL(const std::string& url) {
+    std::lock_guard<std::mutex> guard(_mutex);
+    _openedURLs.push_back(url);
+    return true;
+}
+
+std::vector<std::string> ScriptedUserInterface::openedURLs() const {
+    std::lock_guard<std::mutex> guard(_mutex);
+    return _openedURLs;
+}
 
 void ScriptedUserInterface::activateApplication() {
     std::lock_guard<std::mutex> guard(_mutex);
@@ -126,6 +135,7 @@ void ScriptedUserInterface::clearRecords() {
     _alerts.clear();
     _textPrompts.clear();
     _banners.clear();
+    _openedURLs.clear();
     _beeps = 0;
     _activations = 0;
 }

@@ -50,6 +50,8 @@ public:
     std::vector<std::pair<std::string, std::string>> banners() const;
     int beepCount() const;
     int activationCount() const;
+    /// The URLs handed to openURL, oldest first.
+    std::vector<std::string> openedURLs() const;
     /// Scripted answers that no alert has used yet.
     size_t unusedAnswerCount() const;
     void clearRecords();
@@ -68,6 +70,7 @@ private:
     std::vector<ZVAlert> _alerts;
     std::vector<TextPrompt> _textPrompts;
     std::vector<std::pair<std::string, std::string>> _banners;
+    std::vector<std::string> _openedURLs;
     int _beeps = 0;
     int _activations = 0;
 };

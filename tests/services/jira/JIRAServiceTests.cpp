@@ -15,6 +15,8 @@ constexpr const char* unassignedQuery = "(resolution+is+empty)+and+(assignee=cur
 class JIRAServiceTests : public ServiceTestCase {
 protected:
     std::string base() const { return "http://" + serverAddress(); }
+    /// Each synchronization first asks what the server is; these servers don't say.
+    std::string serverInfoURL() const { return base() + "/rest/api/2/serverInfo"; }
     std::string searchURL(const char* query, int startAt) const {
         return base() + "/rest/api/latest/search.json?jql=" + query + "&startAt=" + std::to_string(startAt) +
                "&maxResults=999";
@@ -74,12 +76,14 @@ TEST_F(JIRAServiceTests, ProjectModeRequests) {
 
     account->loadRemoteProjects();
 
-    EXPECT_EQ(transport.URLs(),
-              (std::vector<std::string>{base() + "/rest/api/latest/project", searchURL(assignedQuery, 0)}));
+    EXPECT_EQ(transport.URLs(), (std::vector<std::string>{serverInfoURL(), base() + "/rest/api/latest/project",
+                                                          searchURL(assignedQuery, 0)}));
     for (const auto& request : server.requests()) {
         EXPECT_EQ(request.method, "GET");
+        if (request.path == "/rest/api/2/serverInfo") continue;
         EXPECT_EQ(request.header("Authorization"), expectedAuthorization()) << request.path;
     }
+    EXPECT_EQ(account->deploymentType(), ZVJIRADeploymentType::dataCenter);
 }
 
 TEST_F(JIRAServiceTests, UnassignedIssuesUseTheWiderQuery) {
@@ -101,8 +105,9 @@ TEST_F(JIRAServiceTests, IssuesArePagedBy999) {
 
     const auto tree = account->loadRemoteProjects();
 
-    EXPECT_EQ(transport.URLs(), (std::vector<std::string>{base() + "/rest/api/latest/project", searchURL(assignedQuery, 0),
-                                                          searchURL(assignedQuery, 999), searchURL(assignedQuery, 1998)}));
+    EXPECT_EQ(transport.URLs(),
+              (std::vector<std::string>{serverInfoURL(), base() + "/rest/api/latest/project", searchURL(assignedQuery, 0),
+                                        searchURL(assignedQuery, 999), searchURL(assignedQuery, 1998)}));
     ASSERT_EQ(tree.size(), 1u);
     EXPECT_EQ(tree.front()->subprojects().size(), 2001u);
     EXPECT_EQ(tree.front()->subprojects().back()->subprojectID(), "WEB-2000");
@@ -140,11 +145,13 @@ TEST_F(JIRAServiceTests, FilterModeBuildsTheFavouriteFilters) {
     // Each filter's own search address is fetched as the server gave it.
     EXPECT_EQ(transport.URLs(),
               (std::vector<std::string>{
-                  base() + "/rest/api/latest/filter/favourite",
+                  serverInfoURL(), base() + "/rest/api/latest/filter/favourite",
                   base() + "/rest/api/2/search?jql=assignee+%3D+currentUser%28%29+AND+resolution+is+EMPTY+AND+type+%3D+Bug",
                   base() + "/rest/api/2/search?jql=fixVersion+%3D+%222.0%22"}));
-    for (const auto& request : server.requests())
+    for (const auto& request : server.requests()) {
+        if (request.path == "/rest/api/2/serverInfo") continue;
         EXPECT_EQ(request.header("Authorization"), expectedAuthorization()) << request.path;
+    }
 }
 
 TEST_F(JIRAServiceTests, AnAddressWithAPathYieldsURLsUnderIt) {
@@ -153,7 +160,8 @@ TEST_F(JIRAServiceTests, AnAddressWithAPathYieldsURLsUnderIt) {
     auto account = makeAccount<ZVJIRAIntegration>({}, "/jira");
 
     EXPECT_EQ(account->loadRemoteProjects().size(), 2u);
-    EXPECT_EQ(transport.URLs().front(), base() + "/jira/rest/api/latest/project");
+    EXPECT_EQ(transport.URLs().at(0), base() + "/jira/rest/api/2/serverInfo");
+    EXPECT_EQ(transport.URLs().at(1), base() + "/jira/rest/api/latest/project");
 }
 
 TEST_F(JIRAServiceTests, SettingsLiveInTheAccountsDictionary) {
@@ -161,19 +169,34 @@ TEST_F(JIRAServiceTests, SettingsLiveInTheAccountsDictionary) {
     EXPECT_EQ(account->synchronizationType(), ZVJIRASynchronizationType::projects);
     EXPECT_FALSE(account->includesUnassignedIssues());
     EXPECT_FALSE(account->ignoresSessionCookies());
+    EXPECT_FALSE(account->usesPersonalAccessToken());
+    EXPECT_EQ(account->deploymentType(), ZVJIRADeploymentType::unknown);
 
     account->setSynchronizationType(ZVJIRASynchronizationType::filters);
     account->setIncludesUnassignedIssues(true);
     account->setIgnoresSessionCookies(true);
+    account->setUsesPersonalAccessToken(true);
+    account->setDeploymentType(ZVJIRADeploymentType::dataCenter);
     const ZVDictionary dictionary = account->dictionaryRepresentation();
     EXPECT_EQ(dictionary.at("KDJIRASynchronizationType"), ZVValue(1));
     EXPECT_EQ(dictionary.at("KDJIRAIncludesUnassignedIssues"), ZVValue(true));
     EXPECT_EQ(dictionary.at("ZVJIRAIgnoresSessionCookies"), ZVValue(true));
+    EXPECT_EQ(dictionary.at("ZVJIRAUsesPersonalAccessToken"), ZVValue(true));
+    EXPECT_EQ(dictionary.at("ZVJIRADeploymentType"), ZVValue("DataCenter"));
 
     auto restored = ZVIntegration::makeWithDictionary<ZVJIRAIntegration>(dictionary);
     EXPECT_EQ(restored->synchronizationType(), ZVJIRASynchronizationType::filters);
     EXPECT_TRUE(restored->includesUnassignedIssues());
     EXPECT_TRUE(restored->ignoresSessionCookies());
+    EXPECT_TRUE(restored->usesPersonalAccessToken());
+    EXPECT_EQ(restored->deploymentType(), ZVJIRADeploymentType::dataCenter);
+
+    // A deployment of the wrong type or an unknown name counts as not found yet.
+    ZVDictionary odd = dictionary;
+    odd["ZVJIRADeploymentType"] = 1;
+    EXPECT_EQ(ZVIntegration::makeWithDictionary<ZVJIRAIntegration>(odd)->deploymentType(), ZVJIRADeploymentType::unknown);
+    odd["ZVJIRADeploymentType"] = "Mainframe";
+    EXPECT_EQ(ZVIntegration::makeWithDictionary<ZVJIRAIntegration>(odd)->deploymentType(), ZVJIRADeploymentType::unknown);
 }
 
 TEST_F(JIRAServiceTests, AnyOtherSynchronizationTypeMeansFilters) {
@@ -181,7 +204,7 @@ TEST_F(JIRAServiceTests, AnyOtherSynchronizationTypeMeansFilters) {
     auto account = makeAccount<ZVJIRAIntegration>({{ZVJIRAIntegration::synchronizationTypeKey, 7}});
 
     EXPECT_EQ(account->loadRemoteProjects().size(), 2u);
-    EXPECT_EQ(transport.URLs().front(), base() + "/rest/api/latest/filter/favourite");
+    EXPECT_EQ(transport.URLs().at(1), base() + "/rest/api/latest/filter/favourite");
 }
 
 struct JIRALoadFailure {
@@ -353,8 +376,9 @@ TEST_F(JIRAPostingTests, PostsAWorklogOnTheIssue) {
 
     account->postTime(*issue);
 
+    // A new account asks what the server is before its first worklog.
     EXPECT_EQ(transport.URLs(),
-              (std::vector<std::string>{base() + "/rest/api/latest/issue/WEB-12/worklog?adjustEstimate=auto&newEstimate&reduceBy"}));
+              (std::vector<std::string>{serverInfoURL(), base() + "/rest/api/latest/issue/WEB-12/worklog?adjustEstimate=auto&newEstimate&reduceBy"}));
     const FakeRequest request = *server.lastRequest();
     EXPECT_EQ(request.method, "POST");
     EXPECT_EQ(request.header("Authorization"), expectedAuthorization());

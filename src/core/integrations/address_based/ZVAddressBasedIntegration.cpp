@@ -1,5 +1,8 @@
 #include "core/integrations/address_based/ZVAddressBasedIntegration.h"
 
+#include <algorithm>
+#include <cctype>
+
 #include "ZVLocalization.h"
 #include "ZVLog.h"
 #include "core/integrations/ZVIntegrationServiceInfo.h"
@@ -117,6 +120,28 @@ std::string ZVAddressBasedIntegration::URLForPath(const std::string& path, const
     return url;
 }
 
+std::string ZVAddressBasedIntegration::host() const {
+    const std::string currentAddress = address();
+    std::string authority = currentAddress.substr(0, currentAddress.find_first_of("/?#"));
+    if (const auto at = authority.rfind('@'); at != std::string::npos) authority.erase(0, at + 1);
+    std::string name;
+    if (authority.starts_with('[')) {
+        name = authority.substr(0, authority.find(']') + 1);
+    } else {
+        name = authority.substr(0, authority.find(':'));
+    }
+    if (name.ends_with('.')) name.pop_back();
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return name;
+}
+
+bool ZVAddressBasedIntegration::isHostedUnder(std::string_view domain) const {
+    const std::string name = host();
+    if (name.size() == domain.size()) return name == domain;
+    return name.size() > domain.size() && name.ends_with(domain) && name[name.size() - domain.size() - 1] == '.';
+}
+
 bool ZVAddressBasedIntegration::isSuccessfulStatusCode(long statusCode) { return statusCode >= 200 && statusCode <= 299; }
 
 // Requests.
@@ -131,6 +156,10 @@ ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::basicAuthe
 ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::basicAuthenticationFromCredentials() const {
     const ZVUsernamePasswordAuthentication& credential = usernamePasswordAuthentication();
     return basicAuthentication(credential.username(), credential.password());
+}
+
+ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::bearerAuthentication(std::string token) {
+    return [token = std::move(token)](ZVURLRequest& request) { request.setBearerToken(token); };
 }
 
 ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::sendingJSON(std::string method,
@@ -203,4 +232,17 @@ bool ZVAddressBasedIntegration::lastResponseSucceeded() {
 
 void ZVAddressBasedIntegration::requireSuccessfulPost() {
     if (!lastResponseSucceeded()) throw ZVIntegrationGenericTimePostingError();
+}
+
+void ZVAddressBasedIntegration::requireEndpointNotGone(const std::string& url) {
+    constexpr int gone = 410;
+    if (downloadCenter().lastHTTPStatusCode() != gone) return;
+    std::string endpoint = url.substr(0, url.find_first_of("?#"));
+    if (const auto scheme = endpoint.find("://"); scheme != std::string::npos) {
+        const auto path = endpoint.find('/', scheme + 3);
+        endpoint = path == std::string::npos ? std::string("/") : endpoint.substr(path);
+    }
+    ZVLog([&] { return "410 Gone from " + url; });
+    throw ZVIntegrationErrorWithFailureReason(
+        ZVLocalizedFormat("The server has removed the endpoint %@ (410 Gone).", {endpoint}));
 }

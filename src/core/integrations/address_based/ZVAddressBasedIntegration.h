@@ -2,6 +2,7 @@
 
 #include <initializer_list>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -59,6 +60,11 @@ public:
 
     /// URLScheme() + "://" + address().
     std::string baseURL() const;
+    /// The host name of the address, in lower case, without port and path.
+    std::string host() const;
+    /// Whether the host is `domain` itself or a name under it
+    /// ("acme.atlassian.net" is under "atlassian.net", "notatlassian.net" isn't).
+    bool isHostedUnder(std::string_view domain) const;
     /// baseURL() + path (which begins with "/"), plus "?" and the query when
     /// one is given (already encoded, as from a dictionary's urlQueryString).
     std::string URLForPath(const std::string& path, const std::string& query = {}) const;
@@ -71,6 +77,8 @@ public:
     /// basicAuthentication with the user name and password of the account's
     /// credential (of the user-name-and-password family).
     RequestModifier basicAuthenticationFromCredentials() const;
+    /// Adds an Authorization header that carries the token as a bearer token.
+    static RequestModifier bearerAuthentication(std::string token);
     /// Sets the method, sends `body` as JSON and asks for JSON back.
     static RequestModifier sendingJSON(std::string method, nlohmann::json body);
     /// Sets the method, sends `body` as XML and asks for XML back.
@@ -92,6 +100,10 @@ public:
     bool lastResponseSucceeded();
     /// Throws ZVIntegrationGenericTimePostingError unless lastResponseSucceeded().
     void requireSuccessfulPost();
+    /// Throws an error that names the endpoint of `url` (its path, without
+    /// the query) when the last response said 410 Gone: the service has
+    /// removed it, and what came back is no empty list.
+    void requireEndpointNotGone(const std::string& url);
 
 protected:
     void initialize() override;

@@ -82,6 +82,33 @@ TEST_F(AddressBasedIntegrationTests, AddressIsTheAccountIdentifierAndBuildsURLs)
     EXPECT_EQ(account->basicSetupViewNibName(), "AddressBased");
 }
 
+TEST_F(AddressBasedIntegrationTests, HostIsTheAddressWithoutPortPathAndCase) {
+    struct Case {
+        const char* address;
+        const char* host;
+        bool underAtlassianNet;
+    };
+    const Case cases[] = {
+        {"acme.atlassian.net", "acme.atlassian.net", true},
+        {"https://Acme.Atlassian.NET/", "acme.atlassian.net", true},
+        {"acme.atlassian.net.:443/jira", "acme.atlassian.net", true},
+        {"atlassian.net", "atlassian.net", true},
+        {"notatlassian.net", "notatlassian.net", false},
+        {"atlassian.net.example.com", "atlassian.net.example.com", false},
+        {"jira.example.com:8080/jira", "jira.example.com", false},
+        {"ada@jira.example.com/x", "jira.example.com", false},
+        {"127.0.0.1:4711", "127.0.0.1", false},
+        {"[::1]:8080/jira", "[::1]", false},
+        {"", "", false},
+    };
+    auto account = ZVIntegration::makeNew<ZVTestAddressBasedIntegration>();
+    for (const Case& c : cases) {
+        account->setAddress(c.address);
+        EXPECT_EQ(account->host(), c.host) << c.address;
+        EXPECT_EQ(account->isHostedUnder("atlassian.net"), c.underAtlassianNet) << c.address;
+    }
+}
+
 TEST_F(AddressBasedIntegrationTests, StatusCodesFrom200To299AreSuccess) {
     EXPECT_FALSE(ZVAddressBasedIntegration::isSuccessfulStatusCode(0));
     EXPECT_FALSE(ZVAddressBasedIntegration::isSuccessfulStatusCode(199));

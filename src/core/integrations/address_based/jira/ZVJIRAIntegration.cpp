@@ -5,21 +5,42 @@
 
 #include "ZVClock.h"
 #include "ZVDownloadCenter.h"
+#include "ZVHelpers.h"
 #include "ZVJSON.h"
 #include "ZVLocalization.h"
 #include "ZVLog.h"
+#include "core/integrations/address_based/common/ZVPaging.h"
 #include "core/integrations/address_based/common/ZVPostingText.h"
 #include "core/integrations/authentication/ZVUsernamePasswordAuthentication.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
 
 namespace {
+// Data Center and Server.
 constexpr const char* projectsPath = "/rest/api/latest/project";
 constexpr const char* searchPath = "/rest/api/latest/search.json";
 constexpr const char* favouriteFiltersPath = "/rest/api/latest/filter/favourite";
 constexpr const char* issuePath = "/rest/api/latest/issue/";
+// Cloud. Version 2 keeps the worklog's comment a plain string.
+constexpr const char* cloudProjectsPath = "/rest/api/2/project/search";
+constexpr const char* cloudSearchPath = "/rest/api/2/search/jql";
+constexpr const char* cloudFavouriteFiltersPath = "/rest/api/2/filter/favourite";
+constexpr const char* cloudIssuePath = "/rest/api/2/issue/";
+// Both.
+constexpr const char* serverInfoPath = "/rest/api/2/serverInfo";
 constexpr const char* worklogPathAndQuery = "/worklog?adjustEstimate=auto&newEstimate&reduceBy";
 constexpr const char* sessionCookieName = "atlassian.xsrf.token";
 constexpr int issuesPageSize = 999;
+// The largest page the Cloud search hands out; it may send fewer.
+constexpr int cloudIssuesPageSize = 5000;
+constexpr int cloudProjectsPageSize = 100;
+constexpr std::size_t cloudProjectsMaximumPages = 1000;
+// The search of Cloud answers with issue ids alone unless asked for fields.
+constexpr const char* cloudIssueFields = "summary,project";
+// Cloud's answer to basic authentication with a password.
+constexpr const char* cloudPasswordRefusal = "Basic authentication with passwords is deprecated";
+constexpr const char* cloudDeploymentName = "Cloud";
+constexpr const char* dataCenterDeploymentName = "DataCenter";
+constexpr int unauthorizedStatus = 401;
 // Extra time before the worklog's start, on purpose.
 constexpr double startedMargin = 600;
 
@@ -62,6 +83,15 @@ std::string startedText(ZVDate moment) {
     std::strftime(buffer, sizeof buffer, "%Y-%m-%dT%H:%M:%S", &local);
     return std::string(buffer) + ".000Z";
 }
+
+std::string deploymentName(ZVJIRADeploymentType type) {
+    return type == ZVJIRADeploymentType::cloud ? cloudDeploymentName : dataCenterDeploymentName;
+}
+
+[[noreturn]] void throwInvalidIssueData(const nlohmann::json& page) {
+    ZVLog([&] { return "Invalid issues dict " + page.dump(); });
+    throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Invalid issue data received."));
+}
 }  // namespace
 
 std::string ZVJIRAIntegration::addressPlaceholder() const { return "jira.example.com/jira"; }
@@ -75,6 +105,12 @@ void ZVJIRAIntegration::initializeWithDictionary(const ZVDictionary& dictionary)
     _synchronizationType = static_cast<int>(ZVIntegerValue(dictionary, synchronizationTypeKey));
     _includesUnassignedIssues = ZVBoolValue(dictionary, includesUnassignedIssuesKey);
     _ignoresSessionCookies = ZVBoolValue(dictionary, ignoresSessionCookiesKey);
+    _usesPersonalAccessToken = ZVBoolValue(dictionary, usesPersonalAccessTokenKey);
+    // An older database has no deployment; the next synchronization finds it.
+    const std::string deployment = ZVStringValue(dictionary, deploymentTypeKey);
+    setDeploymentType(deployment == cloudDeploymentName        ? ZVJIRADeploymentType::cloud
+                      : deployment == dataCenterDeploymentName ? ZVJIRADeploymentType::dataCenter
+                                                               : ZVJIRADeploymentType::unknown);
 }
 
 ZVDictionary ZVJIRAIntegration::dictionaryRepresentation() {
@@ -83,12 +119,39 @@ ZVDictionary ZVJIRAIntegration::dictionaryRepresentation() {
     dictionary[synchronizationTypeKey] = synchronizationTypeRawValue();
     dictionary[includesUnassignedIssuesKey] = includesUnassignedIssues();
     dictionary[ignoresSessionCookiesKey] = ignoresSessionCookies();
+    dictionary[usesPersonalAccessTokenKey] = usesPersonalAccessToken();
+    if (const auto deployment = deploymentType(); deployment != ZVJIRADeploymentType::unknown)
+        dictionary[deploymentTypeKey] = deploymentName(deployment);
     return dictionary;
 }
 
 std::string ZVJIRAIntegration::JIRABaseURL() const {
     // The scheme follows isSSLEnabled alone.
     return std::string(isSSLEnabled() ? "https" : "http") + "://" + address();
+}
+
+ZVJIRADeploymentType ZVJIRAIntegration::presumedDeploymentType() const {
+    if (isHostedUnder(cloudDomain)) return ZVJIRADeploymentType::cloud;
+    const auto known = deploymentType();
+    return known == ZVJIRADeploymentType::unknown ? ZVJIRADeploymentType::dataCenter : known;
+}
+
+ZVJIRADeploymentType ZVJIRAIntegration::detectDeploymentType() {
+    const std::string url = JIRABaseURL() + serverInfoPath;
+    const auto info = downloadCenter().downloadJSONDictionary(url);
+    const auto answer = info && lastResponseSucceeded() ? ZVJSON::string(*info, "deploymentType") : std::nullopt;
+    ZVJIRADeploymentType detected;
+    if (answer) {
+        detected = *answer == cloudDeploymentName ? ZVJIRADeploymentType::cloud : ZVJIRADeploymentType::dataCenter;
+    } else {
+        detected = presumedDeploymentType();
+    }
+    ZVLog([&] {
+        return name() + " is a " + deploymentName(detected) + " deployment (" +
+               (answer ? "deploymentType " + *answer : std::string("no server information")) + ")";
+    });
+    setDeploymentType(detected);
+    return detected;
 }
 
 bool ZVJIRAIntegration::_hasValidCookie() {
@@ -107,27 +170,106 @@ void ZVJIRAIntegration::addCredentialsUnlessLoggedIn(ZVURLRequest& request) {
     request.setUsername(credentials.username(), credentials.password());
 }
 
-ZVIntegration::ProjectList ZVJIRAIntegration::loadRemoteProjects() {
-    return synchronizationTypeRawValue() == 0 ? _synchronizeWithProjects() : _synchronizeWithFilters();
+ZVJIRAIntegration::RequestModifier ZVJIRAIntegration::credentialsModifier(ZVJIRADeploymentType deployment) {
+    // Cloud and personal access tokens send the credentials with every
+    // request and never lean on a session cookie.
+    if (deployment == ZVJIRADeploymentType::cloud) return basicAuthenticationFromCredentials();
+    if (usesPersonalAccessToken()) return bearerAuthentication(usernamePasswordAuthentication().password());
+    return [this](ZVURLRequest& request) { addCredentialsUnlessLoggedIn(request); };
 }
 
-ZVIntegration::ProjectList ZVJIRAIntegration::_synchronizeWithProjects() {
-    const std::string base = JIRABaseURL();
-    auto modifier = [this](ZVURLRequest& request) { addCredentialsUnlessLoggedIn(request); };
+void ZVJIRAIntegration::requireAcceptedCredentials(ZVJIRADeploymentType deployment) {
     ZVDownloadCenter& center = downloadCenter();
+    if (center.lastHTTPStatusCode() != unauthorizedStatus) return;
+    const std::string body = center.lastResponse() ? center.lastResponse()->body : std::string();
+    ZVLog([&] { return "Credentials refused: " + body; });
+    // Cloud says so whatever it was detected as; a password on Data Center
+    // keeps its old way through the reply's shape.
+    if (body.find(cloudPasswordRefusal) != std::string::npos)
+        throw ZVIntegrationErrorWithFailureReason(
+            ZVLocalizedString("Jira Cloud needs an API token instead of your password"));
+    if (deployment == ZVJIRADeploymentType::cloud)
+        throw ZVIntegrationErrorWithFailureReason(
+            ZVLocalizedString("Jira Cloud did not accept the e-mail address and API token."));
+    if (usesPersonalAccessToken())
+        throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Jira did not accept the personal access token."));
+}
 
-    const auto reply = center.downloadJSON(base + projectsPath, modifier);
+nlohmann::json ZVJIRAIntegration::requireReply(const std::string& url, const RequestModifier& modifier,
+                                               ZVJIRADeploymentType deployment, bool dictionaryOnly) {
+    ZVDownloadCenter& center = downloadCenter();
+    auto reply = dictionaryOnly ? center.downloadJSONDictionary(url, modifier) : center.downloadJSON(url, modifier);
+    requireAcceptedCredentials(deployment);
+    requireEndpointNotGone(url);
     if (!reply) throw ZVIntegrationNoConnectionError();
-    const auto projectObjects = arrayOfDictionaries(*reply);
-    if (!projectObjects) {
-        ZVLog([&] { return "Projects aren't in an array! " + reply->dump(); });
-        throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Invalid project data received."));
-    }
+    return std::move(*reply);
+}
 
+ZVIntegration::ProjectList ZVJIRAIntegration::loadRemoteProjects() {
+    const ZVJIRADeploymentType deployment = detectDeploymentType();
+    return synchronizationTypeRawValue() == 0 ? _synchronizeWithProjects(deployment)
+                                              : _synchronizeWithFilters(deployment);
+}
+
+std::vector<nlohmann::json> ZVJIRAIntegration::projectObjects(ZVJIRADeploymentType deployment,
+                                                              const RequestModifier& modifier) {
+    const auto invalid = [](const nlohmann::json& reply) {
+        ZVLog([&] { return "Projects aren't in an array! " + reply.dump(); });
+        return ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Invalid project data received."));
+    };
+    if (deployment != ZVJIRADeploymentType::cloud) {
+        const auto reply = requireReply(JIRABaseURL() + projectsPath, modifier, deployment, false);
+        auto projects = arrayOfDictionaries(reply);
+        if (!projects) throw invalid(reply);
+        return std::move(*projects);
+    }
+    std::vector<nlohmann::json> projects;
+    ZVPaging::walkOffsetPages([&](std::size_t startAt) {
+        const std::string url = JIRABaseURL() + cloudProjectsPath + "?startAt=" + std::to_string(startAt) +
+                                "&maxResults=" + std::to_string(cloudProjectsPageSize);
+        const auto page = requireReply(url, modifier, deployment, true);
+        auto values = ZVJSON::arrayOfDictionaries(page, "values");
+        if (!values) throw invalid(page);
+        projects.insert(projects.end(), values->begin(), values->end());
+        return ZVPaging::OffsetPage{values->size(), ZVJSON::boolean(page, "isLast")};
+    }, cloudProjectsMaximumPages);
+    return projects;
+}
+
+void ZVJIRAIntegration::searchIssues(ZVJIRADeploymentType deployment, const std::string& encodedQuery,
+                                     const RequestModifier& modifier, const IssuesHandler& takeIssues) {
+    const std::string base = JIRABaseURL();
+    if (deployment != ZVJIRADeploymentType::cloud) {
+        for (int startAt = 0;; startAt += issuesPageSize) {
+            const std::string url = base + searchPath + "?jql=" + encodedQuery + "&startAt=" + std::to_string(startAt) +
+                                    "&maxResults=" + std::to_string(issuesPageSize);
+            const auto page = requireReply(url, modifier, deployment, true);
+            const auto issues = ZVJSON::arrayOfDictionaries(page, "issues");
+            if (!issues) throwInvalidIssueData(page);
+            takeIssues(*issues);
+            if (issues->size() < static_cast<size_t>(issuesPageSize)) break;
+        }
+        return;
+    }
+    ZVPaging::walkTokenPages([&](const std::optional<std::string>& token) {
+        std::string url = base + cloudSearchPath + "?jql=" + encodedQuery + "&fields=" + cloudIssueFields +
+                          "&maxResults=" + std::to_string(cloudIssuesPageSize);
+        if (token) url += "&nextPageToken=" + ZVPercentEncoded(*token);
+        const auto page = requireReply(url, modifier, deployment, true);
+        const auto issues = ZVJSON::arrayOfDictionaries(page, "issues");
+        if (!issues) throwInvalidIssueData(page);
+        takeIssues(*issues);
+        return ZVPaging::TokenPage{issues->size(), ZVJSON::boolean(page, "isLast"),
+                                   ZVJSON::string(page, "nextPageToken")};
+    });
+}
+
+ZVIntegration::ProjectList ZVJIRAIntegration::_synchronizeWithProjects(ZVJIRADeploymentType deployment) {
+    const auto modifier = credentialsModifier(deployment);
     const auto self = shared_from_this();
     ProjectList projects;
     std::map<std::string, ZVIntegrationProject::Pointer> projectsByKey;
-    for (const auto& projectObject : *projectObjects) {
+    for (const auto& projectObject : projectObjects(deployment, modifier)) {
         const auto name = ZVJSON::string(projectObject, "name");
         const auto key = ZVJSON::string(projectObject, "key");
         if (!name || !key) {
@@ -141,17 +283,8 @@ ZVIntegration::ProjectList ZVJIRAIntegration::_synchronizeWithProjects() {
     }
 
     const char* query = includesUnassignedIssues() ? JQLQuery::unassignedIssues : JQLQuery::onlyAssignedIssues;
-    for (int startAt = 0;; startAt += issuesPageSize) {
-        const std::string url = base + searchPath + "?jql=" + query + "&startAt=" + std::to_string(startAt) +
-                                "&maxResults=" + std::to_string(issuesPageSize);
-        const auto page = center.downloadJSONDictionary(url, modifier);
-        if (!page) throw ZVIntegrationNoConnectionError();
-        const auto issues = ZVJSON::arrayOfDictionaries(*page, "issues");
-        if (!issues) {
-            ZVLog([&] { return "Invalid issues dict " + page->dump(); });
-            throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Invalid issue data received."));
-        }
-        for (const auto& issue : *issues) {
+    searchIssues(deployment, query, modifier, [&](const std::vector<nlohmann::json>& issues) {
+        for (const auto& issue : issues) {
             const auto summary = ZVJSON::string(issue, "[fields][summary]");
             const auto key = ZVJSON::string(issue, "key");
             const auto projectKey = ZVJSON::string(issue, "[fields][project][key]");
@@ -168,8 +301,7 @@ ZVIntegration::ProjectList ZVJIRAIntegration::_synchronizeWithProjects() {
             issueProject->setIntegration(self);
             found->second->addSubproject(issueProject);
         }
-        if (issues->size() < static_cast<size_t>(issuesPageSize)) break;
-    }
+    });
 
     ProjectList result;
     for (const auto& project : projects)
@@ -177,16 +309,14 @@ ZVIntegration::ProjectList ZVJIRAIntegration::_synchronizeWithProjects() {
     return result;
 }
 
-ZVIntegration::ProjectList ZVJIRAIntegration::_synchronizeWithFilters() {
-    const std::string base = JIRABaseURL();
-    auto modifier = [this](ZVURLRequest& request) { addCredentialsUnlessLoggedIn(request); };
-    ZVDownloadCenter& center = downloadCenter();
-
-    const auto reply = center.downloadJSON(base + favouriteFiltersPath, modifier);
-    if (!reply) throw ZVIntegrationNoConnectionError();
-    const auto filterObjects = arrayOfDictionaries(*reply);
+ZVIntegration::ProjectList ZVJIRAIntegration::_synchronizeWithFilters(ZVJIRADeploymentType deployment) {
+    const bool cloud = deployment == ZVJIRADeploymentType::cloud;
+    const auto modifier = credentialsModifier(deployment);
+    const auto reply =
+        requireReply(JIRABaseURL() + (cloud ? cloudFavouriteFiltersPath : favouriteFiltersPath), modifier, deployment, false);
+    const auto filterObjects = arrayOfDictionaries(reply);
     if (!filterObjects) {
-        ZVLog([&] { return "Filters aren't in an array! " + reply->dump(); });
+        ZVLog([&] { return "Filters aren't in an array! " + reply.dump(); });
         throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Invalid filter data received."));
     }
 
@@ -196,31 +326,36 @@ ZVIntegration::ProjectList ZVJIRAIntegration::_synchronizeWithFilters() {
         const auto name = ZVJSON::string(filterObject, "name");
         const auto filterID = textForm(ZVJSON::value(filterObject, "id"));
         const auto searchURL = ZVJSON::string(filterObject, "searchUrl");
-        if (!name || !filterID || !searchURL) {
+        // Cloud's search address leads to the removed search; its own
+        // search runs the filter by its id instead.
+        if (!name || !filterID || (!searchURL && !cloud)) {
             ZVLog([&] { return "filterDict missing name or ID " + filterObject.dump(); });
             continue;
         }
         auto filter = ZVIntegrationProject::create(*name, *filterID);
         filter->setIntegration(self);
-
-        // The filter's own search decides how many issues come back.
-        const auto page = center.downloadJSONDictionary(*searchURL, modifier);
-        if (!page) throw ZVIntegrationNoConnectionError();
-        const auto* issues = ZVJSON::value(*page, "issues");
-        if (!issues || !issues->is_array()) {
-            ZVLog([&] { return "Invalid issues dict " + page->dump(); });
-            throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Invalid issue data received."));
-        }
-        for (const auto& issue : *issues) {
-            const auto summary = ZVJSON::string(issue, "[fields][summary]");
-            const auto key = ZVJSON::string(issue, "key");
-            if (!summary || !key) {
-                ZVLog([&] { return "issueDict missing summary or key " + issue.dump(); });
-                continue;
+        const auto addIssues = [&](const std::vector<nlohmann::json>& issues) {
+            for (const auto& issue : issues) {
+                const auto summary = ZVJSON::string(issue, "[fields][summary]");
+                const auto key = ZVJSON::string(issue, "key");
+                if (!summary || !key) {
+                    ZVLog([&] { return "issueDict missing summary or key " + issue.dump(); });
+                    continue;
+                }
+                auto issueProject = issueNode(*key, *summary, *filter);
+                issueProject->setIntegration(self);
+                filter->addSubproject(issueProject);
             }
-            auto issueProject = issueNode(*key, *summary, *filter);
-            issueProject->setIntegration(self);
-            filter->addSubproject(issueProject);
+        };
+
+        if (cloud) {
+            searchIssues(deployment, ZVPercentEncoded("filter=" + *filterID), modifier, addIssues);
+        } else {
+            // The filter's own search decides how many issues come back.
+            const auto page = requireReply(*searchURL, modifier, deployment, true);
+            const auto* issues = ZVJSON::value(page, "issues");
+            if (!issues || !issues->is_array()) throwInvalidIssueData(page);
+            addIssues(std::vector<nlohmann::json>(issues->begin(), issues->end()));
         }
         result.push_back(filter);
     }
@@ -237,21 +372,25 @@ void ZVJIRAIntegration::postTime(ZVIntegrationProject& project) {
     body["started"] = startedText(started);
     body["timeSpentSeconds"] = seconds;
 
-    const std::string url = JIRABaseURL() + issuePath +
-                            *project.subprojectID() + worklogPathAndQuery;
+    ZVJIRADeploymentType deployment = deploymentType();
+    if (deployment == ZVJIRADeploymentType::unknown) deployment = detectDeploymentType();
+    const bool cloud = deployment == ZVJIRADeploymentType::cloud;
+    const std::string url =
+        JIRABaseURL() + (cloud ? cloudIssuePath : issuePath) + *project.subprojectID() + worklogPathAndQuery;
     ZVLog([&] { return "Will be posting " + body.dump() + " to URL: " + url; });
 
-    ZVDownloadCenter& center = downloadCenter();
-    const auto reply = center.downloadJSONDictionary(url, [&](ZVURLRequest& request) {
-        addCredentialsUnlessLoggedIn(request);
-        request.method = "POST";
-        request.addJSONContentToHeader();
-        request.setJSONBody(body);
-        request.setUserAgent(infoPageUserAgent());
-    });
-    if (!reply) throw ZVIntegrationNoConnectionError();
-    if (!ZVJSON::value(*reply, "id")) {
-        ZVLog([&] { return "No ID found in " + reply->dump(); });
+    const auto reply = requireReply(
+        url,
+        chain({credentialsModifier(deployment),
+               [&](ZVURLRequest& request) {
+                   request.method = "POST";
+                   request.addJSONContentToHeader();
+                   request.setJSONBody(body);
+                   request.setUserAgent(infoPageUserAgent());
+               }}),
+        deployment, true);
+    if (!ZVJSON::value(reply, "id")) {
+        ZVLog([&] { return "No ID found in " + reply.dump(); });
         throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("No ID found in response."));
     }
 }

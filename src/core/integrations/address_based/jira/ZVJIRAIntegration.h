@@ -1,23 +1,44 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
 
 #include "core/integrations/address_based/ZVAddressBasedIntegration.h"
 
 /// How a JIRA account builds its tree. The raw values are stored.
 enum class ZVJIRASynchronizationType : int { projects = 0, filters = 1 };
 
+/// Where a JIRA server runs. Cloud sites have their own search and project
+/// endpoints and sign in with an e-mail address and an API token; Data
+/// Center and Server keep the older endpoints and take a password or a
+/// personal access token.
+enum class ZVJIRADeploymentType : int { unknown = 0, cloud = 1, dataCenter = 2 };
+
 /// An account on a JIRA server, through its REST interface. The tree is
 /// either the user's open issues grouped by project, or the issues of the
-/// user's favourite filters; time goes to an issue as a worklog. While the
-/// server's session cookie is valid, requests log in with it instead of
-/// sending the credentials.
+/// user's favourite filters; time goes to an issue as a worklog.
+///
+/// Each synchronization first asks the server what it is. On Data Center and
+/// Server the requests log in with the server's session cookie while it is
+/// valid and with the user name and password otherwise, or, when the account
+/// says so, send the password field as a personal access token. On Cloud
+/// every request carries the e-mail address and API token.
 class ZVJIRAIntegration : public ZVAddressBasedIntegration {
 public:
     static constexpr const char* synchronizationTypeKey = "KDJIRASynchronizationType";
     static constexpr const char* includesUnassignedIssuesKey = "KDJIRAIncludesUnassignedIssues";
     static constexpr const char* ignoresSessionCookiesKey = "ZVJIRAIgnoresSessionCookies";
+    /// "Cloud" or "DataCenter"; left out until the server has been asked.
+    static constexpr const char* deploymentTypeKey = "ZVJIRADeploymentType";
+    static constexpr const char* usesPersonalAccessTokenKey = "ZVJIRAUsesPersonalAccessToken";
+    /// Where an Atlassian account makes its API tokens.
+    static constexpr const char* APITokenPageURL = "https://id.atlassian.com/manage-profile/security/api-tokens";
+    /// The domain under which every Cloud site lives.
+    static constexpr const char* cloudDomain = "atlassian.net";
 
     std::string className() const override { return "Norvo.ZVJIRAIntegration"; }
     std::string addressPlaceholder() const override;
@@ -32,6 +53,22 @@ public:
     int synchronizationTypeRawValue() const { return _synchronizationType; }
     ZVJIRASynchronizationType synchronizationType() const;
     void setSynchronizationType(ZVJIRASynchronizationType type) { _synchronizationType = static_cast<int>(type); }
+    /// On Data Center and Server: the password field holds a personal
+    /// access token, sent as a bearer token instead of the user name and
+    /// password. Cloud ignores it.
+    bool usesPersonalAccessToken() const { return _usesPersonalAccessToken; }
+    void setUsesPersonalAccessToken(bool value) { _usesPersonalAccessToken = value; }
+
+    /// What the server said it is at the last synchronization; unknown
+    /// before the first one.
+    ZVJIRADeploymentType deploymentType() const { return static_cast<ZVJIRADeploymentType>(_deploymentType.load()); }
+    void setDeploymentType(ZVJIRADeploymentType type) { _deploymentType = static_cast<int>(type); }
+    /// What the account is taken for without asking: Cloud on a host under
+    /// atlassian.net, else what the server said last, else Data Center.
+    ZVJIRADeploymentType presumedDeploymentType() const;
+    /// Asks the server (without credentials, as the answer is public) and
+    /// keeps its answer; when it gives none, keeps the presumed type.
+    ZVJIRADeploymentType detectDeploymentType();
 
     ZVDictionary dictionaryRepresentation() override;
     ProjectList loadRemoteProjects() override;
@@ -41,16 +78,35 @@ protected:
     void initializeWithDictionary(const ZVDictionary& dictionary) override;
 
 private:
+    using IssuesHandler = std::function<void(const std::vector<nlohmann::json>& issues)>;
+
     /// scheme://address, the scheme from isSSLEnabled alone.
     std::string JIRABaseURL() const;
     /// Whether the server's session cookie may log the requests in.
     bool _hasValidCookie();
     /// Adds the credentials unless the session cookie logs the request in.
     void addCredentialsUnlessLoggedIn(ZVURLRequest& request);
-    ProjectList _synchronizeWithProjects();
-    ProjectList _synchronizeWithFilters();
+    /// The credentials as this deployment takes them.
+    RequestModifier credentialsModifier(ZVJIRADeploymentType deployment);
+    /// The reply of a request, after the tests that every reply passes: a
+    /// refused login and a removed endpoint throw errors that say so; no
+    /// reply (or, with `dictionaryOnly`, no JSON object) is no connection.
+    nlohmann::json requireReply(const std::string& url, const RequestModifier& modifier, ZVJIRADeploymentType deployment,
+                                bool dictionaryOnly);
+    /// Throws when the last reply said 401 in a way the user can act upon.
+    void requireAcceptedCredentials(ZVJIRADeploymentType deployment);
+    /// The projects as the server lists them, each an object.
+    std::vector<nlohmann::json> projectObjects(ZVJIRADeploymentType deployment, const RequestModifier& modifier);
+    /// Runs the query (already encoded for the URL) page by page, handing
+    /// each page's issues over.
+    void searchIssues(ZVJIRADeploymentType deployment, const std::string& encodedQuery, const RequestModifier& modifier,
+                      const IssuesHandler& takeIssues);
+    ProjectList _synchronizeWithProjects(ZVJIRADeploymentType deployment);
+    ProjectList _synchronizeWithFilters(ZVJIRADeploymentType deployment);
 
     std::atomic<bool> _ignoresSessionCookies{false};
     std::atomic<bool> _includesUnassignedIssues{false};
     std::atomic<int> _synchronizationType{0};
+    std::atomic<bool> _usesPersonalAccessToken{false};
+    std::atomic<int> _deploymentType{0};
 };

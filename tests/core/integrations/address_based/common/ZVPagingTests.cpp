@@ -1,0 +1,113 @@
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "core/integrations/ZVIntegrationError.h"
+#include "core/integrations/address_based/common/ZVPaging.h"
+
+namespace {
+
+using ZVPaging::OffsetPage;
+using ZVPaging::TokenPage;
+
+/// Answers the scripted pages in order and notes the token each was asked with.
+struct ScriptedTokenPages {
+    std::vector<TokenPage> pages;
+    std::vector<std::optional<std::string>> askedTokens;
+
+    TokenPage operator()(const std::optional<std::string>& token) {
+        askedTokens.push_back(token);
+        if (askedTokens.size() > pages.size()) {
+            ADD_FAILURE() << "asked for page " << askedTokens.size() << " of " << pages.size();
+            return {};
+        }
+        return pages[askedTokens.size() - 1];
+    }
+};
+
+std::string failureReason(const std::function<void()>& walk) {
+    try {
+        walk();
+    } catch (const ZVIntegrationError& error) {
+        return error.localizedFailureReason().value_or("<none>");
+    }
+    return "<nothing thrown>";
+}
+
+TEST(TokenPaging, FollowsEachNextTokenUntilTheLastPage) {
+    ScriptedTokenPages script{{{50, false, "a"}, {50, false, "b"}, {7, true, std::nullopt}}, {}};
+    ZVPaging::walkTokenPages(std::ref(script));
+    EXPECT_EQ(script.askedTokens,
+              (std::vector<std::optional<std::string>>{std::nullopt, std::string("a"), std::string("b")}));
+}
+
+TEST(TokenPaging, EndsOnTheLastEmptyOrTokenlessPage) {
+    struct Case {
+        const char* description;
+        TokenPage secondPage;
+    };
+    const Case cases[] = {
+        {"the last page, though it names a token", {10, true, "c"}},
+        {"an empty page that names a token", {0, false, "c"}},
+        {"a page without a token", {10, false, std::nullopt}},
+        {"a page with an empty token", {10, false, ""}},
+    };
+    for (const Case& c : cases) {
+        ScriptedTokenPages script{{{10, false, "a"}, c.secondPage}, {}};
+        ZVPaging::walkTokenPages(std::ref(script));
+        EXPECT_EQ(script.askedTokens.size(), 2u) << c.description;
+    }
+}
+
+TEST(TokenPaging, ARepeatedTokenEndsWithAnError) {
+    // Not only the token just used: any earlier one would go round in a circle.
+    ScriptedTokenPages script{{{10, false, "a"}, {10, false, "b"}, {10, false, "a"}}, {}};
+    EXPECT_EQ(failureReason([&] { ZVPaging::walkTokenPages(std::ref(script)); }),
+              "The server sent the same page twice, so the list could not be loaded completely.");
+    EXPECT_EQ(script.askedTokens.size(), 3u);
+}
+
+TEST(TokenPaging, StopsWithAnErrorAfterTheMostPages) {
+    int asked = 0;
+    const auto endless = [&](const std::optional<std::string>&) {
+        ++asked;
+        return TokenPage{1, false, "t" + std::to_string(asked)};
+    };
+    EXPECT_EQ(failureReason([&] { ZVPaging::walkTokenPages(endless, 25); }),
+              "The server kept sending more pages, so the list could not be loaded completely.");
+    EXPECT_EQ(asked, 25);
+}
+
+TEST(OffsetPaging, StartsEachPageAfterTheItemsReceived) {
+    // The server sends fewer than asked for; the next page starts after what came.
+    std::vector<std::size_t> starts;
+    const std::vector<OffsetPage> pages = {{50, false}, {30, false}, {2, true}};
+    ZVPaging::walkOffsetPages([&](std::size_t startAt) {
+        starts.push_back(startAt);
+        return pages.at(starts.size() - 1);
+    });
+    EXPECT_EQ(starts, (std::vector<std::size_t>{0, 50, 80}));
+}
+
+TEST(OffsetPaging, AnEmptyPageEndsAPagingThatNeverSaysLast) {
+    std::vector<std::size_t> starts;
+    ZVPaging::walkOffsetPages([&](std::size_t startAt) {
+        starts.push_back(startAt);
+        return OffsetPage{startAt < 100 ? 50u : 0u, false};
+    });
+    EXPECT_EQ(starts, (std::vector<std::size_t>{0, 50, 100}));
+
+    int asked = 0;
+    EXPECT_EQ(failureReason([&] {
+                  ZVPaging::walkOffsetPages(
+                      [&](std::size_t) {
+                          ++asked;
+                          return OffsetPage{1, false};
+                      },
+                      12);
+              }),
+              "The server kept sending more pages, so the list could not be loaded completely.");
+    EXPECT_EQ(asked, 12);
+}
+
+}  // namespace

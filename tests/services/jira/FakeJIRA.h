@@ -1,0 +1,76 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "testkit/FakeServer.h"
+
+/// A JIRA site on a fake server, in one of its two deployments, answering
+/// in each one's documented shapes:
+///
+/// - Cloud: server information "Cloud"; the issue search at
+///   /rest/api/2/search/jql paged by nextPageToken and isLast, with issue
+///   ids alone unless fields are asked for and pages capped below what is
+///   asked; projects at /rest/api/2/project/search paged by startAt and
+///   isLast (and the older project list, which Cloud still has); 410 Gone
+///   on the removed searches; a 401 with Cloud's words
+///   for basic authentication with a password.
+/// - Data Center: server information "Server"; projects, search and
+///   favourite filters under /rest/api/latest, paged by startAt; the
+///   filters' search addresses at /rest/api/2/search.
+///
+/// Both list favourite filters and take worklogs on every issue, and
+/// refuse a request whose Authorization header is not one of the accepted
+/// ones (server information excepted, which is public).
+class FakeJIRA {
+public:
+    enum class Deployment { cloud, dataCenter };
+
+    struct Project {
+        std::string key;
+        std::string name;
+    };
+    struct Issue {
+        std::string key;
+        std::string summary;
+        std::string projectKey;
+        bool assignedToUser = true;
+        /// Ids of the favourite filters whose search finds it.
+        std::vector<std::string> filterIDs = {};
+    };
+    struct Filter {
+        std::string id;
+        std::string name;
+    };
+
+    FakeJIRA(FakeServer& server, Deployment deployment);
+
+    /// Authorization header values that log in.
+    void accept(const std::string& authorization);
+    /// Cloud: Authorization header values that carry a password instead of
+    /// an API token, answered with Cloud's 401.
+    void refuseAsPassword(const std::string& authorization);
+
+    void addProject(Project project);
+    /// Adds the issue and the route of its worklogs.
+    void addIssue(Issue issue);
+    void addFilter(Filter filter);
+
+    /// Cloud: the most issues one search page holds, whatever was asked.
+    void setSearchPageCap(size_t cap);
+    /// Cloud: every page names the same next page token.
+    void setRepeatsPageToken(bool repeats);
+    /// Without server information, as behind a proxy that hides it.
+    void hideServerInformation();
+    /// Every reply to a logged-in request sets the session cookie, and a
+    /// request that brings it back is logged in without credentials.
+    void setSetsSessionCookie(bool sets);
+
+private:
+    struct State;
+    FakeServer& _server;
+    std::shared_ptr<State> _state;
+};

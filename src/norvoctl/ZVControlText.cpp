@@ -1,7 +1,7 @@
 #include "norvoctl/ZVControlText.h"
 
-#include <QFile>
 #include <QFileInfo>
+#include <QTemporaryFile>
 #include <QJsonArray>
 #include <algorithm>
 #include <vector>
@@ -263,12 +263,12 @@ QString outputPathProblem(const QString& path) {
     const QFileInfo folder(file.absolutePath());
     if (folder.exists() && !folder.isDir()) return QStringLiteral("%1 is not a folder").arg(folder.filePath());
     if (!folder.isDir()) return QStringLiteral("the folder %1 does not exist").arg(folder.filePath());
-    const QString cannot = QStringLiteral("%1 cannot be written").arg(file.absoluteFilePath());
-    if (!file.exists()) return folder.isWritable() ? QString() : cannot;
-    // Opening to append changes nothing, and unlike the permission bits it
-    // also tells for files that no one may write, whoever asks.
-    QFile existing(file.absoluteFilePath());
-    return existing.open(QIODevice::WriteOnly | QIODevice::Append) ? QString() : cannot;
+    // Norvo writes a new file beside the old one and renames it over it, so
+    // what counts is whether a file can be made in the folder; trying tells
+    // that also where the permission bits do not, as for the superuser.
+    QTemporaryFile probe(folder.absoluteFilePath() + QStringLiteral("/.norvoctl-XXXXXX"));
+    if (!probe.open()) return QStringLiteral("%1 cannot be written").arg(file.absoluteFilePath());
+    return {};
 }
 
 }  // namespace ZVControlText

@@ -154,7 +154,7 @@ TEST(ZVControlTextTest, TellsWhyAnOutputPathCannotBeWritten) {
               QStringLiteral("the folder %1 does not exist").arg(folder.filePath(QStringLiteral("missing"))));
     EXPECT_EQ(outputPathProblem(QString()), QStringLiteral("the output path is empty"));
     EXPECT_EQ(outputPathProblem(QStringLiteral("/proc/version/log.csv")), QStringLiteral("/proc/version is not a folder"));
-    // A file that exists and takes no writing, not even from the superuser.
+    // A file whose folder takes no new file, not even from the superuser.
     EXPECT_EQ(outputPathProblem(QStringLiteral("/proc/version")), QStringLiteral("/proc/version cannot be written"));
     QFile existing(folder.filePath(QStringLiteral("old.csv")));
     ASSERT_TRUE(existing.open(QIODevice::WriteOnly));
@@ -163,6 +163,9 @@ TEST(ZVControlTextTest, TellsWhyAnOutputPathCannotBeWritten) {
     EXPECT_TRUE(outputPathProblem(existing.fileName()).isEmpty());
     ASSERT_TRUE(existing.open(QIODevice::ReadOnly));
     EXPECT_EQ(existing.readAll(), QByteArrayLiteral("kept")) << "checking a path must not change the file";
+    existing.close();
+    EXPECT_EQ(QDir(folder.path()).entryList(QDir::Files | QDir::Hidden), QStringList{QStringLiteral("old.csv")})
+        << "checking leaves nothing behind";
 
     const QString locked = folder.filePath(QStringLiteral("locked"));
     ASSERT_TRUE(QDir().mkdir(locked));

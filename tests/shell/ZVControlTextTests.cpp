@@ -166,7 +166,11 @@ TEST(ZVControlTextTest, TellsWhyAnOutputPathCannotBeWritten) {
     existing.close();
     EXPECT_EQ(QDir(folder.path()).entryList(QDir::Files | QDir::Hidden), QStringList{QStringLiteral("old.csv")})
         << "checking leaves nothing behind";
+}
 
+TEST(ZVControlTextTest, AFolderWithoutWriteRightsCannotTakeTheFile) {
+    QTemporaryDir folder;
+    ASSERT_TRUE(folder.isValid());
     const QString locked = folder.filePath(QStringLiteral("locked"));
     ASSERT_TRUE(QDir().mkdir(locked));
     QFile::setPermissions(locked, QFile::ReadOwner | QFile::ExeOwner);

@@ -1,7 +1,6 @@
 #include "app/ZVDBusService.h"
 
 #include <QApplication>
-#include <QDBusConnectionInterface>
 #include <QDate>
 #include <QDateTime>
 #include <QDir>

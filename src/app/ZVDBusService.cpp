@@ -174,6 +174,7 @@ ProjectPointer ZVDBusService::projectNamed(const QString& pathOrIdentifiers) {
 QString ZVDBusService::_run(const std::function<std::optional<Failure>()>& command) {
     if (!calledFromDBus()) {
         const std::optional<Failure> failure = command();
+        if (_stateChangeScheduled) _publishState(false);
         _lastError = failure ? failure->message : QString();
         return failure ? QString() : compact(state());
     }
@@ -182,6 +183,9 @@ QString ZVDBusService::_run(const std::function<std::optional<Failure>()>& comma
     if (_pendingReplies.empty()) qApp->installEventFilter(this);
     _pendingReplies.push_back(pending);
     const std::optional<Failure> failure = command();
+    // The change goes out before the reply, so that a caller that has its
+    // answer never sees the announcement of its own command come later.
+    if (_stateChangeScheduled) _publishState(false);
     std::erase(_pendingReplies, pending);
     if (_pendingReplies.empty()) qApp->removeEventFilter(this);
     if (!pending->answered) {

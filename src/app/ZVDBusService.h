@@ -26,7 +26,8 @@ class ZVNorvoAppDelegate;
 /// "com.tesselwick.Norvo.Error.WaitingForUser", so that no script waits for
 /// a person. StateChanged follows starts, stops, changes of project, task
 /// text and time, and synchronizations, and while the timer runs, each new
-/// minute of the clock; never each tick.
+/// minute of the clock; never each tick. A command's own change is
+/// announced before its reply.
 class ZVDBusService final : public QObject, protected QDBusContext {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "com.tesselwick.Norvo")

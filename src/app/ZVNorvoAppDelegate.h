@@ -47,6 +47,7 @@ public:
 
     ZVNorvoMainWindow* window() const { return _window.get(); }
     ZVStatusItemController* statusItemController() const { return _statusItemController.get(); }
+    ZVLogController* logController() const { return _logController.get(); }
     bool hasTerminated() const { return _didTerminate; }
     /// Whether the release notes are shown at start (off in tests).
     void setShowsReleaseNotes(bool shows) { _showsReleaseNotes = shows; }

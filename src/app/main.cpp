@@ -3,6 +3,7 @@
 #include <QTimer>
 
 #include "ZVApplicationState.h"
+#include "app/ZVDBusService.h"
 #include "app/ZVDesktopLedgrinEnvironment.h"
 #include "app/ZVNorvoAppDelegate.h"
 #include "app/ZVQtMainQueue.h"
@@ -55,6 +56,9 @@ int main(int argc, char** argv) {
         QObject::connect(&singleInstance, &ZVSingleInstance::activationRequested, &delegate,
                          [&delegate] { delegate.showTimerWindow(); });
         QTimer::singleShot(0, &delegate, [&delegate] { delegate.applicationDidFinishLaunching(); });
+        // Calls that the bus delivers from here on run after the launch above.
+        ZVDBusService scriptingService(delegate);
+        scriptingService.registerOn(QDBusConnection::sessionBus());
         // A session that ends the program without the quit command still saves.
         QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate, [&delegate] { delegate.finishTermination(); });
         result = QApplication::exec();

@@ -92,13 +92,13 @@ void showJIRACredentialKind(QWidget* part, const ZVJIRAIntegration& jira) {
     if (!form || !username || !password || !hint || !APITokenButton || !tokenBox) return;
 
     const bool cloud = jira.presumedDeploymentType() == ZVJIRADeploymentType::cloud;
-    hint->setText(cloud ? localized("E-mail and API token")
-                        : localized("User name and password, or a personal access token"));
-    setRowLabel(form, username, cloud ? localized("E-mail") : usernameLabel(jira.usernameLabel()));
+    hint->setText(cloud ? ZVLocalizedQString("E-mail and API token")
+                        : ZVLocalizedQString("User name and password, or a personal access token"));
+    setRowLabel(form, username, cloud ? ZVLocalizedQString("E-mail") : usernameLabel(jira.usernameLabel()));
     setRowLabel(form, password,
-                cloud                              ? localized("API token")
-                : jira.usesPersonalAccessToken() ? localized("Personal access token")
-                                                   : localized("Password"));
+                cloud                              ? ZVLocalizedQString("API token")
+                : jira.usesPersonalAccessToken() ? ZVLocalizedQString("Personal access token")
+                                                   : ZVLocalizedQString("Password"));
     APITokenButton->setVisible(cloud);
     tokenBox->setVisible(!cloud);
 }
@@ -109,7 +109,7 @@ void addJIRACredentialRows(QFormLayout* form, QWidget* part, const std::shared_p
     hint->setWordWrap(true);
     form->insertRow(0, hint);
 
-    auto* APITokenButton = new QPushButton(localized("Create an API Token..."));
+    auto* APITokenButton = new QPushButton(ZVLocalizedQString("Create an API Token..."));
     APITokenButton->setObjectName(QStringLiteral("APITokenPageButton"));
     QObject::connect(APITokenButton, &QPushButton::clicked, APITokenButton,
                      [] { ZVUserInterface::shared().openURL(ZVJIRAIntegration::APITokenPageURL); });

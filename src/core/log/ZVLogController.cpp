@@ -76,6 +76,17 @@ std::vector<std::shared_ptr<ZVLogEntry>> ZVLogController::_logsInSelectedTimePer
     return entries;
 }
 
+std::vector<std::shared_ptr<ZVLogEntry>> ZVLogController::logsBetween(ZVDate from, ZVDate until) const {
+    std::vector<std::shared_ptr<ZVLogEntry>> entries;
+    const auto project = currentProject();
+    if (!project) return entries;
+    for (const auto& entry : project->logEntries()) {
+        const ZVDate date = entry->date();
+        if (date >= from && date < until) entries.push_back(entry);
+    }
+    return entries;
+}
+
 void ZVLogController::_heartBeatStateChanged() {
     auto& heartBeat = ZVHeartBeat::sharedHeartBeat();
     if (heartBeat.isBeating()) {
@@ -177,8 +188,15 @@ void ZVLogController::_clearEntriesInSelectedTimePeriodFromProject(ZVIntegration
 }
 
 void ZVLogController::exportToCSV() {
+    const auto entries = _logsInSelectedTimePeriod();
+    const auto path = _view.chooseCSVExportPath(csvFileName);
+    if (!path) return;
+    exportToCSV(entries, *path);
+}
+
+bool ZVLogController::exportToCSV(const std::vector<std::shared_ptr<ZVLogEntry>>& entries, const std::string& path) {
     ZVCSVDocument document({"Start", "Stop", "Comment", "Project Path", "Project Name"});
-    for (const auto& entry : _logsInSelectedTimePeriod()) {
+    for (const auto& entry : entries) {
         const auto* run = dynamic_cast<const ZVTimeLogEntry*>(entry.get());
         if (!run) continue;
         ZVCSVDocument::Row row{{"Start", run->startDate()}, {"Comment", run->text()}};
@@ -189,13 +207,11 @@ void ZVLogController::exportToCSV() {
         if (run->stopDate()) row.emplace("Stop", *run->stopDate());
         document.addRow(std::move(row));
     }
-    const auto path = _view.chooseCSVExportPath(csvFileName);
-    if (!path) return;
-    if (!document.write(*path)) {
-        ZVAlert alert;
-        alert.messageText = ZVLocalizedString("The log could not be exported.");
-        alert.informativeText = ZVLocalizedFormat("Norvo cannot write the file \"%@\".", {*path});
-        alert.buttons = {ZVLocalizedString("OK")};
-        ZVUserInterface::shared().runModal(alert);
-    }
+    if (document.write(path)) return true;
+    ZVAlert alert;
+    alert.messageText = ZVLocalizedString("The log could not be exported.");
+    alert.informativeText = ZVLocalizedFormat("Norvo cannot write the file \"%@\".", {path});
+    alert.buttons = {ZVLocalizedString("OK")};
+    ZVUserInterface::shared().runModal(alert);
+    return false;
 }

@@ -39,9 +39,15 @@ public:
     void clear();
     /// Writes the period's runs to a CSV file that the user chooses.
     void exportToCSV();
+    /// Writes the runs among the entries to a CSV file at `path`; when that
+    /// fails, tells the user and answers false.
+    bool exportToCSV(const std::vector<std::shared_ptr<ZVLogEntry>>& entries, const std::string& path);
 
     /// The entries of the current project in the selected period, in log order.
     std::vector<std::shared_ptr<ZVLogEntry>> _logsInSelectedTimePeriod() const;
+    /// The entries of the current project dated from `from` up to, not
+    /// including, `until`, in log order.
+    std::vector<std::shared_ptr<ZVLogEntry>> logsBetween(ZVDate from, ZVDate until) const;
     /// Whether a date lies in the period of a segment of the period control,
     /// seen from `now`: closer to now than the start of today is, plus 6
     /// days for segment 1 and 29 days for segment 0.

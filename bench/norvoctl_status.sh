@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# Measures the round trip of `norvoctl status` as a status bar sees it: the
+# client starts, asks the running Norvo over the session bus, prints and
+# ends (the target: under 50 ms). Norvo runs offscreen on a private bus in a
+# throw-away home, with its timer running on a local project; then it also
+# measures `norvoctl status --json` and `norvoctl search`.
+#   bench/norvoctl_status.sh [build folder, default build-bench] [runs, default 200]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=$(realpath "${1:-build-bench}")
+runs=${2:-200}
+norvo="$build/src/norvo"
+norvoctl="$build/src/norvoctl/norvoctl"
+for program in "$norvo" "$norvoctl"; do
+  [ -x "$program" ] || { echo "no executable at $program (build the norvo and norvoctl targets)" >&2; exit 1; }
+done
+
+if [ -z "${NORVO_BENCH_BUS:-}" ]; then
+  exec env NORVO_BENCH_BUS=1 dbus-run-session -- "$0" "$build" "$runs"
+fi
+
+scratch=$(mktemp -d)
+trap 'kill "${pid:-0}" 2>/dev/null || true; rm -rf "$scratch"' EXIT
+export HOME="$scratch/home" XDG_DATA_HOME="$scratch/data" XDG_CONFIG_HOME="$scratch/config" \
+       XDG_CACHE_HOME="$scratch/cache" XDG_RUNTIME_DIR="$scratch/run" QT_QPA_PLATFORM=offscreen
+mkdir -p "$HOME" "$XDG_DATA_HOME" "$XDG_CACHE_HOME" "$XDG_CONFIG_HOME/com.tesselwick.norvo" "$XDG_RUNTIME_DIR"
+chmod 700 "$XDG_RUNTIME_DIR"
+
+cat > "$XDG_CONFIG_HOME/com.tesselwick.norvo/Preferences.plist" <<'PLIST'
+<?xml version="1.0" encoding="UTF-8"?>
+<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
+<plist version="1.0">
+<dict>
+  <key>ZVReleaseNotes847</key><true/>
+  <key>ZVConnectionProbeAddress</key><string>http://127.0.0.1:9/</string>
+  <key>KDNorvoIntegration</key>
+  <array>
+    <dict>
+      <key>KDIntegrationProjectName</key><string>Writing</string>
+      <key>KDIntegrationProjectID</key><string>6f1c0b7e-2f52-4c44-9a51-1f3d2a7c9e10</string>
+      <key>KDIntegrationProjectTime</key><integer>0</integer>
+    </dict>
+  </array>
+</dict>
+</plist>
+PLIST
+
+"$norvo" >"$scratch/norvo.log" 2>&1 &
+pid=$!
+for _ in $(seq 100); do
+  "$norvoctl" status >/dev/null 2>&1 && break
+  sleep 0.1
+done
+"$norvoctl" start writing >/dev/null
+
+# Wall time of each whole run of the client, in microseconds.
+measure() {
+  local what=$1
+  shift
+  local samples="$scratch/samples"
+  : >"$samples"
+  for _ in $(seq "$runs"); do
+    local start end
+    start=$(date +%s%N)
+    "$norvoctl" "$@" >/dev/null
+    end=$(date +%s%N)
+    echo $(((end - start) / 1000)) >>"$samples"
+  done
+  sort -n "$samples" | awk -v what="$what" '
+    { value[NR] = $1; sum += $1 }
+    END { printf "%-28s median %6.1f ms   p95 %6.1f ms   max %6.1f ms   mean %6.1f ms   (%d runs)\n",
+                 what, value[int((NR + 1) / 2)] / 1000, value[int(NR * 0.95)] / 1000, value[NR] / 1000,
+                 sum / NR / 1000, NR }'
+}
+
+measure "norvoctl status" status
+measure "norvoctl status --json" status --json
+measure "norvoctl search writing" search writing
+"$norvoctl" stop >/dev/null

@@ -1,0 +1,286 @@
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLineEdit>
+
+#include "ShellTestEnvironment.h"
+#include "app/ZVDBusService.h"
+#include "app/ZVMenuManager.h"
+#include "app/ZVNorvoAppDelegate.h"
+#include "app/ZVNorvoMainWindow.h"
+#include "core/log_entries/ZVResetLogEntry.h"
+#include "core/log_entries/ZVTimeLogEntry.h"
+#include "core/ui/ZVMenu.h"
+#include "testkit/ScriptedUserInterface.h"
+#include "ui_elements/ZVProjectQuickSearch.h"
+
+namespace {
+
+QJsonObject object(const QString& json) { return QJsonDocument::fromJson(json.toUtf8()).object(); }
+
+// The service of an in-process application, called as the bus would call it
+// but without a bus; what it announces is recorded.
+class ZVDBusServiceTest : public ShellFixture {
+protected:
+    ZVDBusServiceTest() {
+        delegate = std::make_unique<ZVNorvoAppDelegate>(true);
+        delegate->setShowsReleaseNotes(false);
+        delegate->awakeFromNib();
+        delegate->applicationDidFinishLaunching();
+        EXPECT_TRUE(processEventsUntil([] { return !ZVIntegrationCenter::shared().synchronizationIsInProgress(); }, 10000));
+        service = std::make_unique<ZVDBusService>(*delegate);
+        QObject::connect(service.get(), &ZVDBusService::StateChanged,
+                         [this](const QString& json) { announced.push_back(object(json)); });
+        local = ZVNorvoIntegration::sharedIntegration();
+        website = addProject(local, "Website");
+        billing = addProject(local, "Billing");
+        settle();
+        announced.clear();
+    }
+    ~ZVDBusServiceTest() override {
+        service.reset();
+        delegate.reset();
+    }
+
+    // Lets queued announcements go out.
+    static void settle() {
+        for (int i = 0; i < 5; ++i) QCoreApplication::processEvents();
+    }
+
+    void performMenuItem(const std::string& title) {
+        const auto menu = ZVMenuManager::shared().applicationMenu({true, true, true, true});
+        ZVMenuItem* item = menu->itemWithTitle(title);
+        ASSERT_NE(item, nullptr) << title;
+        item->perform();
+    }
+
+    QLineEdit& taskField() { return *delegate->window()->currentTaskTextField(); }
+
+    ScriptedUserInterface ui;
+    std::unique_ptr<ZVNorvoAppDelegate> delegate;
+    std::unique_ptr<ZVDBusService> service;
+    std::shared_ptr<ZVNorvoIntegration> local;
+    ZVIntegrationProject::Pointer website;
+    ZVIntegrationProject::Pointer billing;
+    std::vector<QJsonObject> announced;
+};
+
+}  // namespace
+
+TEST_F(ZVDBusServiceTest, StartAndStopLeaveTheSameRunInTheLogAsTheMenuCommands) {
+    ZVIntegrationCenter::shared().setCurrentProject(website);
+    taskField().setText(QStringLiteral("Layout"));
+    performMenuItem("Start");
+    ASSERT_TRUE(ZVHeartBeat::sharedHeartBeat().isBeating());
+    performMenuItem("Stop");
+
+    ZVIntegrationCenter::shared().setCurrentProject(billing);
+    taskField().setText(QStringLiteral("Layout"));
+    const QJsonObject started = object(service->Start());
+    EXPECT_TRUE(started.value(QStringLiteral("running")).toBool());
+    EXPECT_TRUE(ZVHeartBeat::sharedHeartBeat().isBeating());
+    // Starting a running timer changes nothing.
+    EXPECT_TRUE(object(service->Start()).value(QStringLiteral("running")).toBool());
+    const QJsonObject stopped = object(service->Stop());
+    EXPECT_FALSE(stopped.value(QStringLiteral("running")).toBool());
+    EXPECT_FALSE(ZVHeartBeat::sharedHeartBeat().isBeating());
+
+    for (const auto& project : {website, billing}) {
+        ASSERT_EQ(project->logEntries().size(), 1u) << project->name();
+        const auto run = std::dynamic_pointer_cast<ZVTimeLogEntry>(project->logEntries().front());
+        ASSERT_NE(run, nullptr);
+        EXPECT_EQ(run->text(), "Layout");
+        EXPECT_TRUE(run->stopDate().has_value());
+    }
+    EXPECT_EQ(stopped.value(QStringLiteral("project")).toString(), QStringLiteral("Projects \u2794 Billing"));
+    EXPECT_EQ(stopped.value(QStringLiteral("task")).toString(), QStringLiteral("Layout"));
+}
+
+TEST_F(ZVDBusServiceTest, ToggleRunsTheTimerLikeTheMenuAndStartWithoutProjectShowsTheSameAlert) {
+    EXPECT_TRUE(service->Start().isEmpty());
+    EXPECT_EQ(service->lastError(), QStringLiteral("No project selected."));
+    EXPECT_FALSE(ZVHeartBeat::sharedHeartBeat().isBeating());
+    EXPECT_TRUE(service->Toggle().isEmpty());
+    performMenuItem("Start");
+    EXPECT_EQ(ui.alertMessages(),
+              (std::vector<std::string>{"No project selected.", "No project selected.", "No project selected."}));
+
+    ZVIntegrationCenter::shared().setCurrentProject(website);
+    EXPECT_TRUE(object(service->Toggle()).value(QStringLiteral("running")).toBool());
+    EXPECT_FALSE(object(service->Toggle()).value(QStringLiteral("running")).toBool());
+    EXPECT_EQ(website->logEntries().size(), 1u);
+    EXPECT_TRUE(service->lastError().isEmpty());
+}
+
+TEST_F(ZVDBusServiceTest, StatusNamesTheCurrentProjectByPathAndIdentifiers) {
+    auto account = addAccount("Acme");
+    auto client = addProject(account, "Client");
+    auto ticket = addProject(account, "Ticket 7", client);
+    ticket->setSubprojectID(std::string("T-7"));
+    ZVIntegrationCenter::shared().setCurrentProject(ticket);
+    ticket->setTime(3725);
+    ZVHeartBeat::sharedHeartBeat().setCurrentTime(3725);
+
+    const QJsonObject state = object(service->Status());
+    EXPECT_EQ(state.value(QStringLiteral("project")).toString(), QStringLiteral("Acme \u2794 Client \u2794 Ticket 7"));
+    EXPECT_EQ(state.value(QStringLiteral("name")).toString(), QStringLiteral("Ticket 7"));
+    EXPECT_EQ(state.value(QStringLiteral("clock")).toString(), QStringLiteral("01:02:05"));
+    EXPECT_EQ(state.value(QStringLiteral("seconds")).toInteger(), 3725);
+    EXPECT_EQ(state.value(QStringLiteral("projectIdentifiers")).toArray(),
+              (QJsonArray{QStringLiteral("Ticket 7-id"), QStringLiteral("T-7")}));
+    EXPECT_EQ(state.value(QStringLiteral("accountIdentifier")).toString(), QString::fromStdString(account->integrationID()));
+    EXPECT_FALSE(state.value(QStringLiteral("syncing")).toBool());
+
+    // The identity that the state gives names the project again.
+    ZVIntegrationCenter::shared().setCurrentProject(website);
+    QJsonObject identity = state;
+    for (const char* key : {"running", "clock", "seconds", "task", "syncing"}) identity.remove(QString::fromLatin1(key));
+    service->SetCurrentProject(QString::fromUtf8(QJsonDocument(identity).toJson()));
+    EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), ticket);
+}
+
+TEST_F(ZVDBusServiceTest, SearchGivesTheQuickSearchResultsInTheirOrder) {
+    auto account = addAccount("Acme");
+    addProject(account, "Web shop");
+    addProject(local, "Webinar");
+    const auto expected = ZVProjectQuickSearch::searchAllProjects("web");
+    ASSERT_EQ(expected.size(), 3u);
+
+    const QJsonArray results = QJsonDocument::fromJson(service->Search(QStringLiteral("web")).toUtf8()).array();
+    ASSERT_EQ(results.size(), 3);
+    for (qsizetype i = 0; i < results.size(); ++i)
+        EXPECT_EQ(results[i].toObject().value(QStringLiteral("project")).toString().toStdString(),
+                  expected[static_cast<std::size_t>(i)]->fullProjectPath());
+    EXPECT_TRUE(QJsonDocument::fromJson(service->Search(QStringLiteral("nothing like it")).toUtf8()).array().isEmpty());
+}
+
+TEST_F(ZVDBusServiceTest, SetCurrentProjectTakesAPathInAnySpellingOrRefusesAnUnknownOne) {
+    auto account = addAccount("Acme");
+    auto client = addProject(account, "Client");
+    auto web = addProject(account, "Web", client);
+    addProject(account, "Webinar", client);
+
+    for (const char* path : {"Acme > Client > Web", "acme>client>web", "ACME \u2794 CLIENT \u2794 WEB"}) {
+        ZVIntegrationCenter::shared().setCurrentProject(website);
+        EXPECT_FALSE(service->SetCurrentProject(QString::fromUtf8(path)).isEmpty()) << path;
+        EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), web) << path;
+    }
+    // A part of a path is a search, not a path; a branch is no project to track.
+    for (const char* path : {"Acme > Client > We", "Acme > Client", "{\"accountIdentifier\":\"x\"}"}) {
+        EXPECT_TRUE(service->SetCurrentProject(QString::fromUtf8(path)).isEmpty()) << path;
+        EXPECT_TRUE(service->lastError().startsWith(QStringLiteral("No project matches"))) << path;
+    }
+    EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), web);
+}
+
+TEST_F(ZVDBusServiceTest, SetTaskTextTitlesTheLastRunLikeTypingIntoTheField) {
+    ZVIntegrationCenter::shared().setCurrentProject(website);
+    service->Start();
+    service->Stop();
+    const QJsonObject state = object(service->SetTaskText(QStringLiteral("Review")));
+    EXPECT_EQ(state.value(QStringLiteral("task")).toString(), QStringLiteral("Review"));
+    EXPECT_EQ(taskField().text(), QStringLiteral("Review"));
+    ASSERT_EQ(website->logEntries().size(), 1u);
+    EXPECT_EQ(website->logEntries().front()->text(), "Review");
+
+    // Without any run yet, the text gets a run of the time so far, as the field does.
+    ZVIntegrationCenter::shared().setCurrentProject(billing);
+    service->SetTaskText(QStringLiteral("Invoices"));
+    ASSERT_EQ(billing->logEntries().size(), 1u);
+    EXPECT_EQ(billing->logEntries().front()->text(), "Invoices");
+}
+
+TEST_F(ZVDBusServiceTest, AnnouncesEachChangeOnceAndNothingWhileIdle) {
+    service->Status();
+    settle();
+    EXPECT_TRUE(announced.empty());
+
+    ZVIntegrationCenter::shared().setCurrentProject(website);
+    settle();
+    ASSERT_EQ(announced.size(), 1u);
+    EXPECT_EQ(announced.back().value(QStringLiteral("name")).toString(), QStringLiteral("Website"));
+
+    service->Start();
+    settle();
+    ASSERT_EQ(announced.size(), 2u);
+    EXPECT_TRUE(announced.back().value(QStringLiteral("running")).toBool());
+    EXPECT_TRUE(service->isMinuteUpdateArmed());
+    EXPECT_GT(service->minuteUpdateInterval(), 500);
+    EXPECT_LE(service->minuteUpdateInterval(), 60500);
+
+    // A change of project while running stops and starts the timer: one line.
+    ZVIntegrationCenter::shared().setCurrentProject(billing);
+    settle();
+    ASSERT_EQ(announced.size(), 3u);
+    EXPECT_TRUE(announced.back().value(QStringLiteral("running")).toBool());
+    EXPECT_EQ(announced.back().value(QStringLiteral("name")).toString(), QStringLiteral("Billing"));
+
+    // The clock moving on, and a time change that leaves the state as it was, say nothing.
+    ZVHeartBeat::sharedHeartBeat().setCurrentTime(42);
+    ZVNotificationCenter::shared().post(ZVIntegrationProjectTimeDidChangeNotification, billing);
+    settle();
+    EXPECT_EQ(announced.size(), 3u);
+
+    service->SetTaskText(QStringLiteral("Invoices"));
+    settle();
+    ASSERT_EQ(announced.size(), 4u);
+    EXPECT_EQ(announced.back().value(QStringLiteral("task")).toString(), QStringLiteral("Invoices"));
+
+    service->Stop();
+    settle();
+    ASSERT_EQ(announced.size(), 5u);
+    EXPECT_FALSE(announced.back().value(QStringLiteral("running")).toBool());
+    EXPECT_FALSE(service->isMinuteUpdateArmed());
+
+    ZVNotificationCenter::shared().post(ZVIntegrationCenterSynchronizationDidStartNotification);
+    settle();
+    EXPECT_EQ(announced.size(), 5u) << "a synchronization that is not running is no change";
+}
+
+TEST_F(ZVDBusServiceTest, ExportWritesTheRunsOfTheGivenDaysOrSaysWhatIsWrong) {
+    ZVIntegrationCenter::shared().setCurrentProject(website);
+    taskField().setText(QStringLiteral("Layout"));
+    service->Start();
+    service->Stop();
+    const QString file = QString::fromStdString(home.path()) + QStringLiteral("/log.csv");
+    const QString today = QDate::currentDate().toString(Qt::ISODate);
+    const QString yesterday = QDate::currentDate().addDays(-1).toString(Qt::ISODate);
+
+    EXPECT_FALSE(service->ExportCSV(today, today, file).isEmpty()) << service->lastError().toStdString();
+    QFile written(file);
+    ASSERT_TRUE(written.open(QIODevice::ReadOnly));
+    const QStringList lines = QString::fromUtf8(written.readAll()).split(QStringLiteral("\r\n"), Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), 2);
+    EXPECT_TRUE(lines[0].startsWith(QStringLiteral("Start,Stop,Comment")));
+    EXPECT_TRUE(lines[1].contains(QStringLiteral("Layout"))) << lines[1].toStdString();
+    written.close();
+
+    EXPECT_FALSE(service->ExportCSV(yesterday, yesterday, file).isEmpty());
+    ASSERT_TRUE(written.open(QIODevice::ReadOnly));
+    EXPECT_EQ(QString::fromUtf8(written.readAll()).split(QStringLiteral("\r\n"), Qt::SkipEmptyParts).size(), 1);
+
+    EXPECT_TRUE(service->ExportCSV(QStringLiteral("2024-13-01"), today, file).isEmpty());
+    EXPECT_EQ(service->lastError(), QStringLiteral("\"2024-13-01\" is not a date (YYYY-MM-DD)."));
+    EXPECT_TRUE(service->ExportCSV(today, yesterday, file).isEmpty());
+    EXPECT_TRUE(service->ExportCSV(today, today, QStringLiteral("log.csv")).isEmpty());
+    EXPECT_TRUE(ui.alertMessages().empty());
+
+    // A file that cannot be written gets the log drawer's alert as well.
+    EXPECT_TRUE(service->ExportCSV(today, today, QStringLiteral("/proc/norvo/log.csv")).isEmpty());
+    EXPECT_EQ(ui.alertMessages(), std::vector<std::string>{"The log could not be exported."});
+}
+
+TEST_F(ZVDBusServiceTest, PostAndSynchronizeRefuseLocalProjectsTheWayTheCommandsDo) {
+    ZVIntegrationCenter::shared().setCurrentProject(website);
+    EXPECT_TRUE(service->PostCurrent().isEmpty());
+    EXPECT_EQ(ui.beepCount(), 1) << "the post command beeps for a local project";
+    EXPECT_EQ(service->lastError(), QStringLiteral("The time of local projects is not posted anywhere."));
+    EXPECT_TRUE(service->Synchronize().isEmpty());
+    EXPECT_FALSE(service->lastError().isEmpty());
+
+    ZVIntegrationCenter::shared().setCurrentProject(nullptr);
+    EXPECT_TRUE(service->PostCurrent().isEmpty());
+    EXPECT_EQ(ui.beepCount(), 2);
+    EXPECT_EQ(service->lastError(), QStringLiteral("No project selected."));
+}

@@ -1,5 +1,7 @@
 #include "app/ZVDBusService.h"
 
+#include "ui_elements/ZVQtLocalization.h"
+
 #include <QApplication>
 #include <QDate>
 #include <QDateTime>
@@ -36,7 +38,6 @@ constexpr const char* exportFailedError = "com.tesselwick.Norvo.Error.ExportFail
 constexpr const char* waitingForUserError = "com.tesselwick.Norvo.Error.WaitingForUser";
 
 QString text(const std::string& utf8) { return QString::fromStdString(utf8); }
-QString localized(const char* english) { return text(ZVLocalizedString(english)); }
 
 QString compact(const QJsonObject& object) {
     return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
@@ -214,7 +215,7 @@ bool ZVDBusService::eventFilter(QObject* watched, QEvent* event) {
 QString ZVDBusService::Start() {
     return _run([]() -> std::optional<Failure> {
         if (!ZVHeartBeat::sharedHeartBeat().isBeating()) ZVActionCenter::shared().toggleTimer();
-        if (!ZVHeartBeat::sharedHeartBeat().isBeating()) return Failure{noProjectError, localized("No project selected.")};
+        if (!ZVHeartBeat::sharedHeartBeat().isBeating()) return Failure{noProjectError, ZVLocalizedQString("No project selected.")};
         return std::nullopt;
     });
 }
@@ -231,7 +232,7 @@ QString ZVDBusService::Toggle() {
         const bool wasRunning = ZVHeartBeat::sharedHeartBeat().isBeating();
         ZVActionCenter::shared().toggleTimer();
         if (!wasRunning && !ZVHeartBeat::sharedHeartBeat().isBeating())
-            return Failure{noProjectError, localized("No project selected.")};
+            return Failure{noProjectError, ZVLocalizedQString("No project selected.")};
         return std::nullopt;
     });
 }
@@ -286,7 +287,7 @@ QString ZVDBusService::PostCurrent() {
         const auto project = currentProject();
         const auto integration = project ? project->integration() : nullptr;
         _delegate.postTime();
-        if (!project) return Failure{noProjectError, localized("No project selected.")};
+        if (!project) return Failure{noProjectError, ZVLocalizedQString("No project selected.")};
         if (integration && integration->isLocalAccount())
             return Failure{cannotPostError, QStringLiteral("The time of local projects is not posted anywhere.")};
         return std::nullopt;

@@ -16,9 +16,11 @@ depends=$(dpkg-deb --field "$deb" Depends)
 echo "Depends: $depends"
 # Each library that bin/norvo links must be named by the package of its soname.
 for library in libQt6Widgets.so.6 libQt6Gui.so.6 libQt6Core.so.6 libQt6DBus.so.6 libcurl.so.4 libsecret-1.so.0; do
-  ldd "$build/src/norvo" | grep -q "$library" || { fail "bin/norvo does not link $library"; continue; }
-  package=$(dpkg -S "$(ldd "$build/src/norvo" | awk -v l="$library" '$1 == l {print $3}' | xargs readlink -f)" |
-            cut -d: -f1 | head -1)
+  file=$(ldd "$build/src/norvo" | awk -v l="$library" '$1 == l {print $3}')
+  [ -n "$file" ] || { fail "bin/norvo does not link $library"; continue; }
+  # dpkg knows the merged /usr path of a library, and /lib may be a link to it.
+  package=$( (dpkg -S "$(readlink -f "$file")" 2>/dev/null || dpkg -S "$file" 2>/dev/null || true) | cut -d: -f1 | head -1)
+  [ -n "$package" ] || { fail "no package holds $file"; continue; }
   case ", $depends," in
     *", $package "*|*", $package,"*|*" $package ("*) ;;
     *) fail "Depends lacks $package for $library" ;;

@@ -24,8 +24,7 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_VENDOR Tesselwick)
 set(CPACK_PACKAGE_CONTACT "Tesselwick <norvo@tesselwick.com>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "personal time tracker in the desktop tray")
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "personal time tracker in the desktop tray
-Norvo keeps one timer running against the current project and shows its
+set(CPACK_PACKAGE_DESCRIPTION "Norvo keeps one timer running against the current project and shows its
 clock in the tray of the desktop panel. Projects are local, or come from
 accounts at project-management, issue-tracking, time-tracking and invoicing
 services, to which it posts the tracked time.")

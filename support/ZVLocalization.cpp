@@ -15,6 +15,9 @@
 #define NORVO_LOCALE_DIR "/usr/share/locale"
 #endif
 
+// The gettext manual's way to tell it that the language has changed.
+extern "C" int _nl_msg_cat_cntr;
+
 namespace {
 
 constexpr const char* textDomain = "norvo";
@@ -44,6 +47,9 @@ std::string formatted(const std::string& format, std::initializer_list<std::stri
 void ZVPrepareLocalization() {
     bindOnce();
     useLanguageVariableUnderTheCLocale();
+    // gettext keeps the texts it found under the locale's name, not under
+    // LANGUAGE; its counter of catalog changes makes it look them up afresh.
+    ++_nl_msg_cat_cntr;
 }
 
 std::string ZVLocalizationDirectory() {

@@ -24,7 +24,8 @@ constexpr const char* ZVLocalizable(const char* english) { return english; }
 
 /// Binds the catalogs and lets LANGUAGE choose the language under the plain
 /// C locale as well. The first localized text does this by itself; a
-/// program calls it again after its toolkit has set the process's locale.
+/// program calls it again after its toolkit has set the process's locale,
+/// and after a change of LANGUAGE.
 void ZVPrepareLocalization();
 
 /// The folder of the catalogs: <folder>/<language>/LC_MESSAGES/norvo.mo.

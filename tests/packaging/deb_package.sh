@@ -27,8 +27,9 @@ for library in libQt6Widgets.so.6 libQt6Gui.so.6 libQt6Core.so.6 libQt6DBus.so.6
   esac
 done
 case $depends in *libqt6svg6*) ;; *) fail "Depends lacks Qt's SVG plugin (libqt6svg6)" ;; esac
-dpkg-deb --contents "$deb" | grep -q './usr/bin/norvo$' || fail "the package has no /usr/bin/norvo"
-dpkg-deb --contents "$deb" | grep -q './usr/share/applications/com.tesselwick.Norvo.desktop$' ||
+contents=$(dpkg-deb --contents "$deb")
+grep -q './usr/bin/norvo$' <<<"$contents" || fail "the package has no /usr/bin/norvo"
+grep -q './usr/share/applications/com.tesselwick.Norvo.desktop$' <<<"$contents" ||
   fail "the package has no desktop entry"
 
 if command -v lintian >/dev/null; then

@@ -50,7 +50,8 @@ newest=$(grep -o '<release version="[^"]*"' "$meta" | head -1 | cut -d'"' -f2)
 [ "$newest" = "$version" ] || fail "newest release in the metainfo is $newest, the program is $version"
 
 # The catalog is a compiled German catalog with the menu titles.
-msgunfmt "$share/locale/de/LC_MESSAGES/norvo.mo" | grep -q '^msgstr "Timer starten"' ||
+catalog=$(msgunfmt "$share/locale/de/LC_MESSAGES/norvo.mo")
+grep -q '^msgstr "Timer starten"' <<<"$catalog" ||
   fail "the installed German catalog lacks the menu titles"
 
 # Nothing installed may point back into the source or build tree.

@@ -2,12 +2,13 @@
 
 #include <QCheckBox>
 #include <QCoreApplication>
+#include <QIcon>
 #include <QImage>
-#include <QPalette>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <optional>
+#include <stdexcept>
 
 #include "IgnoredCommands.h"
 #include "ShellTestEnvironment.h"
@@ -32,7 +33,8 @@ public:
         if (const char* old = std::getenv(name)) _old = old;
         setenv(name, value.c_str(), 1);
     }
-    ~ScopedVariable() {
+    ~ScopedVariable() { restore(); }
+    void restore() {
         if (_old) setenv(_name, _old->c_str(), 1);
         else unsetenv(_name);
     }
@@ -137,7 +139,11 @@ protected:
         ZVPrepareLocalization();
         ZVMenuManager::shared().setCommands(this);
     }
-    ~ZVGermanCatalogTest() override { ZVMenuManager::shared().setCommands(nullptr); }
+    ~ZVGermanCatalogTest() override {
+        ZVMenuManager::shared().setCommands(nullptr);
+        language.restore();
+        ZVPrepareLocalization();
+    }
 
     ScopedVariable language;
     ScriptedUserInterface ui;
@@ -164,7 +170,7 @@ TEST_F(ZVGermanCatalogTest, TheActionMenuSpeaksGerman) {
 TEST_F(ZVGermanCatalogTest, AlertsFillTheirPlaceholdersInTheGermanText) {
     auto local = ZVNorvoIntegration::sharedIntegration();
     auto project = addProject(local, "Website");
-    auto menu = local->integrationMenu(nullptr, project, true);
+    auto menu = local->integrationMenu(nullptr, nullptr, true);
     ZVMenuItem* remove = menu->itemWithTitle("„Website“ entfernen …");
     ASSERT_NE(remove, nullptr);
     ui.answerWith("Abbrechen");
@@ -196,6 +202,14 @@ TEST_F(ZVGermanCatalogTest, CountsTakeTheGermanSingularAndPlural) {
 
 TEST_F(ShellFixture, EnglishKeepsItsOwnPluralWordsWithoutACatalog) {
     ScopedVariable language("LANGUAGE", "en");
+    ZVPrepareLocalization();
+    struct Restore {
+        ScopedVariable& variable;
+        ~Restore() {
+            variable.restore();
+            ZVPrepareLocalization();
+        }
+    } restoreAfterwards{language};
     auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
     project->setTimeWithoutSaving(61);
     EXPECT_EQ(project->totalTimeString(), "1 MINUTES 1 SECONDS");

@@ -4,6 +4,7 @@
 #   scripts/deps.sh build   - what building and running the program needs
 #   scripts/deps.sh test    - the above plus what the test suite needs
 #   scripts/deps.sh fuzz    - the above plus clang and libFuzzer for fuzz/run.sh
+#   scripts/deps.sh package - what building and checking the Debian package needs
 set -euo pipefail
 what=${1:-build}
 
@@ -18,6 +19,7 @@ build_pkgs=(
   qt6-base-dev             # the desktop shell (Widgets, D-Bus)
   libx11-dev libxss-dev    # global hot keys and input idle time on X11
   gettext                  # translations, English text as the message id
+  libqt6svg6               # Qt draws the SVG icons of the tray and the window
 )
 test_pkgs=(
   libgtest-dev libgmock-dev  # unit tests
@@ -28,13 +30,19 @@ test_pkgs=(
   libplist-utils           # plistutil reads the database file as an independent reader
   trayer xdotool imagemagick  # the end-to-end test: a tray host, clicks, screenshots
 )
+package_pkgs=(
+  desktop-file-utils appstream  # validators of the desktop entry and the AppStream data
+  dpkg-dev file lintian    # CPack's dependency lookup (dpkg-shlibdeps) and the package check
+)
 fuzz_pkgs=(
   clang libclang-rt-14-dev # libFuzzer and the sanitizer runtimes, only for the fuzz step
 )
 
 pkgs=("${build_pkgs[@]}")
-[ "$what" = test ] && pkgs+=("${test_pkgs[@]}")
-[ "$what" = fuzz ] && pkgs+=("${test_pkgs[@]}" "${fuzz_pkgs[@]}")
+# The test suite installs into a temporary prefix and builds the package.
+[ "$what" = test ] && pkgs+=("${test_pkgs[@]}" "${package_pkgs[@]}")
+[ "$what" = fuzz ] && pkgs+=("${test_pkgs[@]}" "${package_pkgs[@]}" "${fuzz_pkgs[@]}")
+[ "$what" = package ] && pkgs+=("${package_pkgs[@]}")
 
 missing=()
 for p in "${pkgs[@]}"; do

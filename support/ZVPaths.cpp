@@ -74,6 +74,19 @@ std::string dataDirectory() { return applicationDirectory("XDG_DATA_HOME", ".loc
 std::string configDirectory() { return applicationDirectory("XDG_CONFIG_HOME", ".config"); }
 std::string cacheDirectory() { return applicationDirectory("XDG_CACHE_HOME", ".cache"); }
 
+std::string sharedDataDirectoryForExecutable(const std::string& executablePath) {
+    return (std::filesystem::path(executablePath).parent_path().parent_path() / "share").string();
+}
+
+std::string sharedDataDirectory() {
+    static const std::string directory = [] {
+        std::error_code error;
+        const auto executable = std::filesystem::read_symlink("/proc/self/exe", error);
+        return error ? std::string("/usr/share") : sharedDataDirectoryForExecutable(executable.string());
+    }();
+    return directory;
+}
+
 bool writeFileAtomically(const std::string& path, const std::string& bytes) { return writeAtomically(path, bytes, -1); }
 
 bool writeFileAtomically(const std::string& path, const std::string& bytes, unsigned permissions) {

@@ -16,6 +16,13 @@ std::string configDirectory();
 /// $XDG_CACHE_HOME/com.tesselwick.norvo (default ~/.cache/...), created on demand.
 std::string cacheDirectory();
 
+/// The share folder of the installation that the running program belongs
+/// to: <prefix>/share for <prefix>/bin/norvo. The build tree mirrors that
+/// layout, so a program run from it finds the build's catalogs and icons.
+std::string sharedDataDirectory();
+/// The same for a given program file.
+std::string sharedDataDirectoryForExecutable(const std::string& executablePath);
+
 /// Writes the bytes to a temporary file beside `path`, fsyncs it, renames it
 /// over `path` and fsyncs the folder. Either the old or the new content is on
 /// disk at any moment. Returns false on failure, leaving the old file.

@@ -141,10 +141,10 @@ std::shared_ptr<ZVMenu> ZVMenuManager::actionMenu() const {
         bool alternate;
     };
     const TimeChange changes[] = {
-        {"Move Time to Project...", ZVTimeAction::move, ZVTimeActionDirection::fromCurrentProject, false},
-        {"Move Time From Project...", ZVTimeAction::move, ZVTimeActionDirection::toCurrentProject, true},
-        {"Copy Time to Project...", ZVTimeAction::copy, ZVTimeActionDirection::fromCurrentProject, false},
-        {"Copy Time From Project...", ZVTimeAction::copy, ZVTimeActionDirection::toCurrentProject, true},
+        {ZVLocalizable("Move Time to Project..."), ZVTimeAction::move, ZVTimeActionDirection::fromCurrentProject, false},
+        {ZVLocalizable("Move Time From Project..."), ZVTimeAction::move, ZVTimeActionDirection::toCurrentProject, true},
+        {ZVLocalizable("Copy Time to Project..."), ZVTimeAction::copy, ZVTimeActionDirection::fromCurrentProject, false},
+        {ZVLocalizable("Copy Time From Project..."), ZVTimeAction::copy, ZVTimeActionDirection::toCurrentProject, true},
     };
     for (const TimeChange& change : changes) {
         auto item = commandItem(L(change.title), "changeTime", [&actions, change] {

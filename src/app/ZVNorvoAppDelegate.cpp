@@ -290,8 +290,8 @@ QString ZVNorvoAppDelegate::hotKeyRefusal(const ZVKeyCombo& combo, const QString
         ZVKeyCombo combo;
         const char* title;
     };
-    const MenuShortcut menuShortcuts[] = {{{Qt::Key_Q, Qt::ControlModifier}, "Quit Norvo"},
-                                          {{Qt::Key_Comma, Qt::ControlModifier}, "Preferences..."}};
+    const MenuShortcut menuShortcuts[] = {{{Qt::Key_Q, Qt::ControlModifier}, ZVLocalizable("Quit Norvo")},
+                                          {{Qt::Key_Comma, Qt::ControlModifier}, ZVLocalizable("Preferences...")}};
     for (const MenuShortcut& shortcut : menuShortcuts) {
         if (shortcut.combo == combo)
             return QString::fromStdString(

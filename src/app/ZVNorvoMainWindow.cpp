@@ -90,7 +90,7 @@ ZVNorvoMainWindow::ZVNorvoMainWindow(ZVApplicationCommands& commands, QWidget* p
     drawerLayout->setContentsMargins(0, 0, 0, 0);
     auto* periods = new QHBoxLayout();
     _periodGroup = new QButtonGroup(this);
-    const char* periodTitles[] = {"30 Days", "7 Days", "Today"};
+    const char* periodTitles[] = {ZVLocalizable("30 Days"), ZVLocalizable("7 Days"), ZVLocalizable("Today")};
     for (int segment = 0; segment < 3; ++segment) {
         auto* button = new QToolButton(_logDrawer);
         button->setText(ZVLocalizedQString(periodTitles[segment]));

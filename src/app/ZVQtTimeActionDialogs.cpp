@@ -141,7 +141,8 @@ void ZVQtTimeActionDialogs::runTimeRounding(ZVTimeRounder& rounder) {
     auto* duration = new QComboBox();
     duration->setObjectName(QStringLiteral("durationPopUp"));
     for (std::uint64_t seconds : ZVTimeRounder::durations)
-        duration->addItem(QString::fromStdString(ZVLocalizedFormat("%@ minutes", {std::to_string(seconds / 60)})));
+        duration->addItem(QString::fromStdString(
+            ZVLocalizedPluralFormat("%@ minute", "%@ minutes", seconds / 60, {std::to_string(seconds / 60)})));
     auto* form = new QFormLayout();
     form->addRow(ZVLocalizedQString("Round:"), direction);
     form->addRow(ZVLocalizedQString("To a multiple of:"), duration);

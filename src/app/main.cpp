@@ -3,6 +3,8 @@
 #include <QTimer>
 
 #include "ZVApplicationState.h"
+#include "ZVLocalization.h"
+#include "ZVPaths.h"
 #include "app/ZVDBusService.h"
 #include "app/ZVDesktopLedgrinEnvironment.h"
 #include "app/ZVNorvoAppDelegate.h"
@@ -25,7 +27,15 @@ int main(int argc, char** argv) {
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Norvo"));
     QApplication::setApplicationVersion(QStringLiteral(NORVO_VERSION));
-    QApplication::setDesktopFileName(QStringLiteral("com.tesselwick.norvo"));
+    QApplication::setDesktopFileName(QStringLiteral("com.tesselwick.Norvo"));
+    // The icons ship in share/icons beside the program's bin folder, which
+    // need not be one of the desktop's data folders.
+    const QString share = QString::fromStdString(ZVPaths::sharedDataDirectory());
+    QIcon::setThemeSearchPaths(QStringList{share + QStringLiteral("/icons")} + QIcon::themeSearchPaths());
+    QApplication::setWindowIcon(QIcon::fromTheme(
+        QStringLiteral("com.tesselwick.Norvo"),
+        QIcon(share + QStringLiteral("/icons/hicolor/scalable/apps/com.tesselwick.Norvo.svg"))));
+    ZVPrepareLocalization();
     // The tray icon stays when the window closes; quitting is a command.
     QApplication::setQuitOnLastWindowClosed(false);
 

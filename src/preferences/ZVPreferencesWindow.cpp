@@ -3,6 +3,7 @@
 #include "ui_elements/ZVQtLocalization.h"
 
 #include <QCheckBox>
+#include <QCoreApplication>
 #include <QComboBox>
 #include <QFormLayout>
 #include <QLabel>
@@ -16,6 +17,7 @@
 #include "app/ZVKeyboardShortcutManager.h"
 #include "core/ledgrin/ZVLedgrinIntegration.h"
 #include "core/ui/ZVUserInterface.h"
+#include "preferences/ZVLaunchAtLogin.h"
 #include "preferences/ZVNorvoPreferences.h"
 #include "ui_elements/ZVShortcutRecorder.h"
 
@@ -45,6 +47,7 @@ ZVPreferencesWindow::ZVPreferencesWindow(Hooks hooks, QWidget* parent) : QDialog
 QWidget* ZVPreferencesWindow::_makeGeneralPane() {
     auto* pane = new QWidget();
     auto* layout = new QVBoxLayout(pane);
+    _startAtLoginButton = checkBox("Start Norvo at login", "startAtLoginButton");
     _showSecondsButton = checkBox("Show seconds in the status item", "showSecondsButton");
     _useMonochromeColorsButton = checkBox("Use monochrome colors", "useMonochromeColorsButton");
     _showIconInDockButton = checkBox("Show Norvo in the taskbar", "showIconInDockButton");
@@ -63,12 +66,14 @@ QWidget* ZVPreferencesWindow::_makeGeneralPane() {
     _timeRoundingDurationPopUpButton = new QComboBox();
     for (int minutes : roundingMinutes)
         _timeRoundingDurationPopUpButton->addItem(
-            QString::fromStdString(ZVLocalizedFormat("%@ minutes", {std::to_string(minutes)})), minutes);
+            QString::fromStdString(ZVLocalizedPluralFormat("%@ minute", "%@ minutes", static_cast<unsigned long>(minutes),
+                                                           {std::to_string(minutes)})),
+            minutes);
     rounding->addRow(ZVLocalizedQString("Direction:"), _timeRoundingDirectionPopUpButton);
     rounding->addRow(ZVLocalizedQString("To a multiple of:"), _timeRoundingDurationPopUpButton);
 
     for (QWidget* widget : std::initializer_list<QWidget*>{
-             _showSecondsButton, _useMonochromeColorsButton, _showIconInDockButton, _keepMainWindowAtopButton,
+             _startAtLoginButton, _showSecondsButton, _useMonochromeColorsButton, _showIconInDockButton, _keepMainWindowAtopButton,
              _playPrintSoundButton, _confirmPostingMessage, _showPostingConfirmation, _resetTimerAfterPostingButton,
              _automaticallyRoundTimeButton, _automaticRoundingContainer})
         layout->addWidget(widget);
@@ -84,6 +89,16 @@ QWidget* ZVPreferencesWindow::_makeGeneralPane() {
         if (_loading) return;
         ZVPreferences::shared().perform([on](ZVPreferences& s) { ZVNorvoPreferences(s).setUsesMonochromeColors(on); });
         if (_hooks.statusItemChanged) _hooks.statusItemChanged();
+    });
+    connect(_startAtLoginButton, &QCheckBox::toggled, this, [this](bool on) {
+        if (_loading) return;
+        // The autostart file is the setting: it is written at once, and a
+        // failed write leaves the box showing what the desktop will do.
+        if (!ZVLaunchAtLogin::setEnabled(on, QCoreApplication::applicationFilePath().toStdString())) {
+            _loading = true;
+            _startAtLoginButton->setChecked(ZVLaunchAtLogin::isEnabled());
+            _loading = false;
+        }
     });
     connect(_showIconInDockButton, &QCheckBox::toggled, this, [this] {
         if (!_loading) _toggleDockIcon();
@@ -101,8 +116,9 @@ QWidget* ZVPreferencesWindow::_makeShortcutsPane() {
         layout->addWidget(notice);
     }
     auto* form = new QFormLayout();
-    const char* titles[] = {"Start or stop the timer:", "Quick search:", "Post time:", "Show current project:",
-                            "Synchronize now:"};
+    const char* titles[] = {ZVLocalizable("Start or stop the timer:"), ZVLocalizable("Quick search:"),
+                            ZVLocalizable("Post time:"), ZVLocalizable("Show current project:"),
+                            ZVLocalizable("Synchronize now:")};
     for (int i = 0; i < 5; ++i) {
         auto* recorder = new ZVShortcutRecorder();
         const QString name = QString::fromUtf8(ZVKeyboardShortcutManager::definitions[static_cast<std::size_t>(i)].autosaveName);
@@ -156,6 +172,7 @@ QWidget* ZVPreferencesWindow::_makeAdvancedPane() {
 void ZVPreferencesWindow::loadPreferences() {
     _loading = true;
     const ZVNorvoPreferences p = ZVNorvoPreferences::shared();
+    _startAtLoginButton->setChecked(ZVLaunchAtLogin::isEnabled());
     _showSecondsButton->setChecked(p.displaysSecondsInMenuBar());
     _playPrintSoundButton->setChecked(p.playsPrintSoundWhenShowingLog());
     _showIconInDockButton->setChecked(p.showDockIcon());

@@ -57,6 +57,7 @@ private:
     QTabWidget* _tabs = nullptr;
     bool _loading = false;
     // General
+    QCheckBox* _startAtLoginButton = nullptr;
     QCheckBox* _showSecondsButton = nullptr;
     QCheckBox* _playPrintSoundButton = nullptr;
     QCheckBox* _showIconInDockButton = nullptr;

@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QCursor>
+#include <QIcon>
 #include <QMenu>
 #include <QPixmap>
 #include <QScreen>
@@ -10,6 +11,7 @@
 #include <algorithm>
 
 #include "ZVLocalization.h"
+#include "ZVPaths.h"
 #include "app/ZVMenuManager.h"
 #include "app/ZVTimerViewController.h"
 #include "core/actions/ZVActionCenter.h"
@@ -56,8 +58,35 @@ ZVStatusItemController::ZVStatusItemController(ZVApplicationCommands& commands, 
                                                       [this](const ZVNotification&) { _redraw(); }));
     if (auto* center = ZVIntegrationCenter::sharedIfExists(); center && center->synchronizationIsInProgress())
         _placeSyncingIndicator();
+    // A desktop that switches between light and dark panels changes the
+    // application's palette.
+    qApp->installEventFilter(this);
     updateItemWidth();
     _statusItem->show();
+}
+
+bool ZVStatusItemController::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == qApp && event->type() == QEvent::ApplicationPaletteChange) _redraw();
+    return QObject::eventFilter(watched, event);
+}
+
+QString ZVStatusItemController::stateIconName(bool beating, bool syncing, bool darkPanel) {
+    const QString state = syncing ? QStringLiteral("syncing") : beating ? QStringLiteral("running") : QStringLiteral("stopped");
+    return QStringLiteral("com.tesselwick.Norvo-") + state + (darkPanel ? QStringLiteral("-dark") : QString());
+}
+
+bool ZVStatusItemController::panelIsDark() {
+    return QGuiApplication::palette().color(QPalette::Window).lightnessF() < 0.5;
+}
+
+QIcon ZVStatusItemController::trayIcon(const ZVStatusItemView& view, bool darkPanel) {
+    QIcon icon(QPixmap::fromImage(view.render()));
+    const QString name = stateIconName(view.isBeating(), view.isSpinning(), darkPanel);
+    const QString shipped = QString::fromStdString(ZVPaths::sharedDataDirectory()) +
+                            QStringLiteral("/icons/hicolor/scalable/status/") + name + QStringLiteral(".svg");
+    const QPixmap small = QIcon::fromTheme(name, QIcon(shipped)).pixmap(16, 16);
+    if (!small.isNull()) icon.addPixmap(small);
+    return icon;
 }
 
 ZVStatusItemController::~ZVStatusItemController() {
@@ -97,9 +126,10 @@ void ZVStatusItemController::_redraw() {
     // The clock ticks twice a second; with seconds hidden the picture
     // changes once a minute. Handing the tray an unchanged icon would make
     // it redraw for nothing, so only a changed picture is sent.
-    const QString appearance = _view.appearanceKey();
+    const bool darkPanel = panelIsDark();
+    const QString appearance = _view.appearanceKey() + (darkPanel ? QStringLiteral("|dark") : QStringLiteral("|light"));
     if (appearance != _shownAppearance) {
-        _statusItem->setIcon(QIcon(QPixmap::fromImage(_view.render())));
+        _statusItem->setIcon(trayIcon(_view, darkPanel));
         _shownAppearance = appearance;
     }
     const QString toolTip = _view.displayedTimeString() + QStringLiteral(" \u2014 ") + toolTipText();

@@ -10,6 +10,8 @@
 #include "core/notifications/ZVNotificationCenter.h"
 #include "ui_elements/ZVStatusItemView.h"
 
+class QEvent;
+class QIcon;
 class QMenu;
 class QTimer;
 class QWidget;
@@ -46,6 +48,18 @@ public:
 
     /// The tool tip: the current project's path, or "No Project".
     static QString toolTipText();
+
+    /// The themed icon of a state ("com.tesselwick.Norvo-running", ...),
+    /// with the "-dark" variant of light marks for a dark panel.
+    static QString stateIconName(bool beating, bool syncing, bool darkPanel);
+    /// The tray's icon: the live clock, and for the smallest trays, where
+    /// the clock cannot be read, the themed icon of the state.
+    static QIcon trayIcon(const ZVStatusItemView& view, bool darkPanel);
+    /// Whether the panel is dark, as far as the desktop's palette tells.
+    static bool panelIsDark();
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     void _activated(QSystemTrayIcon::ActivationReason reason);

@@ -26,6 +26,7 @@ public:
                QLatin1Char('|') + QString::number(_spinnerPhase);
     }
     bool isSpinning() const { return _spinnerPhase >= 0; }
+    bool isBeating() const { return _beating; }
     int spinnerPhase() const { return _spinnerPhase; }
 
     /// The text as the item shows it: without seconds "01:02:03" reads "01:02";

@@ -116,4 +116,15 @@ TEST(ZVLocalizationTests, formatSubstitutesInOrder) {
     for (const auto& c : cases) EXPECT_EQ(ZVLocalizedFormat(c.format, c.args), c.expected) << c.format;
 }
 
+TEST(ZVLocalizationTests, catalogsLieInTheShareFolderBesideTheProgramsBinFolder) {
+    EXPECT_EQ(ZVPaths::sharedDataDirectoryForExecutable("/usr/bin/norvo"), "/usr/share");
+    EXPECT_EQ(ZVPaths::sharedDataDirectoryForExecutable("/opt/norvo/bin/norvo"), "/opt/norvo/share");
+    EXPECT_EQ(ZVPaths::sharedDataDirectoryForExecutable("/home/me/norvo/build/src/norvo"), "/home/me/norvo/build/share")
+        << "the build tree mirrors an installation";
+    setenv("NORVO_LOCALE_DIR", "/tmp/catalogs", 1);
+    EXPECT_EQ(ZVLocalizationDirectory(), "/tmp/catalogs");
+    unsetenv("NORVO_LOCALE_DIR");
+    EXPECT_NE(ZVLocalizationDirectory(), "/tmp/catalogs");
+}
+
 }  // namespace

@@ -110,11 +110,16 @@ void ZVIdleTimeHandler::_handleIdleTime() {
     auto& ui = ZVUserInterface::shared();
     ui.activateApplication();
     ZVAlert alert;
-    alert.messageText = ZVLocalizedFormat(
+    // The English texts keep "minutes" for one minute as well.
+    const auto thresholdMinutes = wholeSeconds(_idleTimeThreshold() / 60);
+    alert.messageText = ZVLocalizedPluralFormat(
         "Your computer has been idle for more than %i minutes. Would you like to move the timer back the idle time?",
-        {std::to_string(wholeSeconds(_idleTimeThreshold() / 60))});
+        "Your computer has been idle for more than %i minutes. Would you like to move the timer back the idle time?",
+        static_cast<unsigned long>(thresholdMinutes), {std::to_string(thresholdMinutes)});
+    const auto idleMinutes = wholeSeconds(idle / 60);
     alert.informativeText =
-        ZVLocalizedFormat("Your computer has been idle for %i minutes.", {std::to_string(wholeSeconds(idle / 60))});
+        ZVLocalizedPluralFormat("Your computer has been idle for %i minutes.", "Your computer has been idle for %i minutes.",
+                                static_cast<unsigned long>(idleMinutes), {std::to_string(idleMinutes)});
     alert.buttons = {ZVLocalizedString("Move Timer Back"), ZVLocalizedString("Keep Time")};
     alert.ignoresKeyPressesAtFirst = true;
     if (ui.runModal(alert).buttonIndex == 0) {

@@ -37,7 +37,7 @@ ZVTimeMover::ZVTimeMover(ZVTimeAction action, ZVTimeActionDirection direction)
     : _action(action), _direction(direction) {}
 
 std::string ZVTimeMover::confirmButtonTitle() const {
-    return ZVLocalizedString(_action == ZVTimeAction::copy ? "Copy" : "Move");
+    return _action == ZVTimeAction::copy ? ZVLocalizedString("Copy") : ZVLocalizedString("Move");
 }
 
 std::string ZVTimeMover::projectPopUpTitle() const {

@@ -6,6 +6,7 @@
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
+#include "ZVLocalization.h"
 #include "ZVLog.h"
 
 // Service classes, one include each, in the order of the table.
@@ -22,24 +23,24 @@ using SSL = ZVSSLSupport;
 // empty title may be posted. The identifiers and names stay as they are:
 // stored data and the key store depend on them.
 const std::vector<ZVIntegrationServiceInfo> serviceTable = {
-    {"Norvo.ZVActiveCollab5Integration", "com.ostrand.norvo.activecollab5", "ActiveCollab 5", Auth::usernamePassword, SSL::optional, false, "Email", "ActiveCollab5", true},
+    {"Norvo.ZVActiveCollab5Integration", "com.ostrand.norvo.activecollab5", "ActiveCollab 5", Auth::usernamePassword, SSL::optional, false, ZVLocalizable("Email"), "ActiveCollab5", true},
     {"Norvo.ZVActiveCollabIntegration", "com.tesselwick.norvo.activecollab", "ActiveCollab", Auth::apiToken, SSL::optional, false, nullptr, "ActiveCollab", true},
     {"Norvo.ZVApolloIntegration", "com.tesselwick.norvo.apollo", "Apollo", Auth::apiToken, SSL::mandatory, true, nullptr, nullptr, true},
     {"Norvo.ZVAssemblaIntegration", "com.tesselwick.norvo.assembla", "Assembla", Auth::usernamePassword, SSL::mandatory, true, nullptr, "Assembla", true},
     {"Norvo.ZVAtTaskIntegration", "com.tesselwick.norvo.attask", "AtTask", Auth::usernamePassword, SSL::optional, false, nullptr, "AtTask", true},
-    {"Norvo.ZVBigTimeIntegration", "com.ostrand.norvo.bigtime", "BigTime", Auth::usernamePassword, SSL::mandatory, true, "Email", nullptr, true},
+    {"Norvo.ZVBigTimeIntegration", "com.ostrand.norvo.bigtime", "BigTime", Auth::usernamePassword, SSL::mandatory, true, ZVLocalizable("Email"), nullptr, true},
     {"Norvo.ZVBlinksaleIntegration", "com.tesselwick.norvo.blinksale", "Blinksale", Auth::usernamePassword, SSL::optional, false, nullptr, "Blinksale", true},
-    {"Norvo.ZVCashboardIntegration", "com.tesselwick.norvo.cashboard", "Cashboard", Auth::usernamePassword, SSL::optional, false, "Email", nullptr, true},
+    {"Norvo.ZVCashboardIntegration", "com.tesselwick.norvo.cashboard", "Cashboard", Auth::usernamePassword, SSL::optional, false, ZVLocalizable("Email"), nullptr, true},
     {"Norvo.ZVCeloxisIntegration", "com.tesselwick.norvo.celoxis", "Celoxis", Auth::usernamePassword, SSL::mandatory, false, nullptr, nullptr, true},
     {"Norvo.ZVCodebaseIntegration", "com.tesselwick.norvo.codebase", "Codebase", Auth::usernameAPIToken, SSL::optional, false, nullptr, "CodebaseHQ", true},
-    {"Norvo.ZVDingIntegration", "com.tesselwick.norvo.ding", "Ding", Auth::usernamePassword, SSL::mandatory, true, "Email", nullptr, true},
+    {"Norvo.ZVDingIntegration", "com.tesselwick.norvo.ding", "Ding", Auth::usernamePassword, SSL::mandatory, true, ZVLocalizable("Email"), nullptr, true},
     {"Norvo.ZVfixxIntegration", "com.tesselwick.norvo.fixx", "fixx", Auth::usernamePassword, SSL::none, false, nullptr, nullptr, true},
-    {"Norvo.ZVFogBugzIntegration", "com.tesselwick.norvo.fogbugz", "FogBugz", Auth::usernamePassword, SSL::mandatory, false, "Email", nullptr, true},
-    {"Norvo.ZVFreckleIntegration", "com.tesselwick.norvo.freckle", "Freckle", Auth::usernameAPIToken, SSL::optional, false, "Email", nullptr, true},
+    {"Norvo.ZVFogBugzIntegration", "com.tesselwick.norvo.fogbugz", "FogBugz", Auth::usernamePassword, SSL::mandatory, false, ZVLocalizable("Email"), nullptr, true},
+    {"Norvo.ZVFreckleIntegration", "com.tesselwick.norvo.freckle", "Freckle", Auth::usernameAPIToken, SSL::optional, false, ZVLocalizable("Email"), nullptr, true},
     {"Norvo.ZVFreeAgentIntegration", "com.tesselwick.norvo.freeagent", "FreeAgent", Auth::oAuth2, SSL::mandatory, true, nullptr, "FreeAgent", true},
     {"Norvo.ZVFreshBooksIntegration", "com.tesselwick.norvo.freshbooks", "FreshBooks", Auth::apiToken, SSL::mandatory, false, nullptr, nullptr, true},
     {"Norvo.ZVGenericAddressBasedIntegration", "com.tesselwick.norvo.generic", "Generic", Auth::usernamePassword, SSL::optional, false, nullptr, "Generic", true},
-    {"Norvo.ZVHarvestIntegration", "com.tesselwick.norvo.harvest", "Harvest", Auth::usernamePassword, SSL::mandatory, false, "Email", nullptr, true},
+    {"Norvo.ZVHarvestIntegration", "com.tesselwick.norvo.harvest", "Harvest", Auth::usernamePassword, SSL::mandatory, false, ZVLocalizable("Email"), nullptr, true},
     {"Norvo.ZVIntervalsIntegration", "com.tesselwick.norvo.intervals", "Intervals", Auth::apiToken, SSL::mandatory, true, nullptr, "Intervals", true},
     {"Norvo.ZVInvoiceMachineIntegration", "com.tesselwick.norvo.invoicemachine", "Invoice Machine", Auth::apiToken, SSL::none, false, nullptr, "Blinksale", true},
     {"Norvo.ZVInvoiceraIntegration", "com.tesselwick.norvo.invoicera", "Invoicera", Auth::apiToken, SSL::mandatory, false, nullptr, nullptr, true},
@@ -47,8 +48,8 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
     {"Norvo.ZVKashflowIntegration", "com.tesselwick.norvo.kashflow", "KashFlow", Auth::usernamePassword, SSL::mandatory, true, nullptr, "Kashflow", true},
     {"Norvo.ZVKimaiDownloader", "com.ostrand.norvo.kimai", "Kimai", Auth::usernamePassword, SSL::optional, false, nullptr, nullptr, true},
     {"Norvo.ZVLessAccountingIntegration", "com.tesselwick.norvo.lessaccounting", "LessAccounting", Auth::apiToken, SSL::mandatory, false, nullptr, "Blinksale", true},
-    {"Norvo.ZVLiquidPlannerIntegration", "com.tesselwick.norvo.liquidplanner", "LiquidPlanner", Auth::usernamePassword, SSL::mandatory, true, "Email", nullptr, false},
-    {"Norvo.ZVMavenlinkIntegration", "com.tesselwick.norvo.mavenlink", "Mavenlink", Auth::oAuth2, SSL::mandatory, true, "User ID", nullptr, true},
+    {"Norvo.ZVLiquidPlannerIntegration", "com.tesselwick.norvo.liquidplanner", "LiquidPlanner", Auth::usernamePassword, SSL::mandatory, true, ZVLocalizable("Email"), nullptr, false},
+    {"Norvo.ZVMavenlinkIntegration", "com.tesselwick.norvo.mavenlink", "Mavenlink", Auth::oAuth2, SSL::mandatory, true, ZVLocalizable("User ID"), nullptr, true},
     {"Norvo.ZVMinuteDockIntegration", "com.tesselwick.norvo.minutedock", "MinuteDock", Auth::apiToken, SSL::mandatory, true, nullptr, "MinuteDock", true},
     {"Norvo.ZVMiteIntegration", "com.tesselwick.norvo.mite", "Mite", Auth::apiToken, SSL::optional, false, nullptr, nullptr, true},
     {"Norvo.ZVNozbeIntegration", "com.tesselwick.norvo.nozbe", "Nozbe", Auth::apiToken, SSL::none, true, nullptr, nullptr, true},
@@ -61,17 +62,17 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
     {"Norvo.ZVSUBERNOVAIntegration", "com.tesselwick.norvo.subernova", "SUBERNOVA", Auth::apiToken, SSL::mandatory, true, nullptr, nullptr, true},
     {"Norvo.ZVTargetProcessIntegration", "com.tesselwick.norvo.targetprocess", "TargetProcess", Auth::usernamePassword, SSL::optional, false, nullptr, nullptr, true},
     {"Norvo.ZVTeamboxIntegration", "com.tesselwick.norvo.teambox", "Redbooth", Auth::oAuth2, SSL::mandatory, false, nullptr, nullptr, true},
-    {"Norvo.ZVTeamLabIntegration", "com.tesselwick.norvo.teamlab", "TeamLab", Auth::usernamePassword, SSL::mandatory, false, "Email", nullptr, true},
+    {"Norvo.ZVTeamLabIntegration", "com.tesselwick.norvo.teamlab", "TeamLab", Auth::usernamePassword, SSL::mandatory, false, ZVLocalizable("Email"), nullptr, true},
     {"Norvo.ZVTeamworkPMIntegration", "com.tesselwick.norvo.teamworkpm", "TeamworkPM", Auth::apiToken, SSL::optional, false, nullptr, "TeamworkPM", true},
-    {"Norvo.ZVTickIntegration", "com.tesselwick.norvo.tick", "Tick", Auth::usernamePassword, SSL::mandatory, false, "Email", nullptr, true},
+    {"Norvo.ZVTickIntegration", "com.tesselwick.norvo.tick", "Tick", Auth::usernamePassword, SSL::mandatory, false, ZVLocalizable("Email"), nullptr, true},
     {"Norvo.ZVTogglIntegration", "com.tesselwick.norvo.toggl", "Toggl", Auth::apiToken, SSL::mandatory, true, nullptr, "Assembla", true},
-    {"Norvo.ZVTriggerAppIntegration", "com.tesselwick.norvo.triggerapp", "TriggerApp", Auth::usernameAPIToken, SSL::mandatory, true, "User Token", nullptr, true},
+    {"Norvo.ZVTriggerAppIntegration", "com.tesselwick.norvo.triggerapp", "TriggerApp", Auth::usernameAPIToken, SSL::mandatory, true, ZVLocalizable("User Token"), nullptr, true},
     {"Norvo.ZVTSheetsIntegration", "com.tesselwick.norvo.tsheets", "TSheets", Auth::usernamePasswordAPIToken, SSL::optional, false, nullptr, nullptr, true},
     {"Norvo.ZVUnfuddleIntegration", "com.tesselwick.norvo.unfuddle", "Unfuddle", Auth::usernamePassword, SSL::optional, false, nullptr, nullptr, false},
-    {"Norvo.ZVWorkflowMaxIntegration", "com.tesselwick.norvo.workflowmax", "WorkflowMax", Auth::usernameAPIToken, SSL::none, true, "Email", "WorkflowMax", true},
+    {"Norvo.ZVWorkflowMaxIntegration", "com.tesselwick.norvo.workflowmax", "WorkflowMax", Auth::usernameAPIToken, SSL::none, true, ZVLocalizable("Email"), "WorkflowMax", true},
     {"Norvo.ZVYouTrackIntegration", "com.tesselwick.norvo.youtrack", "YouTrack", Auth::usernamePassword, SSL::optional, false, nullptr, "YouTrack", true},
-    {"Norvo.ZVZipBooksIntegration", "com.ostrand.norvo.zipbooks", "ZipBooks", Auth::usernamePassword, SSL::mandatory, true, "Email", nullptr, true},
-    {"Norvo.ZVZohoInvoiceIntegration", "com.tesselwick.norvo.zohoinvoice", "Zoho", Auth::usernamePassword, SSL::mandatory, true, "Email", "Zoho", true},
+    {"Norvo.ZVZipBooksIntegration", "com.ostrand.norvo.zipbooks", "ZipBooks", Auth::usernamePassword, SSL::mandatory, true, ZVLocalizable("Email"), nullptr, true},
+    {"Norvo.ZVZohoInvoiceIntegration", "com.tesselwick.norvo.zohoinvoice", "Zoho", Auth::usernamePassword, SSL::mandatory, true, ZVLocalizable("Email"), "Zoho", true},
 };
 
 template <class T>

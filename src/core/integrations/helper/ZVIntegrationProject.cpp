@@ -169,9 +169,13 @@ std::string ZVIntegrationProject::totalTimeString() const {
     const std::uint64_t h60 = (t - s - m * 60) % 216000;
     const std::uint64_t h = h60 / 3600;
     auto number = [](std::uint64_t value) { return std::to_string(static_cast<std::int32_t>(value)); };
-    if (h60 > 3599) return ZVLocalizedFormat("%i HOURS %i MINUTES", {number(h), number(m)});
-    if (m60 > 59) return ZVLocalizedFormat("%i MINUTES %i SECONDS", {number(m), number(s)});
-    return ZVLocalizedFormat("%i SECONDS", {number(s)});
+    // English keeps the plural words for 1; a catalog picks its forms by
+    // the first number.
+    if (h60 > 3599)
+        return ZVLocalizedPluralFormat("%i HOURS %i MINUTES", "%i HOURS %i MINUTES", h, {number(h), number(m)});
+    if (m60 > 59)
+        return ZVLocalizedPluralFormat("%i MINUTES %i SECONDS", "%i MINUTES %i SECONDS", m, {number(m), number(s)});
+    return ZVLocalizedPluralFormat("%i SECONDS", "%i SECONDS", s, {number(s)});
 }
 
 void ZVIntegrationProject::addLogEntry(const std::shared_ptr<ZVLogEntry>& entry) {

@@ -74,7 +74,7 @@ void ZVNorvoIntegration::addProjectAction() {
     const auto projectName = ZVUserInterface::shared().runModalWithTextField(question, "", false);
     if (!projectName) return;
     if (projectName->empty()) {
-        showNameRefusal("The project name cannot be empty.");
+        showNameRefusal(ZVLocalizable("The project name cannot be empty."));
         return;
     }
     bool taken = false;
@@ -84,7 +84,7 @@ void ZVNorvoIntegration::addProjectAction() {
                             [&](const auto& project) { return project->name() == *projectName; });
     }
     if (taken) {
-        showNameRefusal("A project with this name already exists.");
+        showNameRefusal(ZVLocalizable("A project with this name already exists."));
         return;
     }
     auto project = ZVIntegrationProject::create(*projectName, makeUUID());

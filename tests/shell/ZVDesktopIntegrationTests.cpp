@@ -1,0 +1,244 @@
+#include <gmock/gmock.h>
+
+#include <QCheckBox>
+#include <QCoreApplication>
+#include <QIcon>
+#include <QImage>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <stdexcept>
+
+#include "IgnoredCommands.h"
+#include "ShellTestEnvironment.h"
+#include "ZVLocalization.h"
+#include "ZVPaths.h"
+#include "app/ZVMenuManager.h"
+#include "core/ui/ZVMenu.h"
+#include "preferences/ZVLaunchAtLogin.h"
+#include "preferences/ZVPreferencesWindow.h"
+#include "testkit/ScriptedUserInterface.h"
+#include "ui_elements/ZVStatusItemController.h"
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+namespace {
+
+/// Sets an environment variable for the life of the object.
+class ScopedVariable {
+public:
+    ScopedVariable(const char* name, const std::string& value) : _name(name) {
+        if (const char* old = std::getenv(name)) _old = old;
+        setenv(name, value.c_str(), 1);
+    }
+    ~ScopedVariable() { restore(); }
+    void restore() {
+        if (_old) setenv(_name, _old->c_str(), 1);
+        else unsetenv(_name);
+    }
+
+private:
+    const char* _name;
+    std::optional<std::string> _old;
+};
+
+void writeText(const std::string& path, const std::string& text) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    std::ofstream(path) << text;
+}
+
+std::string readText(const std::string& path) {
+    std::string text;
+    EXPECT_TRUE(ZVPaths::readFile(path, text)) << path;
+    return text;
+}
+
+class ZVLaunchAtLoginTest : public ShellFixture {
+protected:
+    ZVLaunchAtLoginTest() : systemConfig("XDG_CONFIG_DIRS", home.path() + "/etc-xdg") {}
+
+    QCheckBox& startAtLoginBox() {
+        auto* box = window.findChild<QCheckBox*>(QStringLiteral("startAtLoginButton"));
+        if (!box) throw std::runtime_error("the General pane has no start-at-login box");
+        return *box;
+    }
+    std::string userEntry() const { return home.path() + "/.config/autostart/com.tesselwick.Norvo.desktop"; }
+    std::string systemEntry() const { return home.path() + "/etc-xdg/autostart/com.tesselwick.Norvo.desktop"; }
+
+    ScopedVariable systemConfig;
+    ZVPreferencesWindow window{ZVPreferencesWindow::Hooks{}};
+};
+
+}  // namespace
+
+TEST_F(ZVLaunchAtLoginTest, TheBoxWritesTheAutostartEntryAndRemovesIt) {
+    EXPECT_EQ(ZVLaunchAtLogin::userEntryPath(), userEntry());
+    EXPECT_FALSE(startAtLoginBox().isChecked()) << "off until the user turns it on";
+
+    startAtLoginBox().setChecked(true);
+    const std::string text = readText(userEntry());
+    EXPECT_THAT(text, ::testing::StartsWith("[Desktop Entry]\nType=Application\n"));
+    EXPECT_THAT(text, HasSubstr("\nExec=" + QCoreApplication::applicationFilePath().toStdString() + "\n"));
+    EXPECT_THAT(text, Not(HasSubstr("Hidden=true")));
+    EXPECT_TRUE(ZVLaunchAtLogin::isEnabled());
+
+    startAtLoginBox().setChecked(false);
+    EXPECT_FALSE(std::filesystem::exists(userEntry()));
+    EXPECT_FALSE(ZVLaunchAtLogin::isEnabled());
+}
+
+TEST_F(ZVLaunchAtLoginTest, ThePaneShowsWhatTheUserDidToTheFileByHand) {
+    ASSERT_TRUE(ZVLaunchAtLogin::setEnabled(true, "/usr/bin/norvo"));
+    window.loadPreferences();
+    EXPECT_TRUE(startAtLoginBox().isChecked());
+
+    std::filesystem::remove(userEntry());
+    window.loadPreferences();
+    EXPECT_FALSE(startAtLoginBox().isChecked()) << "a file removed by hand reads as off";
+
+    // Session managers switch an entry off by either key, in its main group.
+    writeText(userEntry(), ZVLaunchAtLogin::entryText("/usr/bin/norvo") + "Hidden=true\n");
+    EXPECT_FALSE(ZVLaunchAtLogin::isEnabled());
+    writeText(userEntry(), "[Desktop Entry]\nType=Application\nExec=norvo\nX-GNOME-Autostart-enabled=false\n");
+    EXPECT_FALSE(ZVLaunchAtLogin::isEnabled());
+    writeText(userEntry(), "[Desktop Entry]\nType=Application\nExec=norvo\n[Desktop Action Quit]\nHidden=true\n");
+    EXPECT_TRUE(ZVLaunchAtLogin::isEnabled()) << "a key of another group does not count";
+}
+
+TEST_F(ZVLaunchAtLoginTest, ASystemWideEntryIsHiddenRatherThanRemoved) {
+    writeText(systemEntry(), ZVLaunchAtLogin::entryText("/usr/bin/norvo"));
+    window.loadPreferences();
+    EXPECT_TRUE(startAtLoginBox().isChecked()) << "the system's entry starts Norvo while the user has none";
+
+    startAtLoginBox().setChecked(false);
+    ASSERT_TRUE(std::filesystem::exists(userEntry())) << "removing nothing would leave the system's entry in force";
+    EXPECT_THAT(readText(userEntry()), HasSubstr("\nHidden=true\n"));
+    EXPECT_FALSE(ZVLaunchAtLogin::isEnabled());
+
+    startAtLoginBox().setChecked(true);
+    EXPECT_THAT(readText(userEntry()), Not(HasSubstr("Hidden=true")));
+    EXPECT_TRUE(ZVLaunchAtLogin::isEnabled());
+}
+
+TEST(ZVLaunchAtLoginExecTest, ProgramPathsAreQuotedAsTheDesktopEntryRulesAsk) {
+    EXPECT_EQ(ZVLaunchAtLogin::quotedExecArgument("/usr/bin/norvo"), "/usr/bin/norvo");
+    EXPECT_EQ(ZVLaunchAtLogin::quotedExecArgument("/opt/my apps/norvo"), "\"/opt/my apps/norvo\"");
+    EXPECT_EQ(ZVLaunchAtLogin::quotedExecArgument("/opt/$x/`y`/norvo"), "\"/opt/\\$x/\\`y\\`/norvo\"");
+    EXPECT_EQ(ZVLaunchAtLogin::quotedExecArgument("/opt/a\"b\\c"), "\"/opt/a\\\"b\\\\c\"");
+    // In the file the backslashes of the quoting are escaped once more.
+    EXPECT_THAT(ZVLaunchAtLogin::entryText("/opt/a\\b c/norvo"), HasSubstr("\nExec=\"/opt/a\\\\\\\\b c/norvo\"\n"));
+}
+
+namespace {
+
+class ZVGermanCatalogTest : public ShellFixture, public IgnoredCommands {
+protected:
+    ZVGermanCatalogTest() : language("LANGUAGE", "de") {
+        ZVPrepareLocalization();
+        ZVMenuManager::shared().setCommands(this);
+    }
+    ~ZVGermanCatalogTest() override {
+        ZVMenuManager::shared().setCommands(nullptr);
+        language.restore();
+        ZVPrepareLocalization();
+    }
+
+    ScopedVariable language;
+    ScriptedUserInterface ui;
+};
+
+std::vector<std::string> titles(const ZVMenu& menu) {
+    std::vector<std::string> result;
+    for (const auto& item : menu.items) result.push_back(item->isSeparator ? "-" : item->title);
+    return result;
+}
+
+}  // namespace
+
+TEST_F(ZVGermanCatalogTest, TheActionMenuSpeaksGerman) {
+    auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
+    ZVIntegrationCenter::shared().setCurrentProject(project);
+    const auto menu = ZVMenuManager::shared().actionMenu();
+    EXPECT_EQ(titles(*menu), (std::vector<std::string>{
+                                 "Timer starten", "Timer zurücksetzen …", "-", "Zeit in Projekt verschieben …",
+                                 "Zeit aus Projekt verschieben …", "Zeit in Projekt kopieren …",
+                                 "Zeit aus Projekt kopieren …", "-", "Zeit runden …", "Zeit bearbeiten …"}));
+}
+
+TEST_F(ZVGermanCatalogTest, AlertsFillTheirPlaceholdersInTheGermanText) {
+    auto local = ZVNorvoIntegration::sharedIntegration();
+    auto project = addProject(local, "Website");
+    auto menu = local->integrationMenu(nullptr, nullptr, true);
+    ZVMenuItem* remove = menu->itemWithTitle("„Website“ entfernen …");
+    ASSERT_NE(remove, nullptr);
+    ui.answerWith("Abbrechen");
+    remove->perform();
+    ASSERT_EQ(ui.alerts().size(), 1u);
+    EXPECT_EQ(ui.alerts()[0].messageText, "Möchten Sie das Projekt „Website“ wirklich entfernen?");
+    EXPECT_EQ(ui.alerts()[0].buttons, (std::vector<std::string>{"Abbrechen", "Entfernen"}));
+    EXPECT_EQ(local->availableProjects().size(), 1u);
+
+    // A translation may put the placeholders in another order.
+    EXPECT_EQ(ZVLocalizedFormat("Changing time to %@ for '%@'", {"01:00:00", "Website"}),
+              "Zeit für „Website“ auf 01:00:00 geändert");
+}
+
+TEST_F(ZVGermanCatalogTest, CountsTakeTheGermanSingularAndPlural) {
+    auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
+    const std::pair<std::uint64_t, std::string> cases[] = {
+        {1, "1 SEKUNDE"}, {2, "2 SEKUNDEN"}, {0, "0 SEKUNDEN"},
+        {61, "1 MINUTE 1 SEK."}, {125, "2 MINUTEN 5 SEK."},
+        {3600, "1 STUNDE 0 MIN."}, {7260, "2 STUNDEN 1 MIN."},
+    };
+    for (const auto& [seconds, text] : cases) {
+        project->setTimeWithoutSaving(seconds);
+        EXPECT_EQ(project->totalTimeString(), text) << seconds;
+    }
+    EXPECT_EQ(ZVLocalizedPluralFormat("%@ minute", "%@ minutes", 1, {"1"}), "1 Minute");
+    EXPECT_EQ(ZVLocalizedPluralFormat("%@ minute", "%@ minutes", 15, {"15"}), "15 Minuten");
+}
+
+TEST_F(ShellFixture, EnglishKeepsItsOwnPluralWordsWithoutACatalog) {
+    ScopedVariable language("LANGUAGE", "en");
+    ZVPrepareLocalization();
+    struct Restore {
+        ScopedVariable& variable;
+        ~Restore() {
+            variable.restore();
+            ZVPrepareLocalization();
+        }
+    } restoreAfterwards{language};
+    auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
+    project->setTimeWithoutSaving(61);
+    EXPECT_EQ(project->totalTimeString(), "1 MINUTES 1 SECONDS");
+    EXPECT_EQ(ZVLocalizedPluralFormat("%@ minute", "%@ minutes", 1, {"1"}), "1 minute");
+    EXPECT_EQ(ZVLocalizedPluralFormat("%@ minute", "%@ minutes", 5, {"5"}), "5 minutes");
+}
+
+TEST_F(ShellFixture, TheTrayKeepsItsClockAndShowsTheThemedStateIconWhereTheClockCannotBeRead) {
+    ZVStatusItemView view;
+    view.setTimeString(QStringLiteral("01:02:03"));
+    const QImage clock = view.render();
+    const QIcon stoppedLight = ZVStatusItemController::trayIcon(view, false);
+    EXPECT_EQ(stoppedLight.pixmap(ZVStatusItemView::iconSize, ZVStatusItemView::iconSize).toImage().convertToFormat(clock.format()),
+              clock)
+        << "the live clock is what a tray of the usual size shows";
+
+    auto small = [](const QIcon& icon) { return icon.pixmap(16, 16).toImage(); };
+    ASSERT_FALSE(small(stoppedLight).isNull());
+    EXPECT_NE(small(stoppedLight), clock.scaled(16, 16)) << "a 16-pixel tray gets the state icon, not a shrunken clock";
+    const QIcon stoppedDark = ZVStatusItemController::trayIcon(view, true);
+    EXPECT_NE(small(stoppedDark), small(stoppedLight)) << "light marks for a dark panel";
+    view.setBeating(true);
+    const QIcon running = ZVStatusItemController::trayIcon(view, false);
+    EXPECT_NE(small(running), small(stoppedLight));
+    view.setSpinnerPhase(0);
+    const QIcon syncing = ZVStatusItemController::trayIcon(view, false);
+    EXPECT_NE(small(syncing), small(running));
+
+    EXPECT_EQ(ZVStatusItemController::stateIconName(false, false, false), QStringLiteral("com.tesselwick.Norvo-stopped"));
+    EXPECT_EQ(ZVStatusItemController::stateIconName(true, false, true), QStringLiteral("com.tesselwick.Norvo-running-dark"));
+    EXPECT_EQ(ZVStatusItemController::stateIconName(true, true, false), QStringLiteral("com.tesselwick.Norvo-syncing"));
+}

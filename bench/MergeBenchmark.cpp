@@ -8,6 +8,7 @@
 #include <mutex>
 #include <string>
 
+#include "BenchmarkHome.h"
 #include "core/integrations/ZVIntegration.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
 #include "core/sync/ZVIntegrationSyncHelper.h"
@@ -64,10 +65,52 @@ void mergeTrees(benchmark::State& state, int parents, int childrenPerParent) {
     state.SetItemsProcessed(state.iterations() * parents * (childrenPerParent + 1));
 }
 
-void BM_MergeFlat100000Into100000(benchmark::State& state) { mergeTrees(state, 100000, 0); }
-void BM_MergeTree100000Into100000(benchmark::State& state) { mergeTrees(state, 1000, 99); }
+// A refresh as it happens: every node renamed, one task in 20 gone from the
+// service (without time, so it goes without a question) and as many new.
+ZVIntegrationSyncHelper::ProjectList makeFetchedTree(const std::shared_ptr<ZVIntegration>& integration, int parents,
+                                                     int childrenPerParent) {
+    ZVIntegrationSyncHelper::ProjectList projects;
+    for (int parentIndex = 0; parentIndex < parents; ++parentIndex) {
+        const std::string projectID = std::to_string(parentIndex);
+        auto parent = ZVIntegrationProject::create("renamed " + projectID, projectID);
+        parent->setIntegration(integration);
+        ZVIntegrationSyncHelper::ProjectList children;
+        for (int childIndex = 0; childIndex < childrenPerParent; ++childIndex) {
+            // Vanished ones are left out, new ones get identifiers beyond the old.
+            const int identifier = childIndex % 20 == 7 ? childrenPerParent + childIndex : childIndex;
+            auto child = ZVIntegrationProject::create("renamed task", projectID, std::to_string(identifier));
+            child->setIntegration(integration);
+            children.push_back(child);
+        }
+        parent->addSubprojectsFromArray(children);
+        projects.push_back(parent);
+    }
+    return projects;
+}
+
+void BM_MergeRefresh100000Into100000(benchmark::State& state) {
+    auto integration = ZVIntegration::makeNew<BenchmarkIntegration>();
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto local = makeTree(integration, benchmarkScale(1000), 99, "local ");
+        auto remote = makeFetchedTree(integration, benchmarkScale(1000), 99);
+        state.ResumeTiming();
+        ZVIntegrationSyncHelper helper(integration);
+        helper.mergeProjects(local, nullptr, remote);
+        benchmark::DoNotOptimize(local.data());
+        state.PauseTiming();
+        local.clear();
+        remote.clear();
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(state.iterations() * benchmarkScale(1000) * 100);
+}
+
+void BM_MergeFlat100000Into100000(benchmark::State& state) { mergeTrees(state, benchmarkScale(100000), 0); }
+void BM_MergeTree100000Into100000(benchmark::State& state) { mergeTrees(state, benchmarkScale(1000), 99); }
 
 }  // namespace
 
 BENCHMARK(BM_MergeFlat100000Into100000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_MergeTree100000Into100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_MergeRefresh100000Into100000)->Unit(benchmark::kMillisecond);

@@ -4,6 +4,7 @@
 #   scripts/deps.sh build   - what building and running the program needs
 #   scripts/deps.sh test    - the above plus what the test suite needs
 #   scripts/deps.sh fuzz    - the above plus clang and libFuzzer for fuzz/run.sh
+#   scripts/deps.sh bench   - the test packages plus the peers of bench/run_all.py
 set -euo pipefail
 what=${1:-build}
 
@@ -21,12 +22,18 @@ build_pkgs=(
 )
 test_pkgs=(
   libgtest-dev libgmock-dev  # unit tests
+  libbenchmark-dev         # the benchmarks, built and run once on tiny data
   libcpp-httplib-dev       # loopback fake servers for the services
   xvfb xauth               # shell tests on a real X server
   dbus dbus-x11 gnome-keyring  # a session bus and a Secret Service for the key store tests
   python3                  # the example server of the Generic protocol
   libplist-utils           # plistutil reads the database file as an independent reader
   trayer xdotool imagemagick  # the end-to-end test: a tray host, clicks, screenshots
+)
+bench_pkgs=(
+  timewarrior              # the peer of the CSV export
+  libplist-utils           # the property-list floor beside our own reader
+  linux-perf valgrind heaptrack  # finding where the time and memory go
 )
 fuzz_pkgs=(
   clang libclang-rt-14-dev # libFuzzer and the sanitizer runtimes, only for the fuzz step
@@ -35,6 +42,7 @@ fuzz_pkgs=(
 pkgs=("${build_pkgs[@]}")
 [ "$what" = test ] && pkgs+=("${test_pkgs[@]}")
 [ "$what" = fuzz ] && pkgs+=("${test_pkgs[@]}" "${fuzz_pkgs[@]}")
+[ "$what" = bench ] && pkgs+=("${test_pkgs[@]}" "${bench_pkgs[@]}")
 
 missing=()
 for p in "${pkgs[@]}"; do

@@ -341,7 +341,8 @@ std::optional<ZVValue> convertXML(const pugi::xml_node& node, int depth) {
 
 class FastXMLReader {
 public:
-    explicit FastXMLReader(std::string_view text) : _p(text.data()), _end(text.data() + text.size()) {}
+    explicit FastXMLReader(std::string_view text)
+        : _begin(text.data()), _p(text.data()), _end(text.data() + text.size()) {}
 
     // Up to and including the opening tag of the root value's container:
     // the declaration, a DOCTYPE without an internal subset, comments and
@@ -417,15 +418,19 @@ public:
             return ZVValue(name == "true");
         }
         std::string text;
-        if (!empty && !readText(name, text)) return std::nullopt;
-        if (name == "string") return ZVValue(std::move(text));
-        if (name == "integer") return convertInteger(text.c_str());
-        if (name == "real") return convertReal(text.c_str());
-        if (name == "date") {
-            auto date = parseDate(text.c_str());
+        if (name == "integer" || name == "real" || name == "date") {
+            // Short text without entities, read in place: a log holds
+            // millions of dates.
+            char scalar[64] = "";
+            if (!empty && !readShortText(name, scalar, sizeof scalar)) return std::nullopt;
+            if (name == "integer") return convertInteger(scalar);
+            if (name == "real") return convertReal(scalar);
+            auto date = parseDate(scalar);
             if (!date) return std::nullopt;
             return ZVValue(*date);
         }
+        if (!empty && !readText(name, text)) return std::nullopt;
+        if (name == "string") return ZVValue(std::move(text));
         if (name == "data") {
             auto data = decodeBase64(text.c_str());
             if (!data) return std::nullopt;
@@ -436,7 +441,7 @@ public:
 
     // The entries of the root dictionary one by one; keys must rise strictly,
     // as a dictionary holds them.
-    bool readEntries(const std::function<void(std::string&&, ZVValue&&)>& entry) {
+    bool readEntries(const std::function<void(std::string&&, ZVValue&&, std::size_t)>& entry) {
         if (!readProlog() || !skipSpace()) return false;
         bool empty = false;
         if (openTag(empty) != "dict") return false;
@@ -452,7 +457,7 @@ public:
                 if (!value) return false;
                 previous = key;
                 first = false;
-                entry(std::move(key), std::move(*value));
+                entry(std::move(key), std::move(*value), static_cast<std::size_t>(_p - _begin));
             }
         }
         return readEpilogue();
@@ -517,6 +522,18 @@ private:
         _p = p;
         return closeTag(name);
     }
+    // Text of fewer than `capacity` characters with no entity, copied with a
+    // terminating zero; anything else is left to the general reader.
+    bool readShortText(std::string_view name, char* text, std::size_t capacity) {
+        const char* p = _p;
+        while (p < _end && *p != '<' && *p != '&' && *p != '\r') ++p;
+        const auto length = static_cast<std::size_t>(p - _p);
+        if (p == _end || *p != '<' || length >= capacity) return false;
+        std::memcpy(text, _p, length);
+        text[length] = '\0';
+        _p = p;
+        return closeTag(name);
+    }
     bool appendEntity(const char*& p, std::string& text) {
         const char* semicolon = static_cast<const char*>(std::memchr(p, ';', std::min<size_t>(12, static_cast<size_t>(_end - p))));
         if (!semicolon) return false;
@@ -558,6 +575,7 @@ private:
         }
     }
 
+    const char* _begin;
     const char* _p;
     const char* _end;
 };
@@ -828,11 +846,12 @@ std::optional<ZVValue> readConsuming(std::string& bytes) {
     return readXMLInPlace(bytes);
 }
 
-bool readDictionaryEntries(std::string_view bytes, const std::function<void(std::string&&, ZVValue&&)>& entry) {
+bool readDictionaryEntries(std::string_view bytes,
+                           const std::function<void(std::string&&, ZVValue&&, std::size_t)>& entry) {
     return FastXMLReader(bytes).readEntries(entry);
 }
 
-std::optional<EntryRanges> dictionaryEntryRanges(const std::string& bytes) {
+std::optional<EntryRanges> dictionaryEntryRanges(std::string_view bytes) {
     // The layout writeXML gives a dictionary: the header, "<dict>", each
     // entry from a line "\t<key>...</key>" (one tab: the top level; a "<"
     // inside text is always escaped), then "</dict>" and "</plist>".
@@ -845,16 +864,16 @@ std::optional<EntryRanges> dictionaryEntryRanges(const std::string& bytes) {
     static const std::string keyLine = "\n\t<key>";
     EntryRanges ranges;
     std::size_t start = opening.size();
-    if (bytes.compare(start, keyLine.size() - 1, keyLine, 1, std::string::npos) != 0) return std::nullopt;
+    if (bytes.compare(start, keyLine.size() - 1, std::string_view(keyLine).substr(1)) != 0) return std::nullopt;
     while (start < end) {
         const std::size_t keyStart = start + keyLine.size() - 1;
         const std::size_t keyEnd = bytes.find("</key>\n", keyStart);
         if (keyEnd == std::string::npos || keyEnd >= end) return std::nullopt;
-        const std::size_t next = bytes.find(keyLine, keyEnd);
+        const std::size_t next = bytes.find(std::string_view(keyLine), keyEnd);
         const std::size_t entryEnd = next == std::string::npos || next >= end ? end : next + 1;
         // The key as it reads, entities and all.
         pugi::xml_document key;
-        const std::string element = "<key>" + bytes.substr(keyStart, keyEnd - keyStart) + "</key>";
+        const std::string element = "<key>" + std::string(bytes.substr(keyStart, keyEnd - keyStart)) + "</key>";
         if (!key.load_buffer(element.data(), element.size(), pugi::parse_default)) return std::nullopt;
         ranges[key.first_child().text().get()] = {start, entryEnd - start};
         start = entryEnd;

@@ -13,8 +13,15 @@ using Entries = std::vector<std::pair<std::string, ZVValue>>;
 /// The entries read one by one, or nothing when the reader gave up.
 std::optional<Entries> entriesOf(const std::string& text) {
     Entries entries;
-    const bool read = ZVPropertyList::readDictionaryEntries(
-        text, [&](std::string&& key, ZVValue&& value) { entries.emplace_back(std::move(key), std::move(value)); });
+    std::size_t reachedBefore = 0;
+    const bool read =
+        ZVPropertyList::readDictionaryEntries(text, [&](std::string&& key, ZVValue&& value, std::size_t reached) {
+            // Each entry ends after the one before and inside the text.
+            EXPECT_GT(reached, reachedBefore);
+            EXPECT_LE(reached, text.size());
+            reachedBefore = reached;
+            entries.emplace_back(std::move(key), std::move(value));
+        });
     if (!read) return std::nullopt;
     return entries;
 }

@@ -408,22 +408,34 @@ bool ZVIntegrationCenter::_readAccountsStreaming() {
     std::error_code error;
     if (!std::filesystem::exists(_saveURL, error)) return false;
     const std::optional<ZVPaths::FileStamp> stamp = ZVPaths::stampOf(_saveURL);
-    std::string bytes;
-    if (!stamp || !ZVPaths::readFile(_saveURL, bytes)) return false;
+    ZVPaths::MappedFile file(_saveURL);
+    if (!stamp || !file.isOpen()) return false;
+    const std::string_view bytes = file.text();
     std::optional<ZVPropertyList::EntryRanges> ranges = ZVPropertyList::dictionaryEntryRanges(bytes);
+    file.releaseAll();
     // Each account is built as soon as its entry is read, and its
-    // dictionary form dropped: a large file never stands as one tree.
+    // dictionary form dropped; the part of the file read is given back as
+    // the reading goes on: a large file never stands in memory as a whole.
     std::vector<IntegrationPointer> accounts;
     std::vector<std::string> keys;
+    std::map<std::string, EntryDigest> digests;
     bool allDictionaries = true;
-    const bool read = ZVPropertyList::readDictionaryEntries(bytes, [&](std::string&& key, ZVValue&& value) {
-        keys.push_back(std::move(key));
-        const ZVDictionary* accountDictionary = value.dictionary();
-        if (!accountDictionary) allDictionaries = false;
-        if (!allDictionaries) return;
-        if (auto integration = ZVIntegration::integrationWithDictionary(*accountDictionary))
-            accounts.push_back(std::move(integration));
-    });
+    const bool read =
+        ZVPropertyList::readDictionaryEntries(bytes, [&](std::string&& key, ZVValue&& value, std::size_t reached) {
+            if (ranges) {
+                const auto range = ranges->find(key);
+                if (range != ranges->end())
+                    digests[key] = digestOf(bytes.substr(range->second.offset, range->second.length));
+            }
+            keys.push_back(std::move(key));
+            const ZVDictionary* accountDictionary = value.dictionary();
+            if (!accountDictionary) allDictionaries = false;
+            if (allDictionaries) {
+                if (auto integration = ZVIntegration::integrationWithDictionary(*accountDictionary))
+                    accounts.push_back(std::move(integration));
+            }
+            file.release(reached);
+        });
     if (!read || !allDictionaries) {
         // The general reader decides; a node marked selected in what was
         // read so far must not stay the current project.
@@ -441,9 +453,7 @@ bool ZVIntegrationCenter::_readAccountsStreaming() {
                              [](const auto& range, const std::string& key) { return range.first == key; }) &&
         ZVPaths::stampOf(_saveURL) == stamp) {
         _writtenDatabaseStamp = stamp;
-        _writtenEntryDigests.clear();
-        for (const auto& [identifier, range] : *ranges)
-            _writtenEntryDigests[identifier] = digestOf(std::string_view(bytes).substr(range.offset, range.length));
+        _writtenEntryDigests = std::move(digests);
         _writtenDatabaseRanges = std::move(*ranges);
     }
     _integrations.insert(_integrations.end(), accounts.begin(), accounts.end());

@@ -4,6 +4,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -47,12 +48,15 @@ ZVIntegrationSyncHelper::ProjectList makeTree(const std::shared_ptr<ZVIntegratio
     return projects;
 }
 
-void mergeTrees(benchmark::State& state, int parents, int childrenPerParent) {
+using FetchedTree = std::function<ZVIntegrationSyncHelper::ProjectList(const std::shared_ptr<ZVIntegration>&)>;
+
+// Merges what `fetch` makes into a local tree of `parents` × (1 + `childrenPerParent`).
+void mergeTrees(benchmark::State& state, int parents, int childrenPerParent, const FetchedTree& fetch) {
     auto integration = ZVIntegration::makeNew<BenchmarkIntegration>();
     for (auto _ : state) {
         state.PauseTiming();
         auto local = makeTree(integration, parents, childrenPerParent, "local ");
-        auto remote = makeTree(integration, parents, childrenPerParent, "remote ");
+        auto remote = fetch(integration);
         state.ResumeTiming();
         ZVIntegrationSyncHelper helper(integration);
         helper.mergeProjects(local, nullptr, remote);
@@ -89,25 +93,19 @@ ZVIntegrationSyncHelper::ProjectList makeFetchedTree(const std::shared_ptr<ZVInt
 }
 
 void BM_MergeRefresh100000Into100000(benchmark::State& state) {
-    auto integration = ZVIntegration::makeNew<BenchmarkIntegration>();
-    for (auto _ : state) {
-        state.PauseTiming();
-        auto local = makeTree(integration, benchmarkScale(1000), 99, "local ");
-        auto remote = makeFetchedTree(integration, benchmarkScale(1000), 99);
-        state.ResumeTiming();
-        ZVIntegrationSyncHelper helper(integration);
-        helper.mergeProjects(local, nullptr, remote);
-        benchmark::DoNotOptimize(local.data());
-        state.PauseTiming();
-        local.clear();
-        remote.clear();
-        state.ResumeTiming();
-    }
-    state.SetItemsProcessed(state.iterations() * benchmarkScale(1000) * 100);
+    const int parents = benchmarkScale(1000);
+    mergeTrees(state, parents, 99, [parents](const auto& integration) { return makeFetchedTree(integration, parents, 99); });
 }
 
-void BM_MergeFlat100000Into100000(benchmark::State& state) { mergeTrees(state, benchmarkScale(100000), 0); }
-void BM_MergeTree100000Into100000(benchmark::State& state) { mergeTrees(state, benchmarkScale(1000), 99); }
+// Every node of the fetched tree has a local twin (renamed).
+void mergeTwins(benchmark::State& state, int parents, int childrenPerParent) {
+    mergeTrees(state, parents, childrenPerParent, [=](const auto& integration) {
+        return makeTree(integration, parents, childrenPerParent, "remote ");
+    });
+}
+
+void BM_MergeFlat100000Into100000(benchmark::State& state) { mergeTwins(state, benchmarkScale(100000), 0); }
+void BM_MergeTree100000Into100000(benchmark::State& state) { mergeTwins(state, benchmarkScale(1000), 99); }
 
 }  // namespace
 

@@ -404,7 +404,8 @@ ZVDictionary ZVIntegrationCenter::readIntegrationsFromDisk() {
 }
 
 bool ZVIntegrationCenter::_readAccountsStreaming() {
-    std::lock_guard<std::recursive_mutex> guard(_lock);
+    // Accounts and nodes are built without the centre's lock, which no
+    // account or node lock may be taken under; the lock guards what is kept.
     std::error_code error;
     if (!std::filesystem::exists(_saveURL, error)) return false;
     const std::optional<ZVPaths::FileStamp> stamp = ZVPaths::stampOf(_saveURL);
@@ -448,6 +449,7 @@ bool ZVIntegrationCenter::_readAccountsStreaming() {
         }
         return false;
     }
+    std::lock_guard<std::recursive_mutex> guard(_lock);
     _checkedDatabaseReadability = true;
     if (ranges && std::equal(ranges->begin(), ranges->end(), keys.begin(), keys.end(),
                              [](const auto& range, const std::string& key) { return range.first == key; }) &&

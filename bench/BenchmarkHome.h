@@ -7,6 +7,13 @@
 
 #include "ZVPreferences.h"
 
+/// `full`, or a hundredth of it (at least 1) when NORVO_BENCH_TINY is set:
+/// the smoke run of CI only checks that every benchmark still works.
+inline int benchmarkScale(int full) {
+    static const bool tiny = getenv("NORVO_BENCH_TINY") != nullptr;
+    return tiny ? (full / 100 > 0 ? full / 100 : 1) : full;
+}
+
 /// A throw-away home for a benchmark's files, made before anything reads
 /// them; the connection probe asks a closed loopback port.
 struct BenchmarkHome {

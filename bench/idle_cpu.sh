@@ -1,24 +1,31 @@
 #!/usr/bin/env bash
-# Measures the CPU time that a running Norvo uses while the user does
-# nothing: first with the timer stopped, then with the timer running on a
-# local project (the target: under 0.5% of one core). Starts its own X
-# server unless DISPLAY is set, and uses a throw-away home.
-#   bench/idle_cpu.sh [path/to/norvo] [seconds per phase, default 60]
+# Measures a running Norvo while the user does nothing: the time from exec
+# to the timer window shown, then the CPU time and wake-ups with the timer
+# stopped and with it running on a local project, and the resident memory.
+# Starts its own X server unless DISPLAY is set, and uses a throw-away home,
+# with a copy of the given database when there is one. Prints key=value
+# lines after the readable ones.
+#   bench/idle_cpu.sh [path/to/norvo] [seconds per phase, default 60] [Integrations.edb]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 norvo=$(realpath "${1:-build-bench/src/norvo}")
 seconds=${2:-60}
+database=${3:+$(realpath "$3")}
 [ -x "$norvo" ] || { echo "no executable at $norvo (build the norvo target first)" >&2; exit 1; }
 
 if [ -z "${DISPLAY:-}" ]; then
-  exec xvfb-run -a -s "-screen 0 1280x800x24" "$0" "$norvo" "$seconds"
+  exec xvfb-run -a -s "-screen 0 1280x800x24" "$0" "$norvo" "$seconds" ${database:+"$database"}
 fi
 
 scratch=$(mktemp -d)
 trap 'kill "${pid:-0}" 2>/dev/null || true; rm -rf "$scratch"' EXIT
+# A runtime directory of its own: the single-instance socket lives there,
+# so another Norvo on the machine neither stops this one nor is disturbed.
 export HOME="$scratch/home" XDG_DATA_HOME="$scratch/data" XDG_CONFIG_HOME="$scratch/config" \
-       XDG_CACHE_HOME="$scratch/cache"
-mkdir -p "$HOME" "$XDG_DATA_HOME" "$XDG_CACHE_HOME" "$XDG_CONFIG_HOME/com.tesselwick.norvo"
+       XDG_CACHE_HOME="$scratch/cache" XDG_RUNTIME_DIR="$scratch/run"
+mkdir -p "$XDG_RUNTIME_DIR" && chmod 700 "$XDG_RUNTIME_DIR"
+mkdir -p "$HOME" "$XDG_DATA_HOME/com.tesselwick.norvo" "$XDG_CACHE_HOME" "$XDG_CONFIG_HOME/com.tesselwick.norvo"
+[ -n "$database" ] && cp "$database" "$XDG_DATA_HOME/com.tesselwick.norvo/Integrations.edb"
 
 # One local project, current, and Ctrl+Alt+T as the hot key that starts and
 # stops the timer (Qt::Key_T, Qt::ControlModifier | Qt::AltModifier).
@@ -50,33 +57,46 @@ cat > "$XDG_CONFIG_HOME/com.tesselwick.norvo/Preferences.plist" <<'PLIST'
 </plist>
 PLIST
 
+started=$(date +%s.%N)
 "$norvo" >"$scratch/norvo.log" 2>&1 &
 pid=$!
-for _ in $(seq 50); do
-  xdotool search --onlyvisible --name '^Norvo$' >/dev/null 2>&1 && break
-  sleep 0.2
+shown=""
+for _ in $(seq 3000); do
+  if xdotool search --onlyvisible --name '^Norvo$' >/dev/null 2>&1; then shown=$(date +%s.%N); break; fi
+  sleep 0.01
 done
+[ -n "$shown" ] || { echo "the timer window did not show" >&2; exit 1; }
+start_s=$(awk -v a="$started" -v b="$shown" 'BEGIN { printf "%.3f", b - a }')
+echo "start-up         $start_s s to the timer window"
 sleep 3
 
 ticks=$(getconf CLK_TCK)
 cpu_ticks() { awk '{print $14 + $15}' "/proc/$pid/stat"; }
+# Every switch of every thread of the process: a thread that sleeps and
+# wakes is one voluntary switch.
+switches() { cat /proc/"$pid"/task/*/status 2>/dev/null | awk '/^voluntary_ctxt_switches/ { n += $2 } END { print n + 0 }'; }
+keys=""
 measure() {
-  local before after
-  before=$(cpu_ticks)
+  local before after woken_before woken_after
+  before=$(cpu_ticks); woken_before=$(switches)
   sleep "$seconds"
-  after=$(cpu_ticks)
-  awk -v used=$((after - before)) -v ticks="$ticks" -v seconds="$seconds" -v what="$1" \
-    'BEGIN { printf "%-16s %6.3f%% of one core (%d ticks of 1/%d s in %d s)\n", what, 100 * used / ticks / seconds, used, ticks, seconds }'
+  after=$(cpu_ticks); woken_after=$(switches)
+  awk -v used=$((after - before)) -v ticks="$ticks" -v seconds="$seconds" -v what="$1" -v woken=$((woken_after - woken_before)) \
+    'BEGIN { printf "%-16s %6.3f%% of one core (%d ticks of 1/%d s in %d s), %.1f wake-ups per second\n", what, 100 * used / ticks / seconds, used, ticks, seconds, woken / seconds }'
+  keys="$keys$(awk -v used=$((after - before)) -v ticks="$ticks" -v seconds="$seconds" -v what="$2" -v woken=$((woken_after - woken_before)) \
+    'BEGIN { printf "%s_cpu_percent=%.4f\n%s_wakeups_per_s=%.2f\n", what, 100 * used / ticks / seconds, what, woken / seconds }')
+"
 }
 
-measure "timer stopped"
+measure "timer stopped" stopped
 xdotool key ctrl+alt+t
 sleep 2
-measure "timer running"
+measure "timer running" running
 xdotool key ctrl+alt+t
 sleep 1
 rss=$(awk '/VmRSS/ {print $2}' "/proc/$pid/status")
 echo "resident memory  $((rss / 1024)) MB"
+printf 'start_s=%s\n%srss_mb=%s\n' "$start_s" "$keys" "$((rss / 1024))"
 # The time that the run added to the project shows that the timer ran.
 kill -TERM "$pid"; wait "$pid" 2>/dev/null || true
 tr -d '\n\t ' <"$XDG_CONFIG_HOME/com.tesselwick.norvo/Preferences.plist" |

@@ -5,6 +5,7 @@
 #   scripts/deps.sh test    - the above plus what the test suite needs
 #   scripts/deps.sh fuzz    - the above plus clang and libFuzzer for fuzz/run.sh
 #   scripts/deps.sh package - what building and checking the Debian package needs
+#   scripts/deps.sh bench   - the test packages plus the peers of bench/run_all.py
 set -euo pipefail
 what=${1:-build}
 
@@ -23,6 +24,7 @@ build_pkgs=(
 )
 test_pkgs=(
   libgtest-dev libgmock-dev  # unit tests
+  libbenchmark-dev         # the benchmarks, built and run once on tiny data
   libcpp-httplib-dev       # loopback fake servers for the services
   xvfb xauth               # shell tests on a real X server
   dbus dbus-x11 gnome-keyring  # a session bus and a Secret Service for the key store tests
@@ -34,6 +36,11 @@ package_pkgs=(
   desktop-file-utils appstream  # validators of the desktop entry and the AppStream data
   dpkg-dev file lintian    # CPack's dependency lookup (dpkg-shlibdeps) and the package check
 )
+bench_pkgs=(
+  timewarrior              # the peer of the CSV export
+  libplist-utils           # the property-list floor beside our own reader
+  linux-perf valgrind heaptrack  # finding where the time and memory go
+)
 fuzz_pkgs=(
   clang libclang-rt-14-dev # libFuzzer and the sanitizer runtimes, only for the fuzz step
 )
@@ -43,6 +50,7 @@ pkgs=("${build_pkgs[@]}")
 [ "$what" = test ] && pkgs+=("${test_pkgs[@]}" "${package_pkgs[@]}")
 [ "$what" = fuzz ] && pkgs+=("${test_pkgs[@]}" "${package_pkgs[@]}" "${fuzz_pkgs[@]}")
 [ "$what" = package ] && pkgs+=("${package_pkgs[@]}")
+[ "$what" = bench ] && pkgs+=("${test_pkgs[@]}" "${package_pkgs[@]}" "${bench_pkgs[@]}")
 
 missing=()
 for p in "${pkgs[@]}"; do

@@ -1,9 +1,11 @@
 #include "ZVPaths.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -139,6 +141,32 @@ bool readFile(const std::string& path, std::string& bytes) {
     if (!ok) return false;
     bytes = std::move(content);
     return true;
+}
+
+MappedFile::MappedFile(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return;
+    struct stat status {};
+    if (::fstat(fd, &status) == 0 && status.st_size > 0) {
+        void* mapped = ::mmap(nullptr, static_cast<std::size_t>(status.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
+        if (mapped != MAP_FAILED) {
+            _data = static_cast<const char*>(mapped);
+            _size = static_cast<std::size_t>(status.st_size);
+            ::madvise(mapped, _size, MADV_SEQUENTIAL);
+        }
+    }
+    ::close(fd);
+}
+
+MappedFile::~MappedFile() {
+    if (_data) ::munmap(const_cast<char*>(_data), _size);
+}
+
+void MappedFile::release(std::size_t offset) {
+    if (!_data) return;
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    const std::size_t length = std::min(offset, _size) / page * page;
+    if (length > 0) ::madvise(const_cast<char*>(_data), length, MADV_DONTNEED);
 }
 
 }  // namespace ZVPaths

@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 
 /// Where Norvo keeps its files, after the XDG base directory rules, and the
 /// one way it writes them.
@@ -36,6 +37,31 @@ bool writeFileAtomically(const std::string& path, unsigned permissions, const st
 bool writeAll(int fd, const char* bytes, std::size_t length);
 /// The whole file, or nothing when it cannot be read.
 bool readFile(const std::string& path, std::string& bytes);
+
+/// A file mapped read-only into memory, for reading a large file once from
+/// front to back: the pages already read can be given back, so that the
+/// file is never resident as a whole.
+class MappedFile {
+public:
+    /// Maps the file at `path`; empty (text() empty, isOpen() false) when it
+    /// cannot be opened or is empty.
+    explicit MappedFile(const std::string& path);
+    ~MappedFile();
+    MappedFile(const MappedFile&) = delete;
+    MappedFile& operator=(const MappedFile&) = delete;
+
+    bool isOpen() const { return _data != nullptr; }
+    std::string_view text() const { return {_data, _size}; }
+    /// Drops the resident pages before `offset` (they are read again from
+    /// the file if touched).
+    void release(std::size_t offset);
+    /// Drops every resident page.
+    void releaseAll() { release(_size); }
+
+private:
+    const char* _data = nullptr;
+    std::size_t _size = 0;
+};
 
 /// One version of a file: the same file changed, or another put in its
 /// place, has another stamp.

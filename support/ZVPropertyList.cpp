@@ -14,6 +14,8 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <string_view>
 #include <ctime>
 #include <limits>
 #include <memory>
@@ -331,6 +333,261 @@ std::optional<ZVValue> convertXML(const pugi::xml_node& node, int depth) {
     return std::nullopt;
 }
 
+// Fast XML reading: the layout of the files this program writes, read in one
+// pass straight into values, without a document tree. Whatever it does not
+// know for certain (CDATA, processing instructions, attributes on values,
+// unknown elements or entities, carriage returns, corrupt text) makes it
+// give up, and the general reader decides; so both always agree.
+
+class FastXMLReader {
+public:
+    explicit FastXMLReader(std::string_view text)
+        : _begin(text.data()), _p(text.data()), _end(text.data() + text.size()) {}
+
+    // Up to and including the opening tag of the root value's container:
+    // the declaration, a DOCTYPE without an internal subset, comments and
+    // "<plist ...>".
+    bool readProlog() {
+        if (_end - _p >= 3 && static_cast<unsigned char>(_p[0]) == 0xEF) return false;  // a byte-order mark
+        skipSpace();
+        if (startsWith("<?xml")) {
+            const char* close = find("?>");
+            if (!close) return false;
+            // Text in another encoding is left to the general reader.
+            const std::string_view declaration(_p, static_cast<size_t>(close - _p));
+            if (declaration.find("encoding") != std::string_view::npos &&
+                declaration.find("encoding=\"UTF-8\"") == std::string_view::npos &&
+                declaration.find("encoding=\"utf-8\"") == std::string_view::npos)
+                return false;
+            _p = close + 2;
+        }
+        if (!skipSpace()) return false;
+        if (startsWith("<!DOCTYPE")) {
+            const char* p = _p;
+            while (p < _end && *p != '>' && *p != '[') ++p;
+            if (p == _end || *p == '[') return false;
+            _p = p + 1;
+        }
+        if (!skipSpace()) return false;
+        if (!startsWith("<plist")) return false;
+        const char* p = _p + 6;
+        if (p == _end || (*p != '>' && *p != ' ')) return false;
+        while (p < _end && *p != '>') ++p;
+        if (p == _end || p[-1] == '/') return false;
+        _p = p + 1;
+        return true;
+    }
+
+    // "</plist>" and nothing after it but space and comments.
+    bool readEpilogue() {
+        if (!skipSpace() || !consume("</plist>") || !skipSpace()) return false;
+        return _p == _end;
+    }
+
+    std::optional<ZVValue> readValue(int depth) {
+        if (depth > maximumDepth || !skipSpace()) return std::nullopt;
+        bool empty = false;
+        const std::string_view name = openTag(empty);
+        if (name.empty()) return std::nullopt;
+        if (name == "dict") {
+            ZVDictionary dictionary;
+            if (empty) return ZVValue(std::move(dictionary));
+            for (;;) {
+                if (!skipSpace()) return std::nullopt;
+                if (consume("</dict>")) return ZVValue(std::move(dictionary));
+                std::string key;
+                if (!readTextElement("key", key)) return std::nullopt;
+                auto value = readValue(depth + 1);
+                if (!value) return std::nullopt;
+                dictionary.insert_or_assign(dictionary.end(), std::move(key), std::move(*value));
+            }
+        }
+        if (name == "array") {
+            ZVArray array;
+            if (empty) return ZVValue(std::move(array));
+            for (;;) {
+                if (!skipSpace()) return std::nullopt;
+                if (consume("</array>")) return ZVValue(std::move(array));
+                auto value = readValue(depth + 1);
+                if (!value) return std::nullopt;
+                array.push_back(std::move(*value));
+            }
+        }
+        if (name == "true" || name == "false") {
+            if (!empty && !closeTag(name)) return std::nullopt;
+            return ZVValue(name == "true");
+        }
+        std::string text;
+        if (name == "integer" || name == "real" || name == "date") {
+            // Short text without entities, read in place: a log holds
+            // millions of dates.
+            char scalar[64] = "";
+            if (!empty && !readShortText(name, scalar, sizeof scalar)) return std::nullopt;
+            if (name == "integer") return convertInteger(scalar);
+            if (name == "real") return convertReal(scalar);
+            auto date = parseDate(scalar);
+            if (!date) return std::nullopt;
+            return ZVValue(*date);
+        }
+        if (!empty && !readText(name, text)) return std::nullopt;
+        if (name == "string") return ZVValue(std::move(text));
+        if (name == "data") {
+            auto data = decodeBase64(text.c_str());
+            if (!data) return std::nullopt;
+            return ZVValue(std::move(*data));
+        }
+        return std::nullopt;
+    }
+
+    // The entries of the root dictionary one by one; keys must rise strictly,
+    // as a dictionary holds them.
+    bool readEntries(const std::function<void(std::string&&, ZVValue&&, std::size_t)>& entry) {
+        if (!readProlog() || !skipSpace()) return false;
+        bool empty = false;
+        if (openTag(empty) != "dict") return false;
+        if (!empty) {
+            std::string previous;
+            bool first = true;
+            for (;;) {
+                if (!skipSpace()) return false;
+                if (consume("</dict>")) break;
+                std::string key;
+                if (!readTextElement("key", key) || (!first && key <= previous)) return false;
+                auto value = readValue(1);
+                if (!value) return false;
+                previous = key;
+                first = false;
+                entry(std::move(key), std::move(*value), static_cast<std::size_t>(_p - _begin));
+            }
+        }
+        return readEpilogue();
+    }
+
+private:
+    bool startsWith(std::string_view text) const {
+        return static_cast<size_t>(_end - _p) >= text.size() && std::memcmp(_p, text.data(), text.size()) == 0;
+    }
+    bool consume(std::string_view text) {
+        if (!startsWith(text)) return false;
+        _p += text.size();
+        return true;
+    }
+    const char* find(std::string_view text) const {
+        const auto found = std::string_view(_p, static_cast<size_t>(_end - _p)).find(text);
+        return found == std::string_view::npos ? nullptr : _p + found;
+    }
+    // Space and comments; false on an unterminated comment.
+    bool skipSpace() {
+        for (;;) {
+            while (_p < _end && (*_p == ' ' || *_p == '\t' || *_p == '\n')) ++_p;
+            if (!startsWith("<!--")) return true;
+            const char* close = find("-->");
+            if (!close) return false;
+            _p = close + 3;
+        }
+    }
+    // "<name>" or "<name/>"; empty when something else stands there.
+    std::string_view openTag(bool& empty) {
+        if (_p == _end || *_p != '<') return {};
+        const char* start = _p + 1;
+        const char* p = start;
+        while (p < _end && *p >= 'a' && *p <= 'z') ++p;
+        if (p == start || p == _end) return {};
+        empty = *p == '/';
+        if (empty) ++p;
+        if (p == _end || *p != '>') return {};
+        _p = p + 1;
+        return {start, static_cast<size_t>(p - start - (empty ? 1 : 0))};
+    }
+    bool closeTag(std::string_view name) {
+        if (!consume("</") || !consume(name)) return false;
+        return consume(">");
+    }
+    bool readTextElement(std::string_view expected, std::string& text) {
+        bool empty = false;
+        if (openTag(empty) != expected) return false;
+        return empty || readText(expected, text);
+    }
+    // Character data up to the closing tag, with its entities replaced.
+    bool readText(std::string_view name, std::string& text) {
+        const char* p = _p;
+        while (p < _end && *p != '<' && *p != '&' && *p != '\r') ++p;
+        text.assign(_p, p);
+        while (p < _end && *p == '&') {
+            if (!appendEntity(p, text)) return false;
+            const char* run = p;
+            while (p < _end && *p != '<' && *p != '&' && *p != '\r') ++p;
+            text.append(run, p);
+        }
+        _p = p;
+        return closeTag(name);
+    }
+    // Text of fewer than `capacity` characters with no entity, copied with a
+    // terminating zero; anything else is left to the general reader.
+    bool readShortText(std::string_view name, char* text, std::size_t capacity) {
+        const char* p = _p;
+        while (p < _end && *p != '<' && *p != '&' && *p != '\r') ++p;
+        const auto length = static_cast<std::size_t>(p - _p);
+        if (p == _end || *p != '<' || length >= capacity) return false;
+        std::memcpy(text, _p, length);
+        text[length] = '\0';
+        _p = p;
+        return closeTag(name);
+    }
+    bool appendEntity(const char*& p, std::string& text) {
+        const char* semicolon = static_cast<const char*>(std::memchr(p, ';', std::min<size_t>(12, static_cast<size_t>(_end - p))));
+        if (!semicolon) return false;
+        const std::string_view entity(p + 1, static_cast<size_t>(semicolon - p - 1));
+        p = semicolon + 1;
+        if (entity == "amp") text += '&';
+        else if (entity == "lt") text += '<';
+        else if (entity == "gt") text += '>';
+        else if (entity == "quot") text += '"';
+        else if (entity == "apos") text += '\'';
+        else if (entity.size() >= 2 && entity[0] == '#') {
+            const bool hex = entity[1] == 'x';
+            const std::string_view digits = entity.substr(hex ? 2 : 1);
+            std::uint32_t code = 0;
+            const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), code, hex ? 16 : 10);
+            if (digits.empty() || result.ec != std::errc() || result.ptr != digits.data() + digits.size()) return false;
+            if (code == 0 || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) return false;
+            appendUTF8(text, code);
+        } else {
+            return false;
+        }
+        return true;
+    }
+    static void appendUTF8(std::string& text, std::uint32_t code) {
+        if (code < 0x80) {
+            text += static_cast<char>(code);
+        } else if (code < 0x800) {
+            text += static_cast<char>(0xC0 | (code >> 6));
+            text += static_cast<char>(0x80 | (code & 0x3F));
+        } else if (code < 0x10000) {
+            text += static_cast<char>(0xE0 | (code >> 12));
+            text += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+            text += static_cast<char>(0x80 | (code & 0x3F));
+        } else {
+            text += static_cast<char>(0xF0 | (code >> 18));
+            text += static_cast<char>(0x80 | ((code >> 12) & 0x3F));
+            text += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+            text += static_cast<char>(0x80 | (code & 0x3F));
+        }
+    }
+
+    const char* _begin;
+    const char* _p;
+    const char* _end;
+};
+
+std::optional<ZVValue> readXMLFast(std::string_view bytes) {
+    FastXMLReader reader(bytes);
+    if (!reader.readProlog()) return std::nullopt;
+    auto value = reader.readValue(0);
+    if (!value || !reader.readEpilogue()) return std::nullopt;
+    return value;
+}
+
 std::optional<ZVValue> readXMLDocument(pugi::xml_document& document, const pugi::xml_parse_result& result) {
     if (!result) return std::nullopt;
     pugi::xml_node root = document.document_element();
@@ -345,6 +602,7 @@ std::optional<ZVValue> readXMLDocument(pugi::xml_document& document, const pugi:
 constexpr unsigned xmlParseOptions = pugi::parse_default | pugi::parse_ws_pcdata_single;
 
 std::optional<ZVValue> readXML(const std::string& bytes) {
+    if (auto value = readXMLFast(bytes)) return value;
     pugi::xml_document document;
     return readXMLDocument(document, document.load_buffer(bytes.data(), bytes.size(), xmlParseOptions));
 }
@@ -352,6 +610,7 @@ std::optional<ZVValue> readXML(const std::string& bytes) {
 // Parses in the caller's buffer, which it consumes: a large file is not
 // held twice.
 std::optional<ZVValue> readXMLInPlace(std::string& bytes) {
+    if (auto value = readXMLFast(bytes)) return value;
     pugi::xml_document document;
     return readXMLDocument(document, document.load_buffer_inplace(bytes.data(), bytes.size(), xmlParseOptions));
 }
@@ -513,7 +772,22 @@ std::string writeXML(const ZVValue& value) {
     return out;
 }
 
+std::string dictionaryEntryXML(const std::string& key, const ZVValue& value) {
+    std::string entry = "\t<key>";
+    appendEscaped(entry, key);
+    entry += "</key>\n";
+    appendValue(entry, value, 1);
+    return entry;
+}
+
 bool writeDictionaryFile(const std::string& path, unsigned permissions, const std::map<std::string, const ZVValue*>& values,
+                         const EntryRanges& copiedRanges, EntryRanges& newRanges) {
+    std::map<std::string, std::string> entries;
+    for (const auto& [key, value] : values) entries[key] = dictionaryEntryXML(key, *value);
+    return writeDictionaryFileEntries(path, permissions, entries, copiedRanges, newRanges);
+}
+
+bool writeDictionaryFileEntries(const std::string& path, unsigned permissions, const std::map<std::string, std::string>& values,
                          const EntryRanges& copiedRanges, EntryRanges& newRanges) {
     std::vector<std::string> keys;
     keys.reserve(values.size() + copiedRanges.size());
@@ -541,13 +815,9 @@ bool writeDictionaryFile(const std::string& path, unsigned permissions, const st
         for (const auto& key : keys) {
             const auto value = values.find(key);
             if (value != values.end()) {
-                const std::uint64_t start = position + pending.size();
-                pending += "\t<key>";
-                appendEscaped(pending, key);
-                pending += "</key>\n";
-                appendValue(pending, *value->second, 1);
-                written[key] = {start, position + pending.size() - start};
-                if (pending.size() >= (1u << 20) && !flush()) return false;
+                if (!flush() || !ZVPaths::writeAll(fd, value->second.data(), value->second.size())) return false;
+                written[key] = {position, value->second.size()};
+                position += value->second.size();
             } else {
                 if (!flush()) return false;
                 const EntryRange& range = copiedRanges.at(key);
@@ -576,7 +846,12 @@ std::optional<ZVValue> readConsuming(std::string& bytes) {
     return readXMLInPlace(bytes);
 }
 
-std::optional<EntryRanges> dictionaryEntryRanges(const std::string& bytes) {
+bool readDictionaryEntries(std::string_view bytes,
+                           const std::function<void(std::string&&, ZVValue&&, std::size_t)>& entry) {
+    return FastXMLReader(bytes).readEntries(entry);
+}
+
+std::optional<EntryRanges> dictionaryEntryRanges(std::string_view bytes) {
     // The layout writeXML gives a dictionary: the header, "<dict>", each
     // entry from a line "\t<key>...</key>" (one tab: the top level; a "<"
     // inside text is always escaped), then "</dict>" and "</plist>".
@@ -589,16 +864,16 @@ std::optional<EntryRanges> dictionaryEntryRanges(const std::string& bytes) {
     static const std::string keyLine = "\n\t<key>";
     EntryRanges ranges;
     std::size_t start = opening.size();
-    if (bytes.compare(start, keyLine.size() - 1, keyLine, 1, std::string::npos) != 0) return std::nullopt;
+    if (bytes.compare(start, keyLine.size() - 1, std::string_view(keyLine).substr(1)) != 0) return std::nullopt;
     while (start < end) {
         const std::size_t keyStart = start + keyLine.size() - 1;
         const std::size_t keyEnd = bytes.find("</key>\n", keyStart);
         if (keyEnd == std::string::npos || keyEnd >= end) return std::nullopt;
-        const std::size_t next = bytes.find(keyLine, keyEnd);
+        const std::size_t next = bytes.find(std::string_view(keyLine), keyEnd);
         const std::size_t entryEnd = next == std::string::npos || next >= end ? end : next + 1;
         // The key as it reads, entities and all.
         pugi::xml_document key;
-        const std::string element = "<key>" + bytes.substr(keyStart, keyEnd - keyStart) + "</key>";
+        const std::string element = "<key>" + std::string(bytes.substr(keyStart, keyEnd - keyStart)) + "</key>";
         if (!key.load_buffer(element.data(), element.size(), pugi::parse_default)) return std::nullopt;
         ranges[key.first_child().text().get()] = {start, entryEnd - start};
         start = entryEnd;

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "ZVValue.h"
 
@@ -21,6 +23,16 @@ std::string writeXML(const ZVValue& value);
 /// The same, parsing inside `bytes`, which are left undefined: a large
 /// file is not held twice.
 std::optional<ZVValue> readConsuming(std::string& bytes);
+
+/// Reads the XML form of a dictionary entry by entry, handing over each key
+/// and value as soon as it stands, so that one value is held at a time, with
+/// the offset in `bytes` that the reading has reached (nothing before it is
+/// looked at again). False
+/// when the text is corrupt or not in the plain layout this program writes
+/// (read() then decides); the entries handed over until then are not to be
+/// used.
+bool readDictionaryEntries(std::string_view bytes,
+                           const std::function<void(std::string&&, ZVValue&&, std::size_t reached)>& entry);
 
 /// Reads a property-list file; absent when missing or corrupt.
 std::optional<ZVValue> readFile(const std::string& path);
@@ -46,8 +58,14 @@ using EntryRanges = std::map<std::string, EntryRange>;
 /// file written.
 /// Where each entry sits in a dictionary file of the layout that
 /// writeXML and writeDictionaryFile give; nothing for any other layout.
-std::optional<EntryRanges> dictionaryEntryRanges(const std::string& bytes);
+std::optional<EntryRanges> dictionaryEntryRanges(std::string_view bytes);
 
 bool writeDictionaryFile(const std::string& path, unsigned permissions, const std::map<std::string, const ZVValue*>& values,
                          const EntryRanges& copiedRanges, EntryRanges& newRanges);
+/// The same with entries already in their written form (dictionaryEntryXML).
+bool writeDictionaryFileEntries(const std::string& path, unsigned permissions, const std::map<std::string, std::string>& entries,
+                         const EntryRanges& copiedRanges, EntryRanges& newRanges);
+/// One entry of a dictionary file as writeDictionaryFile writes it: the key
+/// line and the value, up to and including the value's last line break.
+std::string dictionaryEntryXML(const std::string& key, const ZVValue& value);
 }  // namespace ZVPropertyList

@@ -8,6 +8,9 @@
 
 #include <QApplication>
 #include <QMenu>
+#include <algorithm>
+#include <chrono>
+#include <vector>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -88,7 +91,7 @@ struct Shell {
 // leaves: each keystroke searches every path again.
 void BM_QuickSearchKeystroke(benchmark::State& state) {
     Shell::shared();
-    static auto account = addAccount("Tickets", 100, 1000);
+    static auto account = addAccount("Tickets", benchmarkScale(100), benchmarkScale(1000));
     const std::string typed = "client 42 > ticket 4200";
     size_t keystroke = 0;
     size_t found = 0;
@@ -102,11 +105,39 @@ void BM_QuickSearchKeystroke(benchmark::State& state) {
     state.counters["last_results"] = static_cast<double>(found);
 }
 
+// Twenty queries of the kinds people type, a key at a time: the median and
+// the worst of all keystrokes (the worst is what a user feels).
+void BM_QuickSearchTyping(benchmark::State& state) {
+    Shell::shared();
+    static auto account = addAccount("Tickets", benchmarkScale(100), benchmarkScale(1000));
+    static const char* const queries[] = {
+        "ticket 4200",   "client 42",       "invoice",       "update the",     "client 7 > ticket 77",
+        "99999",         "template",        "cli 1 tick 12", "tickets",        "update invoice template",
+        "client 99",     "ticket 1",        "xyz",           "Ticket 50000 U", "client 0 > ticket 0",
+        "inv temp",      "client 5 ticket", "42",            "the invoice",    "client 12 > ticket 12345"};
+    std::vector<double> keystrokes;
+    for (auto _ : state) {
+        keystrokes.clear();
+        for (const std::string query : queries) {
+            for (size_t length = 1; length <= query.size(); ++length) {
+                const auto started = std::chrono::steady_clock::now();
+                const auto found = ZVProjectQuickSearch::searchAllProjects(query.substr(0, length));
+                benchmark::DoNotOptimize(found.size());
+                keystrokes.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - started).count());
+            }
+        }
+    }
+    std::sort(keystrokes.begin(), keystrokes.end());
+    state.counters["keystrokes"] = static_cast<double>(keystrokes.size());
+    state.counters["median_ms"] = keystrokes[keystrokes.size() / 2];
+    state.counters["worst_ms"] = keystrokes.back();
+}
+
 // Opening the status menu: the menu model of every account is built and
 // turned into Qt menus. 10,000 nodes: 100 clients of 99 tickets.
 void BM_OpenStatusMenu(benchmark::State& state) {
     Shell::shared();
-    static auto account = addAccount("Menu", 100, 99);
+    static auto account = addAccount("Menu", benchmarkScale(100), 99);
     int topLevelActions = 0;
     for (auto _ : state) {
         QMenu menu;
@@ -120,4 +151,5 @@ void BM_OpenStatusMenu(benchmark::State& state) {
 }  // namespace
 
 BENCHMARK(BM_QuickSearchKeystroke)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_QuickSearchTyping)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_OpenStatusMenu)->Unit(benchmark::kMillisecond);

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <string>
 #include <thread>
 
 #include "ZVPaths.h"
@@ -37,6 +38,28 @@ TEST(ZVPathsTests, atomicWriteReplacesAndKeepsNoTemporaryFiles) {
         ++files;
     }
     EXPECT_EQ(files, 1u);
+}
+
+TEST(ZVPathsTests, mappedFileReadsTheSameAfterItsPagesAreGivenBack) {
+    TemporaryHome home;
+    const std::string path = home.dataDirectory() + "/large.txt";
+    std::string content;
+    for (int line = 0; content.size() < 3 * 65536; ++line) content += "line " + std::to_string(line) + "\n";
+    ASSERT_TRUE(ZVPaths::writeFileAtomically(path, content));
+
+    ZVPaths::MappedFile file(path);
+    ASSERT_TRUE(file.isOpen());
+    EXPECT_EQ(file.text(), content);
+    file.release(content.size() / 2);
+    EXPECT_EQ(file.text(), content);
+    // Replacing the file leaves the mapping on the version it opened.
+    ASSERT_TRUE(ZVPaths::writeFileAtomically(path, "new"));
+    file.releaseAll();
+    EXPECT_EQ(file.text(), content);
+
+    EXPECT_FALSE(ZVPaths::MappedFile(home.dataDirectory() + "/missing").isOpen());
+    ASSERT_TRUE(ZVPaths::writeFileAtomically(path, ""));
+    EXPECT_FALSE(ZVPaths::MappedFile(path).isOpen());
 }
 
 TEST(ZVPathsTests, failedAtomicWriteLeavesTheOldFile) {

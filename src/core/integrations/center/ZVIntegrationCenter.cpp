@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <functional>
+#include <string_view>
 #include <thread>
 
 #include "ZVClock.h"
@@ -56,6 +58,10 @@ std::optional<ZVDictionary> databaseRoot(const ZVValue& value) {
         if (!entry.second.isDictionary()) return std::nullopt;
     }
     return *root;
+}
+
+ZVIntegrationCenter::EntryDigest digestOf(std::string_view entry) {
+    return {entry.size(), std::hash<std::string_view>{}(entry)};
 }
 
 std::string timestamp(ZVDate date) {
@@ -127,7 +133,8 @@ ZVIntegrationCenter::~ZVIntegrationCenter() {
 
 void ZVIntegrationCenter::innerInit() {
     _isReadingAccounts = true;
-    ZVDictionary stored = readIntegrationsFromDisk();
+    ZVDictionary stored;
+    if (!_readAccountsStreaming()) stored = readIntegrationsFromDisk();
     for (auto& [key, value] : stored) {
         const ZVDictionary* accountDictionary = value.dictionary();
         if (!accountDictionary) continue;
@@ -397,6 +404,65 @@ ZVDictionary ZVIntegrationCenter::readIntegrationsFromDisk() {
     return {};
 }
 
+bool ZVIntegrationCenter::_readAccountsStreaming() {
+    // Accounts and nodes are built without the centre's lock, which no
+    // account or node lock may be taken under; the lock guards what is kept.
+    std::error_code error;
+    if (!std::filesystem::exists(_saveURL, error)) return false;
+    const std::optional<ZVPaths::FileStamp> stamp = ZVPaths::stampOf(_saveURL);
+    ZVPaths::MappedFile file(_saveURL);
+    if (!stamp || !file.isOpen()) return false;
+    const std::string_view bytes = file.text();
+    std::optional<ZVPropertyList::EntryRanges> ranges = ZVPropertyList::dictionaryEntryRanges(bytes);
+    file.releaseAll();
+    // Each account is built as soon as its entry is read, and its
+    // dictionary form dropped; the part of the file read is given back as
+    // the reading goes on: a large file never stands in memory as a whole.
+    std::vector<IntegrationPointer> accounts;
+    std::vector<std::string> keys;
+    std::map<std::string, EntryDigest> digests;
+    bool allDictionaries = true;
+    const bool read =
+        ZVPropertyList::readDictionaryEntries(bytes, [&](std::string&& key, ZVValue&& value, std::size_t reached) {
+            if (ranges) {
+                const auto range = ranges->find(key);
+                if (range != ranges->end())
+                    digests[key] = digestOf(bytes.substr(range->second.offset, range->second.length));
+            }
+            keys.push_back(std::move(key));
+            const ZVDictionary* accountDictionary = value.dictionary();
+            if (!accountDictionary) allDictionaries = false;
+            if (allDictionaries) {
+                if (auto integration = ZVIntegration::integrationWithDictionary(*accountDictionary))
+                    accounts.push_back(std::move(integration));
+            }
+            file.release(reached);
+        });
+    if (!read || !allDictionaries) {
+        // The general reader decides; a node marked selected in what was
+        // read so far must not stay the current project.
+        if (auto project = currentProject()) {
+            auto owner = project->integration();
+            if (std::find(accounts.begin(), accounts.end(), owner) != accounts.end()) {
+                std::lock_guard<std::mutex> currentGuard(_currentProjectMutex);
+                _currentProject.reset();
+            }
+        }
+        return false;
+    }
+    std::lock_guard<std::recursive_mutex> guard(_lock);
+    _checkedDatabaseReadability = true;
+    if (ranges && std::equal(ranges->begin(), ranges->end(), keys.begin(), keys.end(),
+                             [](const auto& range, const std::string& key) { return range.first == key; }) &&
+        ZVPaths::stampOf(_saveURL) == stamp) {
+        _writtenDatabaseStamp = stamp;
+        _writtenEntryDigests = std::move(digests);
+        _writtenDatabaseRanges = std::move(*ranges);
+    }
+    _integrations.insert(_integrations.end(), accounts.begin(), accounts.end());
+    return true;
+}
+
 bool ZVIntegrationCenter::_setAsideUnreadableDatabase() {
     std::string target = _saveURL + ".unreadable-" + timestamp(ZVNow());
     std::error_code error;
@@ -423,9 +489,10 @@ void ZVIntegrationCenter::writeIntegrationsToDisk(const ZVDictionary& integratio
         ZVLog([&] { return "Not writing over the unreadable database " + _saveURL; });
         return;
     }
-    std::map<std::string, const ZVValue*> values;
-    for (const auto& [identifier, value] : integrations) values[identifier] = &value;
-    _writeDatabase(values, {});
+    std::map<std::string, std::string> entries;
+    for (const auto& [identifier, value] : integrations)
+        entries[identifier] = ZVPropertyList::dictionaryEntryXML(identifier, value);
+    _writeDatabase(entries, {});
 }
 
 void ZVIntegrationCenter::updateIntegrationsOnDisk(std::map<std::string, std::optional<ZVValue>> changes) {
@@ -434,15 +501,27 @@ void ZVIntegrationCenter::updateIntegrationsOnDisk(std::map<std::string, std::op
         ZVLog([&] { return "Not writing over the unreadable database " + _saveURL; });
         return;
     }
-    std::map<std::string, const ZVValue*> values;
+    std::map<std::string, std::string> entries;
     if (_writtenDatabaseStamp && ZVPaths::stampOf(_saveURL) == _writtenDatabaseStamp) {
-        // Our own file: the other accounts are copied from it as they stand.
+        // Our own file: the other accounts are copied from it as they stand,
+        // and an account whose entry would come out as it is on disk is not
+        // written at all.
         ZVPropertyList::EntryRanges copied = _writtenDatabaseRanges;
+        bool changed = false;
         for (const auto& [identifier, value] : changes) {
+            if (!value) {
+                changed |= copied.erase(identifier) > 0;
+                continue;
+            }
+            std::string entry = ZVPropertyList::dictionaryEntryXML(identifier, *value);
+            const auto written = _writtenEntryDigests.find(identifier);
+            if (copied.contains(identifier) && written != _writtenEntryDigests.end() && written->second == digestOf(entry))
+                continue;
             copied.erase(identifier);
-            if (value) values[identifier] = &*value;
+            entries[identifier] = std::move(entry);
+            changed = true;
         }
-        _writeDatabase(values, copied);
+        if (changed) _writeDatabase(entries, copied);
         return;
     }
     // A file of another run or another program: read, change, write.
@@ -453,20 +532,28 @@ void ZVIntegrationCenter::updateIntegrationsOnDisk(std::map<std::string, std::op
         else
             stored.erase(identifier);
     }
-    for (const auto& [identifier, value] : stored) values[identifier] = &value;
-    _writeDatabase(values, {});
+    for (const auto& [identifier, value] : stored) entries[identifier] = ZVPropertyList::dictionaryEntryXML(identifier, value);
+    _writeDatabase(entries, {});
 }
 
-void ZVIntegrationCenter::_writeDatabase(const std::map<std::string, const ZVValue*>& values,
+void ZVIntegrationCenter::_writeDatabase(const std::map<std::string, std::string>& entries,
                                          const ZVPropertyList::EntryRanges& copied) {
     ZVPropertyList::EntryRanges ranges;
-    if (ZVPropertyList::writeDictionaryFile(_saveURL, databasePermissions, values, copied, ranges)) {
+    if (ZVPropertyList::writeDictionaryFileEntries(_saveURL, databasePermissions, entries, copied, ranges)) {
+        std::map<std::string, EntryDigest> digests;
+        for (const auto& [identifier, entry] : entries) digests[identifier] = digestOf(entry);
+        for (const auto& [identifier, range] : copied) {
+            const auto known = _writtenEntryDigests.find(identifier);
+            if (known != _writtenEntryDigests.end()) digests[identifier] = known->second;
+        }
+        _writtenEntryDigests = std::move(digests);
         _writtenDatabaseRanges = std::move(ranges);
         _writtenDatabaseStamp = ZVPaths::stampOf(_saveURL);
     } else {
         ZVLog([&] { return "Writing the database " + _saveURL + " failed"; });
         _writtenDatabaseStamp.reset();
         _writtenDatabaseRanges.clear();
+        _writtenEntryDigests.clear();
     }
 }
 

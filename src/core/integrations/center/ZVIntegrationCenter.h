@@ -100,6 +100,13 @@ public:
     static constexpr double autosaveInterval = 300;
     static constexpr std::size_t maximumRecentProjects = 10;
 
+    /// The length and hash of an entry's written form.
+    struct EntryDigest {
+        std::size_t length = 0;
+        std::size_t hash = 0;
+        bool operator==(const EntryDigest&) const = default;
+    };
+
 private:
     // The refresh thread counts itself in `_number_of_sync_threads` under `_syncLock`.
     friend class ZVSynchronizationThread;
@@ -112,6 +119,10 @@ private:
     void _autosave();
     void _resyncIntegrations();
     void _saveRecentProjects();
+    /// Builds the accounts straight from the file, one entry at a time;
+    /// false (holding no account) when the file is missing or not in the
+    /// plain layout, which the general reader then handles.
+    bool _readAccountsStreaming();
     /// Renames an existing database that cannot be read to
     /// "Integrations.edb.unreadable-<time>"; false when that fails.
     bool _setAsideUnreadableDatabase();
@@ -121,7 +132,7 @@ private:
     ZVArray _currentProjectPath() const;
     /// Writes the file from new values and ranges of the current file, and
     /// remembers where each entry went.
-    void _writeDatabase(const std::map<std::string, const ZVValue*>& values, const ZVPropertyList::EntryRanges& copied);
+    void _writeDatabase(const std::map<std::string, std::string>& entries, const ZVPropertyList::EntryRanges& copied);
 
     ProjectPointer _currentProject;
     std::vector<IntegrationPointer> _integrations;
@@ -142,6 +153,9 @@ private:
     // and the stamp of that file; both empty when the file must be read.
     std::optional<ZVPaths::FileStamp> _writtenDatabaseStamp;
     ZVPropertyList::EntryRanges _writtenDatabaseRanges;
+    // A fingerprint of each entry as it stands in that file, so that an
+    // account that has not changed is not written again.
+    std::map<std::string, EntryDigest> _writtenEntryDigests;
     // While the accounts are read, a node marked selected becomes the current
     // project without touching the stored recents, which are restored next.
     bool _isReadingAccounts = false;

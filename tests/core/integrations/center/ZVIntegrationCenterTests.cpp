@@ -19,6 +19,7 @@
 #include "core/integrations/local/ZVNorvoIntegration.h"
 #include "core/log_entries/ZVResetLogEntry.h"
 #include "core/log_entries/ZVTimeLogEntry.h"
+#include "core/log_entries/ZVTimeSetLogEntry.h"
 #include "core/notifications/ZVNotificationCenter.h"
 
 namespace {
@@ -228,6 +229,112 @@ TEST_F(IntegrationCenterTest, UnknownAccountClassIsSkippedAndKeptInTheFile) {
     std::dynamic_pointer_cast<RecordingIntegration>(loaded)->writesThrough = true;
     loaded->save();
     EXPECT_EQ(storedDatabase()->count("future"), 1u);
+}
+
+TEST_F(IntegrationCenterTest, StartReadsEntitiesOldClassNamesEntriesWithoutAClassAndWrongTypes) {
+    const ZVDate start{std::chrono::duration<double>(1.7e9)};
+    const ZVArray log{
+        ZVDictionary{{"KDLogEntryText", "no class"}, {"KDLogEntryStartDate", start}},
+        ZVDictionary{{"KDLogEntryClass", "KDTimeLogEntry"}, {"KDLogEntryText", 42}, {"KDLogEntryStartDate", start}},
+        ZVDictionary{{"KDLogEntryClass", "KDResetLogEntry"}, {"KDLogEntryDate", start}},
+        ZVDictionary{{"KDLogEntryClass", "KDNoSuchLogEntry"}},
+        ZVDictionary{{"KDLogEntryClass", "Norvo.ZVTimeSetLogEntry"}, {"KDTimeSetLogEntryNewTime", "ten"}},
+    };
+    const ZVDictionary project{{"KDIntegrationProjectName", "\u00c4rger & <Co> \"quoted\" \u65e5\u672c"},
+                               {"KDIntegrationProjectID", "p"},
+                               {"KDIntegrationSubprojectID", 7},
+                               {"KDIntegrationProjectTime", "12"},
+                               {"KDIntegrationProjectLog", log},
+                               {"KDIntegrationProjectSubprojects", "none"}};
+    writeDatabase({{"a", ZVDictionary{{"KDIntegrationClass", RecordingIntegration::storedClassName},
+                                       {"KDIntegrationUID", "a"},
+                                       {"KDIntegrationName", "Kunden & Co"},
+                                       {"KDIntegrationCachedProjects", ZVArray{project}}}}});
+
+    ASSERT_EQ(center().integrations().size(), 1u);
+    EXPECT_EQ(center().integrations()[0]->name(), "Kunden & Co");
+    const Pointer loaded = top(center().integrations()[0]);
+    EXPECT_EQ(loaded->name(), "\u00c4rger & <Co> \"quoted\" \u65e5\u672c");
+    EXPECT_FALSE(loaded->subprojectID());
+    EXPECT_EQ(loaded->time(), 0u);
+    EXPECT_TRUE(loaded->subprojects().empty());
+    ASSERT_EQ(loaded->logEntries().size(), 4u);
+    const auto* untyped = dynamic_cast<const ZVTimeLogEntry*>(loaded->logEntries()[0].get());
+    ASSERT_TRUE(untyped);
+    EXPECT_EQ(untyped->text(), "no class");
+    const auto* old = dynamic_cast<const ZVTimeLogEntry*>(loaded->logEntries()[1].get());
+    ASSERT_TRUE(old);
+    EXPECT_EQ(old->text(), "");
+    EXPECT_EQ(old->startDate(), start);
+    EXPECT_TRUE(dynamic_cast<const ZVResetLogEntry*>(loaded->logEntries()[2].get()));
+    const auto* timeSet = dynamic_cast<const ZVTimeSetLogEntry*>(loaded->logEntries()[3].get());
+    ASSERT_TRUE(timeSet);
+    EXPECT_EQ(timeSet->newTime(), 0u);
+}
+
+TEST_F(IntegrationCenterTest, NothingIsWrittenWhenNothingChanged) {
+    auto account = accountWithTree("Client A");
+    account->writesThrough = true;
+    center().addIntegration(account);
+    const auto identity = [this] {
+        struct stat status {};
+        ::stat(databasePath().c_str(), &status);
+        return std::make_pair(status.st_ino, status.st_ctim.tv_nsec + status.st_ctim.tv_sec * 1000000000L);
+    };
+    const auto written = identity();
+    center().save();
+    account->save();
+    EXPECT_EQ(identity(), written);
+
+    top(account, 1)->setTimeWithoutSaving(61);
+    center().save();
+    EXPECT_NE(identity(), written);
+    const auto database = storedDatabase();
+    ASSERT_TRUE(database);
+    const ZVDictionary& stored = *database->at(account->integrationID()).dictionary();
+    EXPECT_EQ(ZVUnsignedValue(*ZVArrayValue(stored, "KDIntegrationCachedProjects")->at(1).dictionary(),
+                              "KDIntegrationProjectTime"),
+              61u);
+
+    // A new run knows the file it read and writes nothing either.
+    restart();
+    const auto afterRestart = identity();
+    center().save();
+    EXPECT_EQ(identity(), afterRestart);
+    // Another program's change to the file is not lost.
+    writeDatabase({{"other", ZVDictionary{{"KDIntegrationClass", "Norvo.ZVFutureIntegration"}}},
+                   {account->integrationID(), ZVValue(account->dictionaryRepresentation())}});
+    top(center().integrations()[0], 1)->setTimeWithoutSaving(62);
+    center().save();
+    EXPECT_EQ(storedDatabase()->count("other"), 1u);
+}
+
+TEST_F(IntegrationCenterTest, AnAccountThatFailedToLoadKeepsItsEntryByteForByte) {
+    auto known = RecordingIntegration::makeWithDictionary<RecordingIntegration>(
+        {{"KDIntegrationUID", "known"}, {"KDIntegrationName", "Known"}});
+    writeDatabase({{"known", ZVValue(known->dictionaryRepresentation())},
+                   {"future", ZVDictionary{{"KDIntegrationClass", "Norvo.ZVFutureIntegration"},
+                                           {"KDIntegrationName", "Zukunft & <mehr> \u00e9"},
+                                           {"KDIntegrationFutureSetting", ZVArray{1.5, ZVData{1, 2}}}}}});
+    const auto bytesOfFuture = [this] {
+        std::string bytes;
+        EXPECT_TRUE(ZVPaths::readFile(databasePath(), bytes));
+        const auto ranges = ZVPropertyList::dictionaryEntryRanges(bytes);
+        EXPECT_TRUE(ranges && ranges->contains("future"));
+        if (!ranges || !ranges->contains("future")) return std::string();
+        return bytes.substr(ranges->at("future").offset, ranges->at("future").length);
+    };
+    const std::string before = bytesOfFuture();
+    ASSERT_EQ(center().integrations().size(), 1u);
+    auto loaded = std::dynamic_pointer_cast<RecordingIntegration>(center().integrations()[0]);
+    loaded->setName("Known, renamed");
+    loaded->writesThrough = true;
+    loaded->save();
+    center().save();
+    EXPECT_EQ(bytesOfFuture(), before);
+    const auto database = storedDatabase();
+    ASSERT_TRUE(database);
+    EXPECT_EQ(ZVStringValue(*database->at("known").dictionary(), "KDIntegrationName"), "Known, renamed");
 }
 
 // The current project and the recents.

@@ -1,0 +1,121 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ZVPropertyList.h"
+
+namespace {
+
+using Entries = std::vector<std::pair<std::string, ZVValue>>;
+
+/// The entries read one by one, or nothing when the reader gave up.
+std::optional<Entries> entriesOf(const std::string& text) {
+    Entries entries;
+    std::size_t reachedBefore = 0;
+    const bool read =
+        ZVPropertyList::readDictionaryEntries(text, [&](std::string&& key, ZVValue&& value, std::size_t reached) {
+            // Each entry ends after the one before and inside the text.
+            EXPECT_GT(reached, reachedBefore);
+            EXPECT_LE(reached, text.size());
+            reachedBefore = reached;
+            entries.emplace_back(std::move(key), std::move(value));
+        });
+    if (!read) return std::nullopt;
+    return entries;
+}
+
+std::string plist(const std::string& body) {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+           "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n<plist version=\"1.0\">\n" +
+           body + "\n</plist>\n";
+}
+
+TEST(ZVPropertyListEntryReaderTests, readsWhatTheWriterWritesEntryByEntryInKeyOrder) {
+    const ZVDictionary account{
+        {"KDIntegrationName", "Kunden & <Partner> \"A\" 'B' \u00e9\u65e5\u672c\r\nzwei"},
+        {"KDIntegrationCachedProjects",
+         ZVArray{ZVDictionary{{"KDIntegrationProjectTime", std::uint64_t{18446744073709551615ull}},
+                              {"KDIntegrationProjectLog", ZVArray{}},
+                              {"KDIntegrationProjectSubprojects", ZVArray{ZVDictionary{}}}}}},
+        {"when", ZVDate(std::chrono::duration<double>(1.7e9))},
+        {"rate", -12.5},
+        {"flags", ZVArray{true, false, std::int64_t{-3}, ZVData{0, 255, 7}, ""}},
+    };
+    const ZVDictionary root{{"b & c", account}, {"a <first>", ZVDictionary{}}, {"\u00fc", account}};
+    const std::string text = ZVPropertyList::writeXML(root);
+
+    const auto entries = entriesOf(text);
+    ASSERT_TRUE(entries);
+    ASSERT_EQ(entries->size(), 3u);
+    EXPECT_EQ((*entries)[0], (std::pair<std::string, ZVValue>{"a <first>", ZVDictionary{}}));
+    EXPECT_EQ((*entries)[1], (std::pair<std::string, ZVValue>{"b & c", account}));
+    EXPECT_EQ((*entries)[2], (std::pair<std::string, ZVValue>{"\u00fc", account}));
+    EXPECT_EQ(ZVPropertyList::read(text), ZVValue(root));
+}
+
+TEST(ZVPropertyListEntryReaderTests, namedAndNumericEntitiesAreDecoded) {
+    const auto entries =
+        entriesOf(plist("<dict><key>&lt;k&gt;</key><string>&amp;&quot;&apos;&#233;&#x65E5;&#x1F600;&#13;x</string>"
+                        "<key>z</key><string/></dict>"));
+    ASSERT_TRUE(entries);
+    ASSERT_EQ(entries->size(), 2u);
+    EXPECT_EQ((*entries)[0].first, "<k>");
+    EXPECT_EQ((*entries)[0].second, ZVValue("&\"'\u00e9\u65e5\U0001F600\rx"));
+    EXPECT_EQ((*entries)[1].second, ZVValue(""));
+}
+
+// What the entry reader does not know for certain, the general reader reads;
+// read() gives the same value as before either way.
+TEST(ZVPropertyListEntryReaderTests, unusualLayoutsAreLeftToTheGeneralReader) {
+    const std::vector<std::pair<std::string, ZVValue>> cases = {
+        {plist("<dict><key>a</key><string><![CDATA[x<y]]></string></dict>"), ZVDictionary{{"a", "x<y"}}},
+        {plist("<dict><key>a</key><string>one\r\ntwo</string></dict>"), ZVDictionary{{"a", "one\ntwo"}}},
+        {plist("<dict><key>b</key><integer>1</integer><key>a</key><integer>2</integer></dict>"),
+         ZVDictionary{{"a", 2}, {"b", 1}}},
+        {plist("<dict><key>a</key><integer>1</integer><key>a</key><integer>2</integer></dict>"),
+         ZVDictionary{{"a", 2}}},
+        {plist("<dict><key>a</key><string id=\"1\">x</string></dict>"), ZVDictionary{{"a", "x"}}},
+        {plist("<dict><key>a</key><string>x&nbsp;y</string></dict>"), ZVDictionary{{"a", "x&nbsp;y"}}},
+        {"<dict><key>a</key><true/></dict>", ZVDictionary{{"a", true}}},
+        {"<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><plist><dict><key>a</key><string>caf\xe9</string></dict>"
+         "</plist>",
+         ZVDictionary{{"a", "caf\u00e9"}}},
+    };
+    for (const auto& [text, expected] : cases) {
+        EXPECT_FALSE(entriesOf(text)) << text;
+        EXPECT_EQ(ZVPropertyList::read(text), expected) << text;
+    }
+}
+
+TEST(ZVPropertyListEntryReaderTests, corruptTextIsRefusedAfterWhatever) {
+    const std::string cases[] = {
+        plist("<dict><key>a</key><dict><key>b</key><string>x</string>"),
+        plist("<dict><key>a</key><integer>12x</integer></dict>"),
+        plist("<dict><key>a</key><string>x</strin></dict>"),
+        plist("<dict><key>a</key><string>&#0;</string></dict>"),
+        plist("<dict><key>a</key></dict>"),
+        plist("<array><string>not a dictionary</string></array>"),
+        plist("<dict></dict>") + "<plist/>",
+    };
+    for (const auto& text : cases) EXPECT_FALSE(entriesOf(text)) << text;
+    EXPECT_FALSE(ZVPropertyList::read(cases[0]));
+    EXPECT_FALSE(ZVPropertyList::read(cases[1]));
+    const auto empty = entriesOf(plist("<dict/>"));
+    ASSERT_TRUE(empty);
+    EXPECT_TRUE(empty->empty());
+}
+
+TEST(ZVPropertyListEntryReaderTests, anEntryIsItsOwnSliceOfTheWrittenFile) {
+    const ZVDictionary root{{"first", ZVDictionary{{"x", "&"}}}, {"second", ZVDictionary{{"y", ZVArray{1, 2}}}}};
+    const std::string text = ZVPropertyList::writeXML(root);
+    const auto ranges = ZVPropertyList::dictionaryEntryRanges(text);
+    ASSERT_TRUE(ranges);
+    for (const auto& [key, value] : root) {
+        const auto& range = ranges->at(key);
+        EXPECT_EQ(text.substr(range.offset, range.length), ZVPropertyList::dictionaryEntryXML(key, value)) << key;
+    }
+}
+
+}  // namespace

@@ -2,6 +2,7 @@
 
 #include "ui_elements/ZVQtLocalization.h"
 
+#include <QEvent>
 #include <QFontMetrics>
 #include <QHBoxLayout>
 #include <QListView>
@@ -34,6 +35,7 @@ QToolButton* pullDown(const QString& title, QWidget* parent) {
 ZVTimerViewController::ZVTimerViewController(ZVApplicationCommands& commands, QWidget* parent)
     : QWidget(parent), _commands(commands) {
     _searchField = new ZVSearchFieldWithResults(this);
+    _searchField->installEventFilter(this);
     _searchField->setObjectName(QStringLiteral("quickSearchField"));
     _searchField->setPlaceholderText(ZVLocalizedQString("Search projects"));
     _resultDelegate = new ZVProjectSearchResultDelegate(this);
@@ -83,6 +85,13 @@ void ZVTimerViewController::makeSearchFieldFirstResponder() {
 
 void ZVTimerViewController::viewWillAppear() {
     _searchField->setFocus(Qt::OtherFocusReason);
+}
+
+bool ZVTimerViewController::eventFilter(QObject* watched, QEvent* event) {
+    // Renewing the index after a refresh costs more than a keystroke may;
+    // it is done when the field gets the focus, before the first key.
+    if (watched == _searchField && event->type() == QEvent::FocusIn) ZVProjectQuickSearch::prepareAllProjects();
+    return QWidget::eventFilter(watched, event);
 }
 
 void ZVTimerViewController::selectProject(const ZVMenuItem& item) {

@@ -50,6 +50,9 @@ public:
     int searchFieldHeightOfRow(ZVSearchFieldWithResults& field, const QVariant& result) override;
     QAbstractItemDelegate* searchFieldItemDelegate(ZVSearchFieldWithResults& field) override;
 
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 Q_SIGNALS:
     /// A project was chosen here; the popup that holds the panel closes.
     void projectChosen();

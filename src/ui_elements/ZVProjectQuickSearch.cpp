@@ -118,6 +118,17 @@ std::vector<ZVProjectQuickSearch::ProjectPointer> ZVProjectQuickSearch::searchAl
     return search(query, integrations);
 }
 
+void ZVProjectQuickSearch::prepareAllProjects() {
+    std::vector<IntegrationPointer> integrations = ZVIntegrationCenter::shared().integrations();
+    integrations.push_back(ZVNorvoIntegration::sharedIntegration());
+    ZVProjectSearchIndex::shared().update(integrations);
+}
+
+void ZVProjectSearchIndex::update(const std::vector<IntegrationPointer>& integrations) {
+    std::lock_guard guard(_mutex);
+    if (!_isCurrent(integrations)) _build(integrations);
+}
+
 ZVProjectSearchIndex& ZVProjectSearchIndex::shared() {
     static ZVProjectSearchIndex index;
     return index;

@@ -25,6 +25,10 @@ public:
                                               const std::vector<IntegrationPointer>& integrations);
     /// Searches the centre's accounts and then the local account.
     static std::vector<ProjectPointer> searchAllProjects(const std::string& query);
+    /// Renews the index of `searchAllProjects` now if a tree has changed, so
+    /// that the first keystroke does not pay for it (the search field calls
+    /// this when it gets the focus).
+    static void prepareAllProjects();
 };
 
 /// The leaves of a list of accounts in the order a walk of their trees meets
@@ -41,6 +45,8 @@ public:
     /// The leaves whose path contains the normalized query, ignoring case.
     std::vector<ProjectPointer> search(const std::string& normalizedQuery,
                                        const std::vector<IntegrationPointer>& integrations);
+    /// Builds the index anew if it does not stand for these accounts as they are.
+    void update(const std::vector<IntegrationPointer>& integrations);
     /// Number of leaves indexed; for tests and benchmarks.
     std::size_t size() const;
     /// How often the index was built; for tests.

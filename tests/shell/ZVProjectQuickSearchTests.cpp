@@ -1,3 +1,5 @@
+#include <QCoreApplication>
+#include <QFocusEvent>
 #include <QListView>
 
 #include "IgnoredCommands.h"
@@ -195,4 +197,26 @@ TEST_F(ZVProjectQuickSearchTest, KeystrokesOverUnchangedTreesReuseTheIndex) {
     design->setName("Layout");
     ZVProjectQuickSearch::searchAllProjects("layout");
     EXPECT_EQ(index.buildCount(), builds + 1);
+}
+
+TEST_F(ZVProjectQuickSearchTest, TheFieldRenewsTheIndexWhenItGetsTheFocusNotAtTheFirstKey) {
+    IgnoredCommands commands;
+    ZVMenuManager::shared().setCommands(&commands);
+    {
+        ZVTimerViewController panel(commands);
+        ZVSearchFieldWithResults& field = *panel.searchField();
+        auto& index = ZVProjectSearchIndex::shared();
+        ZVProjectQuickSearch::searchAllProjects("w");
+        design->setName("Layout");  // a refresh renamed a leaf
+        const std::size_t builds = index.buildCount();
+
+        QFocusEvent focus(QEvent::FocusIn, Qt::OtherFocusReason);
+        QCoreApplication::sendEvent(&field, &focus);
+        EXPECT_EQ(index.buildCount(), builds + 1);
+
+        field.setText(QStringLiteral("layout"));
+        EXPECT_EQ(index.buildCount(), builds + 1) << "the keystroke found the index ready";
+        ASSERT_EQ(field.results().size(), 1);
+    }
+    ZVMenuManager::shared().setCommands(nullptr);
 }

@@ -3,31 +3,59 @@
 #include "ZVHelpers.h"
 #include "ZVPaths.h"
 
+namespace {
+
+bool needsQuotes(std::string_view field) {
+    for (const char c : field)
+        if (c == ',' || c == '"' || c == '\r' || c == '\n') return true;
+    return false;
+}
+
+void appendEscapedField(std::string& out, std::string_view field) {
+    if (!needsQuotes(field)) {
+        out += field;
+        return;
+    }
+    out += '"';
+    for (const char c : field) {
+        if (c == '"') out += '"';
+        out += c;
+    }
+    out += '"';
+}
+
+}  // namespace
+
 ZVCSVDocument::ZVCSVDocument(std::vector<std::string> columns) : _columns(std::move(columns)) {}
 
 void ZVCSVDocument::addRow(Row row) { _rows.push_back(std::move(row)); }
 
 std::string ZVCSVDocument::escapedField(const std::string& field) {
-    if (field.find_first_of(",\"\r\n") == std::string::npos) return field;
-    std::string quoted = "\"";
-    for (char c : field) {
-        if (c == '"') quoted += '"';
-        quoted += c;
-    }
-    quoted += '"';
+    std::string quoted;
+    appendEscapedField(quoted, field);
     return quoted;
+}
+
+void ZVCSVDocument::appendRecord(std::string& out, std::initializer_list<std::string_view> fields) {
+    bool first = true;
+    for (const std::string_view field : fields) {
+        if (!first) out += ',';
+        first = false;
+        appendEscapedField(out, field);
+    }
+    out += "\r\n";
 }
 
 std::string ZVCSVDocument::stringValue() const {
     std::string out;
-    auto appendRecord = [&](const std::vector<std::string>& fields) {
+    auto appendFields = [&](const std::vector<std::string>& fields) {
         for (size_t i = 0; i < fields.size(); ++i) {
             if (i > 0) out += ',';
             out += escapedField(fields[i]);
         }
         out += "\r\n";
     };
-    appendRecord(_columns);
+    appendFields(_columns);
     for (const Row& row : _rows) {
         std::vector<std::string> fields;
         fields.reserve(_columns.size());
@@ -41,7 +69,7 @@ std::string ZVCSVDocument::stringValue() const {
                 fields.push_back(std::get<std::string>(it->second));
             }
         }
-        appendRecord(fields);
+        appendFields(fields);
     }
     return out;
 }

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <map>
+#include <initializer_list>
 #include <optional>
+#include <string_view>
 #include <string>
 #include <variant>
 #include <vector>
@@ -35,6 +37,9 @@ public:
     static std::optional<ZVCSVDocument> parse(const std::string& text);
 
     static std::string escapedField(const std::string& field);
+    /// Appends one record (fields escaped, CRLF at its end) to CSV text;
+    /// for tables too large to hold as rows.
+    static void appendRecord(std::string& out, std::initializer_list<std::string_view> fields);
 
 private:
     std::vector<std::string> _columns;

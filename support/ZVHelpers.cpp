@@ -210,6 +210,87 @@ std::string ZVISO8601String(ZVDate date) {
     return buffer;
 }
 
+namespace {
+
+constexpr long offsetChangesThatDay = -1'000'000;
+
+long localOffsetAt(std::time_t t) {
+    std::tm local{};
+    localtime_r(&t, &local);
+    return local.tm_gmtoff;
+}
+
+std::int64_t floorDivide(std::int64_t value, std::int64_t divisor) {
+    return value / divisor - ((value % divisor != 0) && ((value < 0) != (divisor < 0)));
+}
+
+void appendDigits(std::string& out, long value, int width) {
+    char digits[8];
+    for (int i = width - 1; i >= 0; --i) {
+        digits[i] = static_cast<char>('0' + value % 10);
+        value /= 10;
+    }
+    out.append(digits, static_cast<std::size_t>(width));
+}
+
+}  // namespace
+
+void ZVISO8601Formatter::append(std::string& out, ZVDate date) {
+    const double seconds = std::floor(date.time_since_epoch().count());
+    // Far dates go the slow way: their years need other than four digits.
+    if (!(seconds > -62'000'000'000.0 && seconds < 253'000'000'000.0)) {
+        out += ZVISO8601String(date);
+        return;
+    }
+    const auto t = static_cast<std::time_t>(seconds);
+    const std::int64_t day = floorDivide(t, 86400);
+    auto [known, isNew] = _dayOffsets.try_emplace(day, 0);
+    if (isNew) {
+        // The zone's offsets change at most a few times a year: the same
+        // offset at both ends of a day holds all day long.
+        const long first = localOffsetAt(static_cast<std::time_t>(day * 86400));
+        const long last = localOffsetAt(static_cast<std::time_t>(day * 86400 + 86399));
+        known->second = first == last ? first : offsetChangesThatDay;
+    }
+    const long offset = known->second == offsetChangesThatDay ? localOffsetAt(t) : known->second;
+
+    // The civil date of the local day, by calendar arithmetic.
+    const std::int64_t local = t + offset;
+    const std::int64_t localDay = floorDivide(local, 86400);
+    const std::int64_t secondOfDay = local - localDay * 86400;
+    const std::int64_t z = localDay + 719468;
+    const std::int64_t era = floorDivide(z, 146097);
+    const std::int64_t dayOfEra = z - era * 146097;
+    const std::int64_t yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+    const std::int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+    const std::int64_t monthIndex = (5 * dayOfYear + 2) / 153;
+    const long dayOfMonth = static_cast<long>(dayOfYear - (153 * monthIndex + 2) / 5 + 1);
+    const long month = static_cast<long>(monthIndex < 10 ? monthIndex + 3 : monthIndex - 9);
+    const long year = static_cast<long>(yearOfEra + era * 400 + (month <= 2 ? 1 : 0));
+    if (year < 0 || year > 9999) {
+        out += ZVISO8601String(date);
+        return;
+    }
+    appendDigits(out, year, 4);
+    out += '-';
+    appendDigits(out, month, 2);
+    out += '-';
+    appendDigits(out, dayOfMonth, 2);
+    out += 'T';
+    appendDigits(out, static_cast<long>(secondOfDay / 3600), 2);
+    out += ':';
+    appendDigits(out, static_cast<long>(secondOfDay / 60 % 60), 2);
+    out += ':';
+    appendDigits(out, static_cast<long>(secondOfDay % 60), 2);
+    out += offset < 0 ? '-' : '+';
+    const long magnitude = offset < 0 ? -offset : offset;
+    // As the slow way prints them: hours with at least two digits.
+    const long hours = magnitude / 3600;
+    appendDigits(out, hours, hours > 99 ? 3 : 2);
+    out += ':';
+    appendDigits(out, (magnitude % 3600) / 60, 2);
+}
+
 std::optional<ZVDate> ZVDateFromISO8601(std::string_view text) {
     std::string s(trimmed(text));
     int year, month, day, hour, minute;

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -107,5 +108,19 @@ int ZVMonth(ZVDate date);
 int ZVYear(ZVDate date);
 /// "2024-03-01T10:15:30+01:00": whole seconds, local time with its offset.
 std::string ZVISO8601String(ZVDate date);
+
+/// Writes dates exactly as ZVISO8601String does, many times faster for a
+/// long run of dates: the local offset is looked up once per day, not per
+/// date. Made for one task at a time (an export), so that the next task
+/// sees a change of the time zone.
+class ZVISO8601Formatter {
+public:
+    void append(std::string& out, ZVDate date);
+
+private:
+    // UTC day number to the offset that holds all day long, or the marker
+    // of a day on which the offset changes.
+    std::unordered_map<std::int64_t, long> _dayOffsets;
+};
 /// Reads the form above, also with "Z", fractional seconds or "+0100".
 std::optional<ZVDate> ZVDateFromISO8601(std::string_view text);

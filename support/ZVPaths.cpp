@@ -91,6 +91,10 @@ std::string sharedDataDirectory() {
 
 bool writeFileAtomically(const std::string& path, const std::string& bytes) { return writeAtomically(path, bytes, -1); }
 
+bool writeFileAtomically(const std::string& path, const std::function<bool(int fd)>& produce) {
+    return writeAtomically(path, -1, produce);
+}
+
 bool writeFileAtomically(const std::string& path, const std::string& bytes, unsigned permissions) {
     return writeAtomically(path, bytes, static_cast<int>(permissions & 07777));
 }

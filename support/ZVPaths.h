@@ -33,6 +33,8 @@ bool writeFileAtomically(const std::string& path, const std::string& bytes, unsi
 /// The same, with the content produced by `produce` writing to the open
 /// temporary file; it answers false to give up, leaving the old file.
 bool writeFileAtomically(const std::string& path, unsigned permissions, const std::function<bool(int fd)>& produce);
+/// The same, keeping the permissions of an existing file (0644 for a new one).
+bool writeFileAtomically(const std::string& path, const std::function<bool(int fd)>& produce);
 /// Writes all bytes to the descriptor, across short writes; false on failure.
 bool writeAll(int fd, const char* bytes, std::size_t length);
 /// The whole file, or nothing when it cannot be read.

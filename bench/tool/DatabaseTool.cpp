@@ -40,6 +40,7 @@
 #include "core/integrations/address_based/ZVAddressBasedIntegration.h"
 #include "core/integrations/center/ZVIntegrationCenter.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
+#include "core/log/ZVLogController.h"
 #include "core/log_entries/ZVTimeLogEntry.h"
 #include "core/ui/ZVUserInterface.h"
 
@@ -375,24 +376,21 @@ int csvExport(const std::string& home, const std::string& output) {
     useHome(home);
     auto& center = loadCenter();
     const auto started = std::chrono::steady_clock::now();
-    ZVCSVDocument document({"Start", "Stop", "Comment", "Project Path", "Project Name"});
+    // The runs of every project, gathered as the log gathers a period's.
+    std::vector<std::shared_ptr<ZVLogEntry>> entries;
     std::uint64_t rows = 0;
     std::function<void(const ZVIntegrationProject&)> add = [&](const ZVIntegrationProject& project) {
-        const std::string path = project.fullProjectPath();
         for (const auto& entry : project.logEntries()) {
-            const auto* run = dynamic_cast<const ZVTimeLogEntry*>(entry.get());
-            if (!run) continue;
-            ZVCSVDocument::Row row{{"Start", run->startDate()}, {"Comment", run->text()},
-                                   {"Project Path", path}, {"Project Name", project.name()}};
-            if (run->stopDate()) row.emplace("Stop", *run->stopDate());
-            document.addRow(std::move(row));
+            if (!dynamic_cast<const ZVTimeLogEntry*>(entry.get())) continue;
+            entries.push_back(entry);
             ++rows;
         }
         for (const auto& child : project.subprojects()) add(*child);
     };
     for (const auto& account : center.integrations())
         for (const auto& project : account->availableProjects()) add(*project);
-    if (!document.write(output)) return 1;
+    // The log controller's own export: its text, written atomically.
+    if (!ZVLogController::writeCSVFile(entries, output)) return 1;
     report("export_s", seconds(std::chrono::steady_clock::now() - started));
     report("rows", static_cast<double>(rows));
     std::_Exit(0);

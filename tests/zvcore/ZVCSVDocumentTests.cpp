@@ -25,6 +25,18 @@ TEST(ZVCSVDocumentTests, fieldsAreQuotedAfterRFC4180) {
     for (const auto& c : cases) EXPECT_EQ(ZVCSVDocument::escapedField(c.field), c.written) << c.field;
 }
 
+TEST(ZVCSVDocumentTests, appendedRecordsReadBackAsTheirFields) {
+    std::string text;
+    ZVCSVDocument::appendRecord(text, {"Start", "Comment", "Project Path"});
+    ZVCSVDocument::appendRecord(text, {"", "a,b \"c\"\r\nnext", "Projects \u2794 Web"});
+    EXPECT_EQ(text, "Start,Comment,Project Path\r\n,\"a,b \"\"c\"\"\r\nnext\",Projects \u2794 Web\r\n");
+    const auto parsed = ZVCSVDocument::parse(text);
+    ASSERT_TRUE(parsed);
+    ASSERT_EQ(parsed->rows().size(), 1u);
+    EXPECT_EQ(std::get<std::string>(parsed->rows()[0].at("Comment")), "a,b \"c\"\r\nnext");
+    EXPECT_EQ(std::get<std::string>(parsed->rows()[0].at("Project Path")), "Projects \u2794 Web");
+}
+
 TEST(ZVCSVDocumentTests, rowsWithDatesAndMissingCells) {
     setenv("TZ", "UTC", 1);
     tzset();

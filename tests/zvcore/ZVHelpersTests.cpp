@@ -128,6 +128,35 @@ TEST_F(LocalTimeZone, dayHelpersUseLocalTime) {
     EXPECT_EQ(ZVStartOfDay(ManualClock::date(2024, 3, 31, 20, 0)), ManualClock::date(2024, 3, 30, 23, 0));
 }
 
+// The fast formatter of exports must write every date as the plain one
+// does: across changes to and from summer time, in zones with half- and
+// quarter-hour offsets or a half-hour summer shift, before 1970, and with
+// fractions of a second.
+TEST_F(LocalTimeZone, iso8601FormatterWritesWhatThePlainFunctionWrites) {
+    for (const char* zone : {"Europe/Berlin", "America/St_Johns", "Australia/Lord_Howe", "Asia/Kathmandu", "UTC"}) {
+        setenv("TZ", zone, 1);
+        tzset();
+        ZVISO8601Formatter formatter;
+        std::vector<ZVDate> dates;
+        // Two years in steps that fall on every hour of the day in turn.
+        for (double t = 1'700'000'000.25; t < 1'763'000'000.0; t += 7 * 3600 + 13 * 60 + 17.3)
+            dates.push_back(ZVDate(std::chrono::duration<double>(t)));
+        // A second before and at each change to summer time in Berlin, and far back.
+        for (const ZVDate date : {ManualClock::date(2024, 3, 31, 0, 59, 59), ManualClock::date(2024, 3, 31, 1, 0),
+                                  ManualClock::date(2024, 10, 27, 0, 59, 59.9), ManualClock::date(2024, 10, 27, 1, 0),
+                                  ManualClock::date(1965, 6, 15, 12, 30, 5), ManualClock::date(1969, 12, 31, 23, 59, 59.5)})
+            dates.push_back(date);
+        std::string fast;
+        std::string plain;
+        for (const ZVDate date : dates) {
+            fast.clear();
+            formatter.append(fast, date);
+            plain = ZVISO8601String(date);
+            ASSERT_EQ(fast, plain) << zone << " at " << date.time_since_epoch().count();
+        }
+    }
+}
+
 TEST_F(LocalTimeZone, iso8601WithOffset) {
     EXPECT_EQ(ZVISO8601String(ManualClock::date(2024, 3, 1, 9, 15, 30.7)), "2024-03-01T10:15:30+01:00");
     EXPECT_EQ(ZVISO8601String(ManualClock::date(2024, 7, 1, 9, 0)), "2024-07-01T11:00:00+02:00");

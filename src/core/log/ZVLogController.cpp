@@ -10,6 +10,7 @@
 #include "ZVHelpers.h"
 #include "ZVLocalization.h"
 #include "ZVLog.h"
+#include "ZVPaths.h"
 #include "core/heart_beat/ZVHeartBeat.h"
 #include "core/integrations/ZVIntegration.h"
 #include "core/integrations/center/ZVIntegrationCenter.h"
@@ -194,20 +195,60 @@ void ZVLogController::exportToCSV() {
     exportToCSV(entries, *path);
 }
 
-bool ZVLogController::exportToCSV(const std::vector<std::shared_ptr<ZVLogEntry>>& entries, const std::string& path) {
-    ZVCSVDocument document({"Start", "Stop", "Comment", "Project Path", "Project Name"});
+bool ZVLogController::writeCSV(const std::vector<std::shared_ptr<ZVLogEntry>>& entries,
+                               const std::function<bool(std::string_view)>& sink) {
+    // Handed on in pieces, so that a log of a million runs never stands
+    // whole in memory on its way to the file.
+    constexpr std::size_t piece = 1 << 20;
+    std::string out;
+    out.reserve(piece + 4096);
+    ZVCSVDocument::appendRecord(out, {"Start", "Stop", "Comment", "Project Path", "Project Name"});
+    ZVISO8601Formatter dates;
+    std::string start;
+    std::string stop;
+    // Runs of one project come together: its path is built once for them.
+    const ZVIntegrationProject* pathOwner = nullptr;
+    std::string path;
+    std::string name;
     for (const auto& entry : entries) {
         const auto* run = dynamic_cast<const ZVTimeLogEntry*>(entry.get());
         if (!run) continue;
-        ZVCSVDocument::Row row{{"Start", run->startDate()}, {"Comment", run->text()}};
-        if (const auto project = run->project()) {
-            row.emplace("Project Path", project->fullProjectPath());
-            row.emplace("Project Name", project->name());
+        start.clear();
+        dates.append(start, run->startDate());
+        stop.clear();
+        if (run->stopDate()) dates.append(stop, *run->stopDate());
+        const auto project = run->project();
+        if (project.get() != pathOwner) {
+            pathOwner = project.get();
+            path = project ? project->fullProjectPath() : std::string();
+            name = project ? project->name() : std::string();
         }
-        if (run->stopDate()) row.emplace("Stop", *run->stopDate());
-        document.addRow(std::move(row));
+        ZVCSVDocument::appendRecord(out, {start, stop, run->text(), path, name});
+        if (out.size() >= piece) {
+            if (!sink(out)) return false;
+            out.clear();
+        }
     }
-    if (document.write(path)) return true;
+    return sink(out);
+}
+
+std::string ZVLogController::csvText(const std::vector<std::shared_ptr<ZVLogEntry>>& entries) {
+    std::string text;
+    writeCSV(entries, [&text](std::string_view piece) {
+        text += piece;
+        return true;
+    });
+    return text;
+}
+
+bool ZVLogController::writeCSVFile(const std::vector<std::shared_ptr<ZVLogEntry>>& entries, const std::string& path) {
+    return ZVPaths::writeFileAtomically(path, [&entries](int fd) {
+        return writeCSV(entries, [fd](std::string_view piece) { return ZVPaths::writeAll(fd, piece.data(), piece.size()); });
+    });
+}
+
+bool ZVLogController::exportToCSV(const std::vector<std::shared_ptr<ZVLogEntry>>& entries, const std::string& path) {
+    if (writeCSVFile(entries, path)) return true;
     ZVAlert alert;
     alert.messageText = ZVLocalizedString("The log could not be exported.");
     alert.informativeText = ZVLocalizedFormat("Norvo cannot write the file \"%@\".", {path});

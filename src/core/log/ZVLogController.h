@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ZVValue.h"
@@ -42,6 +44,16 @@ public:
     /// Writes the runs among the entries to a CSV file at `path`; when that
     /// fails, tells the user and answers false.
     bool exportToCSV(const std::vector<std::shared_ptr<ZVLogEntry>>& entries, const std::string& path);
+    /// The CSV text of the runs among the entries, in their order: the
+    /// columns "Start", "Stop", "Comment", "Project Path", "Project Name".
+    static std::string csvText(const std::vector<std::shared_ptr<ZVLogEntry>>& entries);
+    /// The same text handed to the sink in pieces of about a megabyte; false
+    /// when the sink refused a piece.
+    static bool writeCSV(const std::vector<std::shared_ptr<ZVLogEntry>>& entries,
+                         const std::function<bool(std::string_view)>& sink);
+    /// Writes that text to the file atomically, without asking or telling
+    /// the user anything; false on failure.
+    static bool writeCSVFile(const std::vector<std::shared_ptr<ZVLogEntry>>& entries, const std::string& path);
 
     /// The entries of the current project in the selected period, in log order.
     std::vector<std::shared_ptr<ZVLogEntry>> _logsInSelectedTimePeriod() const;

@@ -1,5 +1,7 @@
 #include "core/integrations/center/ZVIntegrationCenter.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
@@ -131,7 +133,37 @@ ZVIntegrationCenter::~ZVIntegrationCenter() {
     if (_savingTimer) _savingTimer->invalidate();
 }
 
+namespace {
+
+/// While the database is read, millions of small blocks are made and freed
+/// between larger ones, and glibc's allocator would sort its small free
+/// blocks again at every larger request (a third of the reading time of a
+/// large database). Small free blocks go straight back to the heap instead
+/// while this lives.
+class ZVBulkReadingAllocation {
+public:
+    ZVBulkReadingAllocation() {
+#ifdef __GLIBC__
+        mallopt(M_MXFAST, 0);
+#endif
+    }
+    ~ZVBulkReadingAllocation() {
+#ifdef __GLIBC__
+        mallopt(M_MXFAST, defaultFastBlockSize);
+#endif
+    }
+    ZVBulkReadingAllocation(const ZVBulkReadingAllocation&) = delete;
+    ZVBulkReadingAllocation& operator=(const ZVBulkReadingAllocation&) = delete;
+
+private:
+    // glibc's own default: 64 * sizeof(size_t) / 4.
+    static constexpr int defaultFastBlockSize = static_cast<int>(64 * sizeof(std::size_t) / 4);
+};
+
+}  // namespace
+
 void ZVIntegrationCenter::innerInit() {
+    const ZVBulkReadingAllocation allocation;
     _isReadingAccounts = true;
     ZVDictionary stored;
     if (!_readAccountsStreaming()) stored = readIntegrationsFromDisk();

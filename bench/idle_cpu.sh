@@ -19,33 +19,12 @@ fi
 
 scratch=$(mktemp -d)
 trap 'kill "${pid:-0}" 2>/dev/null || true; rm -rf "$scratch"' EXIT
-# A runtime directory of its own: the single-instance socket lives there,
-# so another Norvo on the machine neither stops this one nor is disturbed.
-export HOME="$scratch/home" XDG_DATA_HOME="$scratch/data" XDG_CONFIG_HOME="$scratch/config" \
-       XDG_CACHE_HOME="$scratch/cache" XDG_RUNTIME_DIR="$scratch/run"
-mkdir -p "$XDG_RUNTIME_DIR" && chmod 700 "$XDG_RUNTIME_DIR"
-mkdir -p "$HOME" "$XDG_DATA_HOME/com.tesselwick.norvo" "$XDG_CACHE_HOME" "$XDG_CONFIG_HOME/com.tesselwick.norvo"
-[ -n "$database" ] && cp "$database" "$XDG_DATA_HOME/com.tesselwick.norvo/Integrations.edb"
-
+source bench/benchmark_home.sh
 # One local project, current, and Ctrl+Alt+T as the hot key that starts and
 # stops the timer (Qt::Key_T, Qt::ControlModifier | Qt::AltModifier).
-cat > "$XDG_CONFIG_HOME/com.tesselwick.norvo/Preferences.plist" <<'PLIST'
-<?xml version="1.0" encoding="UTF-8"?>
-<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
-<plist version="1.0">
-<dict>
-  <key>ZVReleaseNotes847</key><true/>
-  <key>ZVConnectionProbeAddress</key><string>http://127.0.0.1:9/</string>
-  <key>KDNorvoIntegration</key>
-  <array>
-    <dict>
-      <key>KDIntegrationProjectName</key><string>Writing</string>
-      <key>KDIntegrationProjectID</key><string>6f1c0b7e-2f52-4c44-9a51-1f3d2a7c9e10</string>
-      <key>KDIntegrationProjectTime</key><integer>0</integer>
-    </dict>
-  </array>
+benchmark_home <<KEYS
   <key>KDIntegrationCenterCurrentProject</key>
-  <array><string>KD_NORVO_LOCAL_INTEGRATION</string><string>6f1c0b7e-2f52-4c44-9a51-1f3d2a7c9e10</string></array>
+  <array><string>KD_NORVO_LOCAL_INTEGRATION</string><string>$benchmark_writing_project</string></array>
   <key>ShortcutRecorder KeyboardShortcut</key>
   <dict>
     <key>keyCode</key><integer>84</integer>
@@ -53,9 +32,8 @@ cat > "$XDG_CONFIG_HOME/com.tesselwick.norvo/Preferences.plist" <<'PLIST'
     <key>keyChars</key><string>t</string>
     <key>keyCharsIgnoringModifiers</key><string>t</string>
   </dict>
-</dict>
-</plist>
-PLIST
+KEYS
+[ -n "$database" ] && cp "$database" "$XDG_DATA_HOME/com.tesselwick.norvo/Integrations.edb"
 
 started=$(date +%s.%N)
 "$norvo" >"$scratch/norvo.log" 2>&1 &

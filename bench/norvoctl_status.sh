@@ -21,29 +21,9 @@ fi
 
 scratch=$(mktemp -d)
 trap 'kill "${pid:-0}" 2>/dev/null || true; rm -rf "$scratch"' EXIT
-export HOME="$scratch/home" XDG_DATA_HOME="$scratch/data" XDG_CONFIG_HOME="$scratch/config" \
-       XDG_CACHE_HOME="$scratch/cache" XDG_RUNTIME_DIR="$scratch/run" QT_QPA_PLATFORM=offscreen
-mkdir -p "$HOME" "$XDG_DATA_HOME" "$XDG_CACHE_HOME" "$XDG_CONFIG_HOME/com.tesselwick.norvo" "$XDG_RUNTIME_DIR"
-chmod 700 "$XDG_RUNTIME_DIR"
-
-cat > "$XDG_CONFIG_HOME/com.tesselwick.norvo/Preferences.plist" <<'PLIST'
-<?xml version="1.0" encoding="UTF-8"?>
-<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
-<plist version="1.0">
-<dict>
-  <key>ZVReleaseNotes847</key><true/>
-  <key>ZVConnectionProbeAddress</key><string>http://127.0.0.1:9/</string>
-  <key>KDNorvoIntegration</key>
-  <array>
-    <dict>
-      <key>KDIntegrationProjectName</key><string>Writing</string>
-      <key>KDIntegrationProjectID</key><string>6f1c0b7e-2f52-4c44-9a51-1f3d2a7c9e10</string>
-      <key>KDIntegrationProjectTime</key><integer>0</integer>
-    </dict>
-  </array>
-</dict>
-</plist>
-PLIST
+source bench/benchmark_home.sh
+export QT_QPA_PLATFORM=offscreen
+benchmark_home </dev/null
 
 "$norvo" >"$scratch/norvo.log" 2>&1 &
 pid=$!

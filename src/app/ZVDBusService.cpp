@@ -45,10 +45,6 @@ QString compact(const QJsonObject& object) {
 
 using ProjectPointer = std::shared_ptr<ZVIntegrationProject>;
 
-ProjectPointer currentProject() {
-    const auto* center = ZVIntegrationCenter::sharedIfExists();
-    return center ? center->currentProject() : nullptr;
-}
 
 // A node's identifiers in their four places; an absent one in the middle is
 // a null, so that the places keep their meaning.
@@ -134,7 +130,7 @@ QJsonObject ZVDBusService::projectIdentity(const ZVIntegrationProject& project) 
 QJsonObject ZVDBusService::state() const {
     auto& heartBeat = ZVHeartBeat::sharedHeartBeat();
     const auto* center = ZVIntegrationCenter::sharedIfExists();
-    const auto project = currentProject();
+    const auto project = ZVIntegrationCenter::sharedCurrentProject();
     QJsonObject state = project ? projectIdentity(*project)
                                 : QJsonObject{{QStringLiteral("project"), QString()},
                                               {QStringLiteral("name"), QString()},
@@ -271,7 +267,7 @@ QString ZVDBusService::SetTaskText(const QString& taskText) {
 
 QString ZVDBusService::Synchronize() {
     return _run([]() -> std::optional<Failure> {
-        const auto project = currentProject();
+        const auto project = ZVIntegrationCenter::sharedCurrentProject();
         const auto integration = project ? project->integration() : nullptr;
         if (!integration || integration->isLocalAccount())
             return Failure{nothingToSynchronizeError,
@@ -284,7 +280,7 @@ QString ZVDBusService::Synchronize() {
 
 QString ZVDBusService::PostCurrent() {
     return _run([this]() -> std::optional<Failure> {
-        const auto project = currentProject();
+        const auto project = ZVIntegrationCenter::sharedCurrentProject();
         const auto integration = project ? project->integration() : nullptr;
         _delegate.postTime();
         if (!project) return Failure{noProjectError, ZVLocalizedQString("No project selected.")};

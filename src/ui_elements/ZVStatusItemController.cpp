@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QCursor>
+#include <QHash>
 #include <QIcon>
 #include <QMenu>
 #include <QPixmap>
@@ -82,10 +83,16 @@ bool ZVStatusItemController::panelIsDark() {
 QIcon ZVStatusItemController::trayIcon(const ZVStatusItemView& view, bool darkPanel) {
     QIcon icon(QPixmap::fromImage(view.render()));
     const QString name = stateIconName(view.isBeating(), view.isSpinning(), darkPanel);
-    const QString shipped = QString::fromStdString(ZVPaths::sharedDataDirectory()) +
-                            QStringLiteral("/icons/hicolor/scalable/status/") + name + QStringLiteral(".svg");
-    const QPixmap small = QIcon::fromTheme(name, QIcon(shipped)).pixmap(16, 16);
-    if (!small.isNull()) icon.addPixmap(small);
+    // The clock changes every second; the six state pictures are looked up
+    // in the theme and drawn from their SVG once each.
+    static QHash<QString, QPixmap> statePictures;
+    auto known = statePictures.find(name);
+    if (known == statePictures.end()) {
+        const QString shipped = QString::fromStdString(ZVPaths::sharedDataDirectory()) +
+                                QStringLiteral("/icons/hicolor/scalable/status/") + name + QStringLiteral(".svg");
+        known = statePictures.insert(name, QIcon::fromTheme(name, QIcon(shipped)).pixmap(16, 16));
+    }
+    if (!known->isNull()) icon.addPixmap(*known);
     return icon;
 }
 

@@ -18,15 +18,6 @@
 #include "core/ui/ZVTimeActionDialogs.h"
 #include "core/ui/ZVUserInterface.h"
 
-namespace {
-
-ZVActionCenter::ProjectPointer currentProject() {
-    const auto* center = ZVIntegrationCenter::sharedIfExists();
-    return center ? center->currentProject() : nullptr;
-}
-
-}  // namespace
-
 ZVActionCenter& ZVActionCenter::shared() {
     static ZVActionCenter center;
     return center;
@@ -50,7 +41,7 @@ void ZVActionCenter::showSystemNotification(const ProjectPointer& project) {
 void ZVActionCenter::resetTimer() {
     auto& ui = ZVUserInterface::shared();
     ui.activateApplication();
-    const auto project = currentProject();
+    const auto project = ZVIntegrationCenter::sharedCurrentProject();
     if (!project) {
         ZVAlert alert;
         alert.messageText = ZVLocalizedString("No project is selected.");
@@ -88,7 +79,7 @@ void ZVActionCenter::postAllTimes() { ZVTimePosting::postAllTimes(); }
 void ZVActionCenter::postAllTimes(ZVIntegration& integration) { ZVTimePosting::postAllTimes(integration); }
 
 void ZVActionCenter::timeEntryTextHasChanged(const std::string& taskText) {
-    const auto project = currentProject();
+    const auto project = ZVIntegrationCenter::sharedCurrentProject();
     if (!project) return;
     if (auto entry = project->lastTimeLogEntry()) {
         entry->setText(taskText);
@@ -104,7 +95,7 @@ void ZVActionCenter::timeEntryTextHasChanged(const std::string& taskText) {
 
 void ZVActionCenter::postTime(const std::string& taskText) {
     timeEntryTextHasChanged(taskText);
-    const auto project = currentProject();
+    const auto project = ZVIntegrationCenter::sharedCurrentProject();
     if (!project) {
         ZVUserInterface::shared().beep();
         return;
@@ -127,7 +118,7 @@ void ZVActionCenter::toggleTimer() {
 }
 
 void ZVActionCenter::showTimeRounding() {
-    if (const auto project = currentProject()) {
+    if (const auto project = ZVIntegrationCenter::sharedCurrentProject()) {
         roundTime(project);
     } else {
         ZVUserInterface::shared().beep();
@@ -135,7 +126,7 @@ void ZVActionCenter::showTimeRounding() {
 }
 
 void ZVActionCenter::showTimeEditing() {
-    if (const auto project = currentProject()) ZVTimeEditor(project).editTime();
+    if (const auto project = ZVIntegrationCenter::sharedCurrentProject()) ZVTimeEditor(project).editTime();
 }
 
 void ZVActionCenter::changeTime(ZVTimeAction action, ZVTimeActionDirection direction) {

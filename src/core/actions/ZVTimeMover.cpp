@@ -13,10 +13,6 @@
 
 namespace {
 
-ZVTimeMover::ProjectPointer currentProjectIfAny() {
-    const auto* center = ZVIntegrationCenter::sharedIfExists();
-    return center ? center->currentProject() : nullptr;
-}
 
 void showNoActionAlert(const std::string& message) {
     ZVAlert alert;
@@ -41,16 +37,16 @@ std::string ZVTimeMover::confirmButtonTitle() const {
 }
 
 std::string ZVTimeMover::projectPopUpTitle() const {
-    if (!_selectedProject || _selectedProject == currentProjectIfAny()) return ZVLocalizedString("No Project Selected");
+    if (!_selectedProject || _selectedProject == ZVIntegrationCenter::sharedCurrentProject()) return ZVLocalizedString("No Project Selected");
     return _selectedProject->name();
 }
 
 ZVTimeMover::ProjectPointer ZVTimeMover::sourceProject() const {
-    return _direction == ZVTimeActionDirection::fromCurrentProject ? currentProjectIfAny() : _selectedProject;
+    return _direction == ZVTimeActionDirection::fromCurrentProject ? ZVIntegrationCenter::sharedCurrentProject() : _selectedProject;
 }
 
 ZVTimeMover::ProjectPointer ZVTimeMover::destinationProject() const {
-    return _direction == ZVTimeActionDirection::fromCurrentProject ? _selectedProject : currentProjectIfAny();
+    return _direction == ZVTimeActionDirection::fromCurrentProject ? _selectedProject : ZVIntegrationCenter::sharedCurrentProject();
 }
 
 std::optional<ZVHoursMinutesSeconds> ZVTimeMover::selectAllTime() const {
@@ -66,7 +62,7 @@ void ZVTimeMover::changeTime() {
 
 void ZVTimeMover::_transfer() {
     if (!_selectedProject) return;
-    const auto current = currentProjectIfAny();
+    const auto current = ZVIntegrationCenter::sharedCurrentProject();
     if (_selectedProject == current) {
         showNoActionAlert(ZVLocalizedString("Cannot move time to the same project."));
         return;

@@ -26,10 +26,6 @@ namespace {
 constexpr double lastSevenDays = 518400;
 constexpr double lastThirtyDays = 2505600;
 
-ZVLogController::ProjectPointer currentProject() {
-    const auto* center = ZVIntegrationCenter::sharedIfExists();
-    return center ? center->currentProject() : nullptr;
-}
 
 }  // namespace
 
@@ -67,7 +63,7 @@ bool ZVLogController::isInTimePeriod(ZVDate date, int segment, ZVDate now) {
 
 std::vector<std::shared_ptr<ZVLogEntry>> ZVLogController::_logsInSelectedTimePeriod() const {
     std::vector<std::shared_ptr<ZVLogEntry>> entries;
-    const auto project = currentProject();
+    const auto project = ZVIntegrationCenter::sharedCurrentProject();
     if (!project) return entries;
     const int segment = _view.selectedTimePeriod();
     const auto now = ZVNow();
@@ -79,7 +75,7 @@ std::vector<std::shared_ptr<ZVLogEntry>> ZVLogController::_logsInSelectedTimePer
 
 std::vector<std::shared_ptr<ZVLogEntry>> ZVLogController::logsBetween(ZVDate from, ZVDate until) const {
     std::vector<std::shared_ptr<ZVLogEntry>> entries;
-    const auto project = currentProject();
+    const auto project = ZVIntegrationCenter::sharedCurrentProject();
     if (!project) return entries;
     for (const auto& entry : project->logEntries()) {
         const ZVDate date = entry->date();
@@ -91,7 +87,7 @@ std::vector<std::shared_ptr<ZVLogEntry>> ZVLogController::logsBetween(ZVDate fro
 void ZVLogController::_heartBeatStateChanged() {
     auto& heartBeat = ZVHeartBeat::sharedHeartBeat();
     if (heartBeat.isBeating()) {
-        const auto project = currentProject();
+        const auto project = ZVIntegrationCenter::sharedCurrentProject();
         if (!project) ZVFatalError("The timer runs without a current project");
         auto run = std::make_shared<ZVTimeLogEntry>(project);
         run->setStartDate(ZVNow());
@@ -99,7 +95,7 @@ void ZVLogController::_heartBeatStateChanged() {
     } else if (auto run = std::dynamic_pointer_cast<ZVTimeLogEntry>(_currentLogEntry)) {
         run->setStopDate(ZVNow());
         run->setText(_view.currentTaskName());
-        if (const auto project = currentProject()) {
+        if (const auto project = ZVIntegrationCenter::sharedCurrentProject()) {
             project->addLogEntry(run);
             project->setTime(heartBeat.currentTime());
         }
@@ -108,7 +104,7 @@ void ZVLogController::_heartBeatStateChanged() {
 }
 
 void ZVLogController::_currentProjectChanged() {
-    const auto project = currentProject();
+    const auto project = ZVIntegrationCenter::sharedCurrentProject();
     if (!project) return;
     const auto& entries = project->logEntries();
     if (entries.empty()) return;

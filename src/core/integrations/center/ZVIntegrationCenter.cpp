@@ -96,6 +96,11 @@ ZVIntegrationCenter& ZVIntegrationCenter::shared() {
     return *center;
 }
 
+std::shared_ptr<ZVIntegrationProject> ZVIntegrationCenter::sharedCurrentProject() {
+    const auto* center = sharedIfExists();
+    return center ? center->currentProject() : nullptr;
+}
+
 ZVIntegrationCenter* ZVIntegrationCenter::sharedIfExists() { return sharedPointer().load(); }
 
 void ZVIntegrationCenter::resetShared() {

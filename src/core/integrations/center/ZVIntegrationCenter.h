@@ -39,6 +39,9 @@ public:
     static void resetShared();
     /// The shared centre when it has been built, else nullptr; builds nothing.
     static ZVIntegrationCenter* sharedIfExists();
+    /// The current project of the shared centre; none before the centre is
+    /// made (so that asking never reads the database).
+    static std::shared_ptr<ZVIntegrationProject> sharedCurrentProject();
 
     ~ZVIntegrationCenter();
     ZVIntegrationCenter(const ZVIntegrationCenter&) = delete;

@@ -65,10 +65,13 @@ int main(int argc, char** argv) {
         delegate.awakeFromNib();
         QObject::connect(&singleInstance, &ZVSingleInstance::activationRequested, &delegate,
                          [&delegate] { delegate.showTimerWindow(); });
-        QTimer::singleShot(0, &delegate, [&delegate] { delegate.applicationDidFinishLaunching(); });
-        // Calls that the bus delivers from here on run after the launch above.
         ZVDBusService scriptingService(delegate);
-        scriptingService.registerOn(QDBusConnection::sessionBus());
+        QTimer::singleShot(0, &delegate, [&delegate, &scriptingService] {
+            delegate.applicationDidFinishLaunching();
+            // Scripts see the name only now, so that no call of theirs runs
+            // (and opens an alert) in the middle of the launch.
+            scriptingService.registerOn(QDBusConnection::sessionBus());
+        });
         // A session that ends the program without the quit command still saves.
         QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate, [&delegate] { delegate.finishTermination(); });
         result = QApplication::exec();

@@ -264,7 +264,7 @@ TEST_F(NorvoctlEndToEnd, AStartWithoutProjectAnswersWhileNorvoAsksTheUser) {
     // Norvo shows its alert; the command does not wait for someone to answer it.
     const Outcome outcome = norvoctl({QStringLiteral("start")});
     EXPECT_EQ(outcome.status, 4);
-    EXPECT_EQ(outcome.err, QStringLiteral("norvoctl: Norvo waits for an answer in its window: No project selected."));
+    EXPECT_EQ(outcome.err.toStdString(), "norvoctl: Norvo waits for an answer in its window: No project selected.");
     // The alert is up, and Norvo still answers.
     const QJsonObject now = state();
     EXPECT_FALSE(now.value(QStringLiteral("running")).toBool());

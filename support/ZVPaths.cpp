@@ -1,5 +1,7 @@
 #include "ZVPaths.h"
 
+#include "ZVClock.h"
+
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -8,9 +10,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <dirent.h>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <mutex>
 #include <vector>
 
 namespace {
@@ -30,10 +36,28 @@ std::string applicationDirectory(const char* variable, const char* fallbackBelow
     return path;
 }
 
-bool writeAtomically(const std::string& path, int permissions, const std::function<bool(int)>& produce) {
+// mkstemp's six random characters after ".<file name>.".
+constexpr std::size_t temporarySuffixLength = 6;
+
+std::string temporaryPrefix(const std::filesystem::path& target) { return "." + target.filename().string() + "."; }
+
+std::mutex& problemObserverMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
+std::function<void(const ZVPaths::FileProblem&)>& problemObserver() {
+    static std::function<void(const ZVPaths::FileProblem&)> observer;
+    return observer;
+}
+
+bool writeAtomically(const std::string& link, int permissions, const std::function<bool(int)>& produce) {
+    // A link is written through: the file it names gets the new content and
+    // the link stays a link.
+    const std::string path = ZVPaths::resolvedPath(link);
     std::filesystem::path target(path);
     std::string folder = target.has_parent_path() ? target.parent_path().string() : ".";
-    std::string temporary = folder + "/." + target.filename().string() + ".XXXXXX";
+    std::string temporary = folder + "/" + temporaryPrefix(target) + std::string(temporarySuffixLength, 'X');
     std::vector<char> name(temporary.begin(), temporary.end());
     name.push_back('\0');
     int fd = ::mkstemp(name.data());
@@ -52,7 +76,9 @@ bool writeAtomically(const std::string& path, int permissions, const std::functi
     ok = ::close(fd) == 0 && ok;
     if (ok) ok = ::rename(name.data(), path.c_str()) == 0;
     if (!ok) {
+        const int reason = errno;
         ::unlink(name.data());
+        errno = reason;
         return false;
     }
     int dir = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY);
@@ -101,6 +127,66 @@ bool writeFileAtomically(const std::string& path, const std::string& bytes, unsi
 
 bool writeFileAtomically(const std::string& path, unsigned permissions, const std::function<bool(int fd)>& produce) {
     return writeAtomically(path, static_cast<int>(permissions & 07777), produce);
+}
+
+std::string resolvedPath(const std::string& path) {
+    std::filesystem::path current(path);
+    std::error_code error;
+    // The kernel's own limit on links followed in one lookup.
+    for (int hops = 0; hops < 40 && std::filesystem::is_symlink(current, error); ++hops) {
+        const std::filesystem::path target = std::filesystem::read_symlink(current, error);
+        if (error) break;
+        current = target.is_absolute() ? target : current.parent_path() / target;
+    }
+    return current.lexically_normal().string();
+}
+
+std::size_t removeStaleTemporaryFiles(const std::string& path) {
+    const std::filesystem::path target(resolvedPath(path));
+    const std::string prefix = temporaryPrefix(target);
+    const std::string folder = target.has_parent_path() ? target.parent_path().string() : ".";
+    DIR* directory = ::opendir(folder.c_str());
+    if (!directory) return 0;
+    std::size_t removed = 0;
+    const uid_t user = ::getuid();
+    while (const dirent* entry = ::readdir(directory)) {
+        const std::string_view name(entry->d_name);
+        if (name.size() != prefix.size() + temporarySuffixLength || !name.starts_with(prefix)) continue;
+        const std::string file = folder + "/" + std::string(name);
+        struct stat status {};
+        if (::lstat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_uid != user) continue;
+        if (::unlink(file.c_str()) == 0) ++removed;
+    }
+    ::closedir(directory);
+    return removed;
+}
+
+void setProblemObserver(std::function<void(const FileProblem&)> observer) {
+    std::lock_guard guard(problemObserverMutex());
+    problemObserver() = std::move(observer);
+}
+
+void reportProblem(const FileProblem& problem) {
+    std::function<void(const FileProblem&)> observer;
+    {
+        std::lock_guard guard(problemObserverMutex());
+        observer = problemObserver();
+    }
+    if (observer) observer(problem);
+}
+
+std::string setAsidePath(const std::string& path) {
+    const auto seconds = static_cast<std::time_t>(ZVNow().time_since_epoch().count());
+    std::tm utc{};
+    gmtime_r(&seconds, &utc);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y%m%d-%H%M%S", &utc);
+    const std::string stamp = text;
+    std::string target = path + ".unreadable-" + stamp;
+    std::error_code error;
+    for (int attempt = 1; std::filesystem::exists(std::filesystem::symlink_status(target, error)); ++attempt)
+        target = path + ".unreadable-" + stamp + "-" + std::to_string(attempt);
+    return target;
 }
 
 bool writeAll(int fd, const char* bytes, std::size_t length) {

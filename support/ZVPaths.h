@@ -26,7 +26,9 @@ std::string sharedDataDirectoryForExecutable(const std::string& executablePath);
 
 /// Writes the bytes to a temporary file beside `path`, fsyncs it, renames it
 /// over `path` and fsyncs the folder. Either the old or the new content is on
-/// disk at any moment. Returns false on failure, leaving the old file.
+/// disk at any moment. A symbolic link at `path` is written through to the
+/// file it names. Returns false on failure, leaving the old file, with errno
+/// saying why.
 bool writeFileAtomically(const std::string& path, const std::string& bytes);
 /// The same with the given permission bits (0600 for private files).
 bool writeFileAtomically(const std::string& path, const std::string& bytes, unsigned permissions);
@@ -35,6 +37,39 @@ bool writeFileAtomically(const std::string& path, const std::string& bytes, unsi
 bool writeFileAtomically(const std::string& path, unsigned permissions, const std::function<bool(int fd)>& produce);
 /// The same, keeping the permissions of an existing file (0644 for a new one).
 bool writeFileAtomically(const std::string& path, const std::function<bool(int fd)>& produce);
+/// The file that `path` names after following symbolic links; `path` itself
+/// when it is no link. A dangling link gives the path it points to.
+std::string resolvedPath(const std::string& path);
+/// Removes the temporary files that an interrupted atomic write of `path`
+/// left beside it (ours: same owner, ".<name>.XXXXXX"). Only for a file that
+/// no other process writes at the same time. Returns how many went.
+std::size_t removeStaleTemporaryFiles(const std::string& path);
+/// Where an unreadable file at `path` is moved:
+/// "<path>.unreadable-YYYYmmdd-HHMMSS" (UTC, now), numbered when that name is taken.
+std::string setAsidePath(const std::string& path);
+
+/// Something the user must hear about one of Norvo's own files.
+struct FileProblem {
+    enum class Kind {
+        /// It could not be read and was moved to `setAsidePath`.
+        setAside,
+        /// It could not be read nor moved; it is never written over.
+        unreadableKept,
+        /// Writing it failed; `reason` says why. What was to be written is still in memory.
+        writeFailed,
+        /// It was written again after a failure.
+        writeRecovered,
+    };
+    Kind kind;
+    std::string path;
+    std::string setAsidePath;
+    std::string reason;
+};
+/// Whoever tells the user (the application installs one); called on the
+/// thread that met the problem.
+void setProblemObserver(std::function<void(const FileProblem&)> observer);
+void reportProblem(const FileProblem& problem);
+
 /// Writes all bytes to the descriptor, across short writes; false on failure.
 bool writeAll(int fd, const char* bytes, std::size_t length);
 /// The whole file, or nothing when it cannot be read.

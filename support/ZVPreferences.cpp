@@ -1,5 +1,7 @@
 #include "ZVPreferences.h"
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <vector>
@@ -91,14 +93,43 @@ bool ZVPreferences::synchronize() {
     std::error_code ignored;
     std::filesystem::create_directories(std::filesystem::path(_filePath).parent_path(), ignored);
     // Readable by the user alone: the preferences name accounts and projects.
-    bool written = ZVPropertyList::writeFile(ZVValue(_values), _filePath, 0600);
-    if (!written) ZVLog([&] { return "Could not write the preferences to " + _filePath; });
+    if (_keepsUnreadableFile) {
+        ZVLog([&] { return "Not writing over the unreadable preferences " + _filePath; });
+        return false;
+    }
+    const bool written = ZVPropertyList::writeFile(ZVValue(_values), _filePath, 0600);
+    if (!written) {
+        const std::string reason = std::strerror(errno);
+        ZVLog([&] { return "Could not write the preferences to " + _filePath + ": " + reason; });
+        if (!_writeFailed) ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::writeFailed, _filePath, {}, reason});
+    } else if (_writeFailed) {
+        ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::writeRecovered, _filePath, {}, {}});
+    }
+    _writeFailed = !written;
     return written;
 }
 
 void ZVPreferences::reload() {
     std::lock_guard lock(_mutex);
     _values.clear();
+    _keepsUnreadableFile = false;
+    std::error_code error;
+    if (!std::filesystem::exists(_filePath, error)) return;
     auto stored = ZVPropertyList::readFile(_filePath);
-    if (stored && stored->dictionary()) _values = *stored->dictionary();
+    if (stored && stored->dictionary()) {
+        _values = *stored->dictionary();
+        return;
+    }
+    // Settings and local projects with their time live in this file: an
+    // unreadable one is moved aside, never written over with the defaults.
+    const std::string aside = ZVPaths::setAsidePath(_filePath);
+    std::filesystem::rename(_filePath, aside, error);
+    if (error) {
+        _keepsUnreadableFile = true;
+        ZVLog([&] { return "Cannot move the unreadable preferences " + _filePath + " aside: " + error.message(); });
+        ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::unreadableKept, _filePath, {}, error.message()});
+        return;
+    }
+    ZVLog([&] { return "The preferences " + _filePath + " could not be read; they were moved to " + aside; });
+    ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::setAside, _filePath, aside, {}});
 }

@@ -9,7 +9,8 @@
 
 /// The preferences store: a typed property list in
 /// $XDG_CONFIG_HOME/com.tesselwick.norvo/Preferences.plist, written
-/// atomically. Thread-safe. Changes are kept in memory and written by
+/// atomically. An unreadable file is moved aside at reading (and the user
+/// told through ZVPaths::reportProblem), never overwritten. Thread-safe. Changes are kept in memory and written by
 /// synchronize() or perform(andSynchronize).
 class ZVPreferences {
 public:
@@ -44,4 +45,7 @@ private:
     std::string _filePath;
     mutable std::recursive_mutex _mutex;
     ZVDictionary _values;
+    // The file could be neither read nor moved aside: it is left alone.
+    bool _keepsUnreadableFile = false;
+    bool _writeFailed = false;
 };

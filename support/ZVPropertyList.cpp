@@ -166,15 +166,67 @@ std::optional<ZVDate> parseDate(const char* text) {
 
 // XML writing
 
+// The length of the well-formed UTF-8 sequence at `at`, or 0; `allowed`
+// says whether XML 1.0 allows the character it names.
+std::size_t sequenceLength(const unsigned char* at, std::size_t available, bool& allowed) {
+    const unsigned char lead = at[0];
+    std::size_t length = 0;
+    char32_t code = 0;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        length = 2;
+        code = lead & 0x1Fu;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+        length = 3;
+        code = lead & 0x0Fu;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+        length = 4;
+        code = lead & 0x07u;
+    } else {
+        return 0;
+    }
+    if (available < length) return 0;
+    for (std::size_t index = 1; index < length; ++index) {
+        if ((at[index] & 0xC0u) != 0x80u) return 0;
+        code = (code << 6) | (at[index] & 0x3Fu);
+    }
+    const char32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (code < smallest[length] || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) return 0;
+    allowed = code != 0xFFFE && code != 0xFFFF;
+    return length;
+}
+
+// Writes only what XML 1.0 can carry, so that every XML reader takes the
+// file: control characters other than tab, line feed and carriage return
+// and the two noncharacters U+FFFE and U+FFFF are dropped, and each byte
+// that is no part of well-formed UTF-8 becomes U+FFFD.
 void appendEscaped(std::string& out, const std::string& text) {
-    for (char c : text) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    const std::size_t size = text.size();
+    for (std::size_t index = 0; index < size;) {
+        const unsigned char c = bytes[index];
+        if (c >= 0x80) {
+            bool allowed = false;
+            const std::size_t length = sequenceLength(bytes + index, size - index, allowed);
+            if (length == 0) {
+                out += "\xEF\xBF\xBD";
+                ++index;
+            } else {
+                if (allowed) out.append(text, index, length);
+                index += length;
+            }
+            continue;
+        }
         switch (c) {
             case '&': out += "&amp;"; break;
             case '<': out += "&lt;"; break;
             case '>': out += "&gt;"; break;
             case '\r': out += "&#13;"; break;
-            default: out += c;
+            case '\t':
+            case '\n': out += static_cast<char>(c); break;
+            default:
+                if (c >= 0x20) out += static_cast<char>(c);
         }
+        ++index;
     }
 }
 

@@ -233,6 +233,13 @@ QString ZVDBusService::Toggle() {
     });
 }
 
+QString ZVDBusService::Quit() {
+    return _run([this]() -> std::optional<Failure> {
+        _delegate.terminate();
+        return std::nullopt;
+    });
+}
+
 QString ZVDBusService::Status() { return compact(state()); }
 
 QString ZVDBusService::Search(const QString& query) {

@@ -69,6 +69,8 @@ public Q_SLOTS:
     Q_SCRIPTABLE QString Synchronize();
     Q_SCRIPTABLE QString PostCurrent();
     Q_SCRIPTABLE QString ExportCSV(const QString& from, const QString& to, const QString& file);
+    /// The menu's "Quit Norvo": a running timer stops and everything is saved.
+    Q_SCRIPTABLE QString Quit();
 
 Q_SIGNALS:
     Q_SCRIPTABLE void StateChanged(const QString& json);

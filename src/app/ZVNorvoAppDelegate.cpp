@@ -146,10 +146,14 @@ void ZVNorvoAppDelegate::updateMainWindowLevel() {
     if (_window) _window->setKeptAboveOtherWindows(ZVNorvoPreferences::shared().keepMainWindowAboveOtherWindows());
 }
 
-ZVNorvoAppDelegate::TerminateReply ZVNorvoAppDelegate::applicationShouldTerminate() {
+void ZVNorvoAppDelegate::_rememberWindowVisibility() {
     const bool visible = _window && _window->isVisible();
     ZVPreferences::shared().perform(
         [visible](ZVPreferences& store) { ZVNorvoPreferences(store).setMainWindowIsVisible(visible); });
+}
+
+ZVNorvoAppDelegate::TerminateReply ZVNorvoAppDelegate::applicationShouldTerminate() {
+    _rememberWindowVisibility();
 
     auto& center = ZVIntegrationCenter::shared();
     if (ZVNorvoPreferences::shared().warnsAboutUnpostedTimesBeforeQuitting()) {
@@ -187,9 +191,19 @@ void ZVNorvoAppDelegate::terminate() {
     if (applicationShouldTerminate() == TerminateReply::terminateNow) finishTermination();
 }
 
+void ZVNorvoAppDelegate::terminateWithoutQuestions() {
+    if (_didTerminate) return;
+    _rememberWindowVisibility();
+    // The session is ending: nobody is there to answer, and a running
+    // synchronization is not waited for; what it merged so far is saved.
+    finishTermination();
+}
+
 void ZVNorvoAppDelegate::finishTermination() {
     if (_didTerminate) return;
     _didTerminate = true;
+    // The running seconds and the open run go to disk with the save below.
+    ZVHeartBeat::sharedHeartBeat().stopBeforeQuitting();
     ZVNotificationCenter::shared().post(ZVApplicationWillTerminateNotification);
     if (_statusItemController) _statusItemController->statusItem().hide();
     QCoreApplication::quit();

@@ -51,8 +51,11 @@ public:
     bool hasTerminated() const { return _didTerminate; }
     /// Whether the release notes are shown at start (off in tests).
     void setShowsReleaseNotes(bool shows) { _showsReleaseNotes = shows; }
-    /// Ends the program: the centre saves, the tray icon goes, the loop ends.
+    /// Ends the program: the timer stops, the centre saves, the tray icon
+    /// goes, the loop ends.
     void finishTermination();
+    /// Ends the program at once, as at logout: no question, no waiting.
+    void terminateWithoutQuestions();
 
     // ZVApplicationCommands
     void showTimerWindow() override;
@@ -85,6 +88,8 @@ public:
     void clearCurrentTaskTextField();
 
 private:
+    void _rememberWindowVisibility();
+
     bool _showsInTaskbar;
     bool _showsReleaseNotes = true;
     bool _didTerminate = false;

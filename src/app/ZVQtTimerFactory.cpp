@@ -48,6 +48,9 @@ public:
         if (!_timer) return;
         QTimer* timer = _timer;
         _timer = nullptr;
+        // After the application object is gone (a timer owned by something
+        // that outlives main) its loop no longer runs and nothing can fire.
+        if (!QCoreApplication::instance()) return;
         if (onMainThread()) {
             timer->stop();
             delete timer;

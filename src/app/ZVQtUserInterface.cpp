@@ -76,6 +76,21 @@ ZVAlertResponse ZVQtUserInterface::runModal(const ZVAlert& alert) {
     return response;
 }
 
+void ZVQtUserInterface::showAlert(const ZVAlert& alert) {
+    auto* box = new QMessageBox(dialogParent(_parentWindow));
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setModal(false);
+    box->setWindowModality(Qt::NonModal);
+    box->setWindowTitle(QStringLiteral("Norvo"));
+    box->setIcon(iconFor(alert.style));
+    box->setText(ZVQt(alert.messageText));
+    if (!alert.informativeText.empty()) box->setInformativeText(ZVQt(alert.informativeText));
+    // Paths are long and worth copying.
+    box->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    box->setStandardButtons(QMessageBox::Ok);
+    box->show();
+}
+
 std::optional<std::string> ZVQtUserInterface::runModalWithTextField(const ZVAlert& alert,
                                                                     const std::string& initialText, bool secure) {
     const std::vector<std::string> titles = buttonTitles(alert);

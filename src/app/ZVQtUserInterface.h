@@ -18,6 +18,7 @@ public:
     ZVAlertResponse runModal(const ZVAlert& alert) override;
     std::optional<std::string> runModalWithTextField(const ZVAlert& alert, const std::string& initialText,
                                                      bool secure) override;
+    void showAlert(const ZVAlert& alert) override;
     void beep() override;
     void showBanner(const std::string& title, const std::string& text) override;
     bool openURL(const std::string& url) override;

@@ -21,8 +21,10 @@ const QByteArray activationRequest = QByteArrayLiteral("activate\n");
 
 }  // namespace
 
-ZVSingleInstance::ZVSingleInstance(QString runtimeDirectory, QObject* parent)
-    : QObject(parent), _runtimeDirectory(std::move(runtimeDirectory)) {}
+ZVSingleInstance::ZVSingleInstance(QString runtimeDirectory, QString lockDirectory, QObject* parent)
+    : QObject(parent),
+      _runtimeDirectory(std::move(runtimeDirectory)),
+      _lockDirectory(lockDirectory.isEmpty() ? _runtimeDirectory : std::move(lockDirectory)) {}
 
 ZVSingleInstance::~ZVSingleInstance() {
     // Closing removes the socket file, which must happen while the lock is
@@ -41,7 +43,7 @@ QString ZVSingleInstance::defaultRuntimeDirectory() {
     return fallback;
 }
 
-QString ZVSingleInstance::lockFilePath() const { return _runtimeDirectory + QStringLiteral("/com.tesselwick.norvo.lock"); }
+QString ZVSingleInstance::lockFilePath() const { return _lockDirectory + QStringLiteral("/com.tesselwick.norvo.lock"); }
 
 QString ZVSingleInstance::socketPath() const {
     return _runtimeDirectory + QStringLiteral("/com.tesselwick.norvo.socket");

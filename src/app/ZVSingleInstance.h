@@ -5,18 +5,20 @@
 
 class QLocalServer;
 
-/// Keeps one running Norvo per user, so that no two processes write the
-/// same database and preferences. The first start holds an exclusive lock on
-/// a file in the runtime directory for as long as it runs and listens on a
-/// local socket beside it; a later start finds the lock taken, asks the
+/// Keeps one running Norvo per data folder, so that no two processes write
+/// the same database and preferences. The first start holds an exclusive
+/// lock on a file beside the data for as long as it runs and listens on a
+/// local socket in the runtime directory; a later start finds the lock taken, asks the
 /// running one through the socket to bring its window to the front, and
 /// quits. The lock dies with its process, so a crash leaves nothing stale.
 class ZVSingleInstance : public QObject {
     Q_OBJECT
 public:
-    /// Lock and socket live in `runtimeDirectory`; the default is
-    /// $XDG_RUNTIME_DIR, or a private folder below the temporary directory.
-    explicit ZVSingleInstance(QString runtimeDirectory = defaultRuntimeDirectory(), QObject* parent = nullptr);
+    /// The socket lives in `runtimeDirectory` ($XDG_RUNTIME_DIR, or a
+    /// private folder below the temporary directory); the lock in
+    /// `lockDirectory`, the data folder, or beside the socket without one.
+    explicit ZVSingleInstance(QString runtimeDirectory = defaultRuntimeDirectory(), QString lockDirectory = {},
+                              QObject* parent = nullptr);
     ~ZVSingleInstance() override;
     ZVSingleInstance(const ZVSingleInstance&) = delete;
     ZVSingleInstance& operator=(const ZVSingleInstance&) = delete;
@@ -44,6 +46,7 @@ private:
     void _readRequest();
 
     QString _runtimeDirectory;
+    QString _lockDirectory;
     int _lockDescriptor = -1;
     bool _isPrimary = false;
     QLocalServer* _server = nullptr;

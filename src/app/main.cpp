@@ -1,6 +1,10 @@
 #include <QApplication>
 #include <QIcon>
 #include <QTimer>
+#include <cstdio>
+
+#include "ZVLog.h"
+#include "ZVPreferences.h"
 
 #include "ZVApplicationState.h"
 #include "ZVLocalization.h"
@@ -13,6 +17,10 @@
 #include "app/ZVQtTimerFactory.h"
 #include "app/ZVQtUserInterface.h"
 #include "app/ZVSingleInstance.h"
+#include "app/ZVTerminationSignals.h"
+#include "core/heart_beat/ZVHeartBeat.h"
+#include "core/integrations/center/ZVIntegrationCenter.h"
+#include "core/ui/ZVFileProblemAlerts.h"
 #include "core/ledgrin/ZVLedgrinIntegration.h"
 #include "core/state/ZVNorvoApplicationStateProvider.h"
 #include "preferences/ZVNorvoPreferences.h"
@@ -40,11 +48,20 @@ int main(int argc, char** argv) {
     QApplication::setQuitOnLastWindowClosed(false);
 
     // A second copy would write the same database: it hands over and quits.
-    ZVSingleInstance singleInstance;
+    // The lock sits beside the data, so that two sessions with different
+    // runtime folders still meet at it.
+    const std::string dataFolder = ZVPaths::dataDirectory();
+    ZVSingleInstance singleInstance(ZVSingleInstance::defaultRuntimeDirectory(), QString::fromStdString(dataFolder));
     if (!singleInstance.becomePrimaryInstance()) {
-        singleInstance.activateRunningInstance();
+        if (!singleInstance.activateRunningInstance()) {
+            std::fprintf(stderr, "norvo: another Norvo is already running on %s and cannot be reached from here\n",
+                         dataFolder.c_str());
+            return 1;
+        }
         return 0;
     }
+    // Logout, shutdown and kill end the timer and save, as the quit command does.
+    ZVTerminationSignals terminationSignals;
 
     ZVQtMainQueue mainQueue;
     ZVMainQueue::install(&mainQueue);
@@ -55,6 +72,12 @@ int main(int argc, char** argv) {
     ZVQtTimeActionDialogs timeActionDialogs;
     ZVTimeActionDialogs::install(&timeActionDialogs);
     ZVLedgrinIntegration::sharedIntegration().setEnvironment(std::make_shared<ZVDesktopLedgrinEnvironment>());
+    ZVFileProblemAlerts::install();
+    // Only this process writes these files now: what an interrupted write
+    // left beside them can go.
+    for (const std::string& file : {dataFolder + "/" + ZVIntegrationCenter::databaseFileName, ZVPreferences::shared().filePath()})
+        if (const std::size_t removed = ZVPaths::removeStaleTemporaryFiles(file))
+            ZVLog([&] { return "Removed " + std::to_string(removed) + " temporary files of " + file; });
 
     // Read before the main loop: a change needs a relaunch.
     const bool showsInTaskbar = ZVNorvoPreferences::shared().showDockIcon();
@@ -74,8 +97,14 @@ int main(int argc, char** argv) {
         });
         // A session that ends the program without the quit command still saves.
         QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate, [&delegate] { delegate.finishTermination(); });
+        QObject::connect(&terminationSignals, &ZVTerminationSignals::terminationRequested, &delegate,
+                         [&delegate] { delegate.terminateWithoutQuestions(); });
         result = QApplication::exec();
+        // The timers of the heart beat belong to the application object.
+        ZVHeartBeat::sharedHeartBeat().stopBeforeQuitting();
+        ZVHeartBeat::resetSharedHeartBeat();
     }
+    ZVFileProblemAlerts::uninstall();
     ZVLedgrinIntegration::sharedIntegration().setEnvironment(nullptr);
     ZVTimeActionDialogs::install(nullptr);
     ZVUserInterface::install(nullptr);

@@ -19,7 +19,7 @@ struct CommandShape {
 const CommandShape commands[] = {
     {"status", false, false}, {"watch", false, false}, {"start", true, false},  {"stop", false, false},
     {"toggle", false, false}, {"task", true, true},    {"search", true, true},  {"sync", false, false},
-    {"post", false, false},   {"export", false, false}, {"help", false, false},
+    {"post", false, false},   {"export", false, false}, {"quit", false, false}, {"help", false, false},
 };
 
 const CommandShape* shapeOf(const QString& name) {
@@ -58,6 +58,7 @@ QString usage() {
         "  export --from DAY --to DAY --out FILE\n"
         "                                     write the current project's log of those days as CSV\n"
         "                                     (DAY: YYYY-MM-DD, today or yesterday)\n"
+        "  quit                               stop the timer, save and quit Norvo\n"
         "\n"
         "FORMAT fields: {state} {running} {clock} {hm} {seconds} {project} {name} {task} {account} {syncing}\n"
         "Default format: \"{state} {clock} {project}\"\n"

@@ -198,6 +198,11 @@ int run(const ZVControlRequest& request) {
     if (command == QLatin1String("task")) return call(QStringLiteral("SetTaskText"), {request.argument}, true).status;
     if (command == QLatin1String("sync")) return call(QStringLiteral("Synchronize"), {}, true).status;
     if (command == QLatin1String("post")) return call(QStringLiteral("PostCurrent"), {}, true).status;
+    if (command == QLatin1String("quit")) {
+        const Answer answer = call(QStringLiteral("Quit"), {}, false);
+        if (!answer.text && answer.status == notRunning) printLine(QStringLiteral("not running"));
+        return answer.status;
+    }
     if (command == QLatin1String("export")) {
         const QDate today = QDate::currentDate();
         const auto from = ZVControlText::parseDay(request.from, today);

@@ -4,6 +4,7 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -269,4 +270,62 @@ TEST_F(NorvoctlEndToEnd, AStartWithoutProjectAnswersWhileNorvoAsksTheUser) {
     const QJsonObject now = state();
     EXPECT_FALSE(now.value(QStringLiteral("running")).toBool());
     EXPECT_TRUE(now.value(QStringLiteral("project")).toString().isEmpty());
+}
+
+namespace {
+
+// The seconds and runs of a local project as the preferences file has them.
+std::pair<std::uint64_t, std::size_t> storedTimeAndRuns(const std::string& preferencesFile, const std::string& name) {
+    const ZVPreferences stored(preferencesFile);
+    const auto projects = stored.value("KDNorvoIntegration");
+    if (!projects || !projects->array()) return {0, 0};
+    for (const ZVValue& project : *projects->array()) {
+        const ZVDictionary& node = *project.dictionary();
+        if (ZVStringValue(node, ZVIntegrationProject::nameKey) != name) continue;
+        const ZVArray* log = ZVArrayValue(node, ZVIntegrationProject::logKey);
+        return {ZVUnsignedValue(node, ZVIntegrationProject::timeKey), log ? log->size() : 0};
+    }
+    return {0, 0};
+}
+
+}  // namespace
+
+// Logout and shutdown (SIGTERM), a lost terminal (SIGHUP), Ctrl+C (SIGINT)
+// and the quit command all end the running timer and save it to the second,
+// and Norvo exits normally.
+TEST_F(NorvoctlEndToEnd, EveryWayOfEndingSavesTheRunningTimeToTheSecond) {
+    const std::string preferences = home.preferencesFile();
+    const std::pair<const char*, int> endings[] = {{"SIGTERM", SIGTERM}, {"SIGHUP", SIGHUP}, {"SIGINT", SIGINT}, {"quit", 0}};
+    std::size_t runs = 0;
+    for (const auto& [name, signalNumber] : endings) {
+        SCOPED_TRACE(name);
+        QProcess norvo;
+        norvo.setProcessEnvironment(environment);
+        norvo.start(buildTreePath(QStringLiteral("../src/norvo")), {});
+        ASSERT_TRUE(norvo.waitForStarted());
+        // Only once the name is taken, or the bus would start a second one.
+        for (int i = 0; i < 300 && norvoctl({QStringLiteral("status")}).status == 3; ++i) QThread::msleep(20);
+        const std::uint64_t before = storedTimeAndRuns(preferences, "Billing").first;
+
+        QElapsedTimer sinceCall;
+        sinceCall.start();
+        ASSERT_EQ(norvoctl({QStringLiteral("start"), QStringLiteral("billing")}).status, 0);
+        QElapsedTimer sinceReply;
+        sinceReply.start();
+        QThread::msleep(2600);
+        const qint64 shortest = sinceReply.elapsed();
+        if (signalNumber)
+            ::kill(static_cast<pid_t>(norvo.processId()), signalNumber);
+        else
+            EXPECT_EQ(norvoctl({QStringLiteral("quit")}).status, 0);
+        ASSERT_TRUE(norvo.waitForFinished(20000));
+        const qint64 longest = sinceCall.elapsed();
+        EXPECT_EQ(norvo.exitStatus(), QProcess::NormalExit);
+        EXPECT_EQ(norvo.exitCode(), 0) << norvo.readAllStandardError().toStdString();
+
+        const auto [after, storedRuns] = storedTimeAndRuns(preferences, "Billing");
+        EXPECT_GE(after - before, static_cast<std::uint64_t>(shortest / 1000));
+        EXPECT_LE(after - before, static_cast<std::uint64_t>((longest + 999) / 1000));
+        EXPECT_EQ(storedRuns, ++runs);
+    }
 }

@@ -31,6 +31,18 @@ TEST_F(SingleInstanceTests, OnlyOneHolderOfTheLockUntilItEnds) {
     EXPECT_TRUE(second.becomePrimaryInstance());
 }
 
+TEST_F(SingleInstanceTests, TwoSessionsWithTheirOwnRuntimeFoldersMeetAtTheLockBesideTheData) {
+    QTemporaryDir otherRuntime;
+    QTemporaryDir data;
+    ZVSingleInstance first(runtime.path(), data.path());
+    ZVSingleInstance second(otherRuntime.path(), data.path());
+    EXPECT_TRUE(first.becomePrimaryInstance());
+    EXPECT_FALSE(second.becomePrimaryInstance());
+    EXPECT_TRUE(first.lockFilePath().startsWith(data.path()));
+    // The other session's socket is not there to be reached.
+    EXPECT_FALSE(second.activateRunningInstance(200));
+}
+
 TEST_F(SingleInstanceTests, LaterStartAsksTheRunningOneToComeToTheFront) {
     ZVSingleInstance running(runtime.path());
     ASSERT_TRUE(running.becomePrimaryInstance());

@@ -52,6 +52,11 @@ void ScriptedUserInterface::setAlertObserver(std::function<void(const ZVAlert&)>
     _alertObserver = std::move(observer);
 }
 
+void ScriptedUserInterface::showAlert(const ZVAlert& alert) {
+    std::lock_guard<std::mutex> guard(_mutex);
+    _alerts.push_back(alert);
+}
+
 void ScriptedUserInterface::beep() {
     std::lock_guard<std::mutex> guard(_mutex);
     ++_beeps;

@@ -29,6 +29,8 @@ public:
     ZVAlertResponse runModal(const ZVAlert& alert) override;
     std::optional<std::string> runModalWithTextField(const ZVAlert& alert, const std::string& initialText,
                                                      bool secure) override;
+    /// Recorded with the modal alerts; it uses no scripted answer.
+    void showAlert(const ZVAlert& alert) override;
     void beep() override;
     void showBanner(const std::string& title, const std::string& text) override;
     bool openURL(const std::string& url) override;

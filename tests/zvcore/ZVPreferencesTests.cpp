@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "ZVPaths.h"
 #include "ZVPreferences.h"
@@ -138,14 +139,57 @@ TEST(ZVPreferencesTests, withoutSynchronizeNothingIsWritten) {
     EXPECT_FALSE(ZVPreferences::shared().boolean("KDFlag"));
 }
 
-TEST(ZVPreferencesTests, corruptFileReadsAsEmpty) {
+TEST(ZVPathsTests, writesThroughASymbolicLinkAndClearsOnlyItsOwnLeftovers) {
     TemporaryHome home;
-    ASSERT_TRUE(ZVPaths::writeFileAtomically(home.preferencesFile(), "<plist><dict><key>broken"));
-    ZVPreferences preferences(home.preferencesFile());
-    EXPECT_FALSE(preferences.value("broken"));
-    preferences.setInteger(2, "KDValue");
-    EXPECT_TRUE(preferences.synchronize());
-    EXPECT_EQ(ZVPreferences(home.preferencesFile()).integer("KDValue"), 2);
+    const std::string elsewhere = home.path() + "/synced";
+    std::filesystem::create_directories(elsewhere);
+    const std::string target = elsewhere + "/Integrations.edb";
+    const std::string link = home.dataDirectory() + "/Integrations.edb";
+    std::filesystem::create_symlink("../../../synced/Integrations.edb", link);
+    ASSERT_TRUE(ZVPaths::writeFileAtomically(link, "through the link"));
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    std::string bytes;
+    ASSERT_TRUE(ZVPaths::readFile(target, bytes));
+    EXPECT_EQ(bytes, "through the link");
+
+    // What a killed write leaves beside the target goes; look-alikes stay.
+    const std::vector<std::string> stale{".Integrations.edb.a1B2c3", ".Integrations.edb.ZZZZZZ"};
+    const std::vector<std::string> kept{".Integrations.edb.notes", ".Preferences.plist.a1B2c3", "Integrations.edb.x1y2z3"};
+    for (const auto& name : stale) ASSERT_TRUE(ZVPaths::writeFileAtomically(elsewhere + "/" + name, "partial"));
+    for (const auto& name : kept) ASSERT_TRUE(ZVPaths::writeFileAtomically(elsewhere + "/" + name, "other"));
+    EXPECT_EQ(ZVPaths::removeStaleTemporaryFiles(link), stale.size());
+    for (const auto& name : stale) EXPECT_FALSE(std::filesystem::exists(elsewhere + "/" + name)) << name;
+    for (const auto& name : kept) EXPECT_TRUE(std::filesystem::exists(elsewhere + "/" + name)) << name;
+    EXPECT_TRUE(std::filesystem::exists(target));
+}
+
+TEST(ZVPreferencesTests, anUnreadableFileIsMovedAsideReportedAndNeverOverwritten) {
+    const std::string valid = ZVPropertyList::writeXML(ZVValue(ZVDictionary{{"KDNorvoIntegration", "projects"}}));
+    const std::string unreadable[] = {
+        valid.substr(0, valid.size() / 2),                                  // truncated
+        valid + "<",                                                        // a stray byte after </plist>
+        ZVPropertyList::writeXML(ZVValue(ZVArray{ZVValue("not a dictionary")})),  // the wrong root
+    };
+    for (const std::string& content : unreadable) {
+        TemporaryHome home;
+        std::vector<ZVPaths::FileProblem> problems;
+        ZVPaths::setProblemObserver([&](const ZVPaths::FileProblem& problem) { problems.push_back(problem); });
+        ASSERT_TRUE(ZVPaths::writeFileAtomically(home.preferencesFile(), content));
+        ZVPreferences preferences(home.preferencesFile());
+        ZVPaths::setProblemObserver(nullptr);
+
+        EXPECT_FALSE(preferences.value("KDNorvoIntegration"));
+        ASSERT_EQ(problems.size(), 1u);
+        EXPECT_EQ(problems[0].kind, ZVPaths::FileProblem::Kind::setAside);
+        EXPECT_EQ(problems[0].path, home.preferencesFile());
+        EXPECT_TRUE(problems[0].setAsidePath.starts_with(home.preferencesFile() + ".unreadable-"));
+        preferences.setInteger(2, "KDValue");
+        EXPECT_TRUE(preferences.synchronize());
+        std::string aside;
+        ASSERT_TRUE(ZVPaths::readFile(problems[0].setAsidePath, aside));
+        EXPECT_EQ(aside, content);
+        EXPECT_EQ(ZVPreferences(home.preferencesFile()).integer("KDValue"), 2);
+    }
 }
 
 TEST(ZVPreferencesTests, concurrentWritersLoseNothing) {

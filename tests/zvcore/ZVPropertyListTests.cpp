@@ -117,6 +117,42 @@ TEST(ZVPropertyListTests, libplistReadsWhatWeWrite) {
     plist_free(root);
 }
 
+TEST(ZVPropertyListTests, writesOnlyWhatXML10AllowsSoThatOtherReadersTakeTheFile) {
+    // Stored as given -> written and read back as.
+    struct Row {
+        const char* key;
+        std::string stored;
+        std::string written;
+    };
+    const Row rows[] = {
+        {"controls", std::string("a\x01" "b\x08" "c\x1b[0m\x7f" "\0" "d", 12), "abc[0m\x7f" "d"},
+        {"whitespace", "tab\tline\nreturn\r", "tab\tline\nreturn\r"},
+        {"broken UTF-8", "caf\xC3 \xFF\xC0\xAF end", "caf\uFFFD \uFFFD\uFFFD\uFFFD end"},
+        {"noncharacters, surrogates", "\xEF\xBF\xBE\xEF\xBF\xBF|\xED\xA0\x80|", "|\uFFFD\uFFFD\uFFFD|"},
+        {"valid", "Grüße \u2794 \U0001F600 \uFFFD", "Grüße \u2794 \U0001F600 \uFFFD"},
+    };
+    ZVDictionary stored;
+    for (const Row& row : rows) stored[row.key] = row.stored;
+    stored[std::string("key\x02")] = "keys too";
+
+    TemporaryHome home;
+    const std::string path = home.dataDirectory() + "/controls.plist";
+    ASSERT_TRUE(ZVPropertyList::writeFile(ZVValue(stored), path));
+    const auto read = ZVPropertyList::readFile(path);
+    ASSERT_TRUE(read && read->dictionary());
+    for (const Row& row : rows) EXPECT_EQ(*read->dictionary()->at(row.key).string(), row.written) << row.key;
+    EXPECT_TRUE(read->dictionary()->contains("key"));
+    // Written the same way the second time: the file does not change.
+    EXPECT_EQ(ZVPropertyList::writeXML(*read), ZVPropertyList::writeXML(ZVValue(stored)));
+
+    // Two independent readers take the file whole.
+    for (const std::string& command :
+         {"plistutil -i '" + path + "' -o /dev/null -f bin",
+          "python3 -c 'import plistlib,sys; d=plistlib.load(open(sys.argv[1],\"rb\")); sys.exit(d[\"whitespace\"]!=\"tab\\tline\\nreturn\\r\")' '" + path + "'"}) {
+        EXPECT_EQ(std::system(command.c_str()), 0) << command;
+    }
+}
+
 TEST(ZVPropertyListTests, readsBinaryPropertyLists) {
     plist_t root = plist_new_dict();
     plist_dict_set_item(root, "name", plist_new_string("Norvo"));

@@ -1,5 +1,6 @@
 #include "core/actions/ZVTimeEditor.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -13,22 +14,15 @@
 
 namespace {
 
+// Whatever the fields hold, the edited time lands in 0...maximumTime.
 std::uint64_t wholeFieldValue(double value) {
-    if (!(value >= 0) || !std::isfinite(value)) ZVFatalError("A time field below 0 or not a number");
-    const double whole = std::trunc(value);
-    if (whole >= 18446744073709551616.0) ZVFatalError("A time field past the 64-bit range");
-    return static_cast<std::uint64_t>(whole);
+    if (!(value >= 0) || !std::isfinite(value)) return 0;
+    return static_cast<std::uint64_t>(std::min(std::trunc(value), static_cast<double>(ZVIntegrationProject::maximumTime)));
 }
 
 std::uint64_t checkedTotal(std::uint64_t hours, std::uint64_t minutes, std::uint64_t seconds) {
-    constexpr auto maximum = std::numeric_limits<std::uint64_t>::max();
-    if (hours > maximum / 3600 || minutes > maximum / 60) ZVFatalError("Edited time past the 64-bit range");
-    const std::uint64_t fromHours = hours * 3600;
-    const std::uint64_t fromMinutes = minutes * 60;
-    if (fromHours > maximum - fromMinutes || fromHours + fromMinutes > maximum - seconds) {
-        ZVFatalError("Edited time past the 64-bit range");
-    }
-    return fromHours + fromMinutes + seconds;
+    // Each part is at most maximumTime (10^12), so the sum cannot wrap.
+    return std::min(hours * 3600 + minutes * 60 + seconds, ZVIntegrationProject::maximumTime);
 }
 
 }  // namespace

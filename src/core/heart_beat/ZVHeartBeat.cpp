@@ -25,13 +25,13 @@ std::unique_ptr<ZVHeartBeat>& sharedInstance() {
 /// Whole seconds from `from` to now, whichever way the clock went.
 std::uint64_t wholeSecondsSince(ZVDate from) {
     const double seconds = std::fabs((ZVNow() - from).count());
-    if (seconds >= 9.2e18) ZVFatalError("Elapsed time beyond 64 bits");
-    return static_cast<std::uint64_t>(seconds);
+    return seconds >= 9.2e18 ? std::numeric_limits<std::uint64_t>::max() / 2 : static_cast<std::uint64_t>(seconds);
 }
 
+/// Counters stop at their largest value instead of wrapping around.
 std::uint64_t addSeconds(std::uint64_t counter, std::uint64_t seconds) {
-    if (counter > std::numeric_limits<std::uint64_t>::max() - seconds) ZVFatalError("A time counter overflowed 64 bits");
-    return counter + seconds;
+    return counter > std::numeric_limits<std::uint64_t>::max() - seconds ? std::numeric_limits<std::uint64_t>::max()
+                                                                          : counter + seconds;
 }
 
 }  // namespace
@@ -46,8 +46,8 @@ void ZVHeartBeat::resetSharedHeartBeat() { sharedInstance().reset(); }
 
 ZVHeartBeat::ZVHeartBeat() {
     const std::int64_t storedTotal = ZVPreferences::shared().integer(totalNumberOfBeatsKey, 0);
-    if (storedTotal < 0) ZVFatalError("A negative total time is stored");
-    _totalTime = static_cast<std::uint64_t>(storedTotal);
+    if (storedTotal < 0) ZVLog([&] { return "A negative total time is stored (" + std::to_string(storedTotal) + "); it is read as 0"; });
+    _totalTime = static_cast<std::uint64_t>(std::max<std::int64_t>(storedTotal, 0));
 
     auto& notifications = ZVNotificationCenter::shared();
     _observations.push_back(
@@ -98,7 +98,7 @@ void ZVHeartBeat::start() {
 
 void ZVHeartBeat::_updateTime() {
     if (!_startDate) return;
-    _currentTime = addSeconds(_timeAtStartDate, wholeSecondsSince(*_startDate));
+    _currentTime = std::min(addSeconds(_timeAtStartDate, wholeSecondsSince(*_startDate)), ZVIntegrationProject::maximumTime);
     _notifyVeins();
 }
 
@@ -138,16 +138,22 @@ void ZVHeartBeat::stop() {
 
     if (_startDate) _totalTime = addSeconds(_totalTime, wholeSecondsSince(*_startDate));
     _startDate.reset();
-    if (_totalTime > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
-        ZVFatalError("The total time exceeds the stored range");
-    }
+    _totalTime = std::min<std::uint64_t>(_totalTime, std::numeric_limits<std::int64_t>::max());
     ZVPreferences::shared().setInteger(static_cast<std::int64_t>(_totalTime), totalNumberOfBeatsKey);
 
+    // Quitting asks nothing and sends nothing: the time is saved and stays unposted.
+    if (_isQuitting) return;
     _offerReview();
 
     if (project && _automaticTimePoster && ZVPreferences::shared().boolean(automaticallyPostTimeKey)) {
         _automaticTimePoster(project);
     }
+}
+
+void ZVHeartBeat::stopBeforeQuitting() {
+    _isQuitting = true;
+    _updateTime();
+    stop();
 }
 
 void ZVHeartBeat::_offerReview() {

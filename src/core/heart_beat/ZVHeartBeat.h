@@ -37,6 +37,9 @@ public:
     void start();
     /// Stops counting, writes the time into the current project and saves its account.
     void stop();
+    /// Stops at quit or logout: the run ends now and its seconds are saved,
+    /// with no question asked and nothing posted.
+    void stopBeforeQuitting();
     /// Stops, sets the time to zero and writes that into the current project.
     void reset();
 
@@ -96,6 +99,7 @@ private:
     std::uint64_t _totalTime = 0;
     std::vector<ZVHeartBeatVein*> _veins;
     bool _wasRunningWhenWentToSleep = false;
+    bool _isQuitting = false;
     std::string _currentTimeString = "00:00:00";
 
     std::optional<std::string> _storePageURL;

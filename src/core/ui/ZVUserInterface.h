@@ -39,6 +39,9 @@ public:
     /// An alert with one input field; nothing when cancelled.
     virtual std::optional<std::string> runModalWithTextField(const ZVAlert& alert, const std::string& initialText,
                                                              bool secure) = 0;
+    /// An alert that asks nothing and blocks nothing: it stays up until the
+    /// user closes it while the program goes on.
+    virtual void showAlert(const ZVAlert& alert) { showBanner(alert.messageText, alert.informativeText); }
     /// The system's short warning sound.
     virtual void beep() = 0;
     /// A desktop notification (banner) with a title and a text.

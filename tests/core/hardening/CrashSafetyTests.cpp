@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include "ZVPaths.h"
 #include "ZVPreferences.h"
 #include "ZVPropertyList.h"
 #include "core/heart_beat/ZVHeartBeat.h"
@@ -158,6 +159,17 @@ void expectEveryKillLeavesACompleteVersion(const std::string& path,
     }
     // Most kills must have hit a write in progress, or the test proves little.
     EXPECT_GT(killsWithinAWrite, rounds / 2);
+
+    // What the killed writes left beside the file goes at the next start,
+    // and the file stays as it is.
+    const std::filesystem::path file(path);
+    const std::string prefix = "." + file.filename().string() + ".";
+    std::size_t leftovers = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(file.parent_path()))
+        leftovers += entry.path().filename().string().starts_with(prefix);
+    EXPECT_EQ(ZVPaths::removeStaleTemporaryFiles(path), leftovers);
+    EXPECT_EQ(ZVPaths::removeStaleTemporaryFiles(path), 0u);
+    EXPECT_TRUE(readBack() == version(onDisk));
 }
 
 std::optional<ZVDictionary> storedRoot(const std::string& path) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <functional>
@@ -64,15 +65,6 @@ std::optional<ZVDictionary> databaseRoot(const ZVValue& value) {
 
 ZVIntegrationCenter::EntryDigest digestOf(std::string_view entry) {
     return {entry.size(), std::hash<std::string_view>{}(entry)};
-}
-
-std::string timestamp(ZVDate date) {
-    const std::time_t seconds = static_cast<std::time_t>(date.time_since_epoch().count());
-    std::tm utc{};
-    gmtime_r(&seconds, &utc);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y%m%d-%H%M%S", &utc);
-    return text;
 }
 
 template <typename Value, typename Predicate>
@@ -392,7 +384,9 @@ void ZVIntegrationCenter::save() {
     ZVPreferences::shared().synchronize();
 }
 
-void ZVIntegrationCenter::_autosave() {
+void ZVIntegrationCenter::_autosave() { saveAll(); }
+
+void ZVIntegrationCenter::saveAll() {
     std::lock_guard<std::recursive_mutex> guard(_lock);
     if (auto project = currentProject()) project->setTime(ZVHeartBeat::sharedHeartBeat().currentTime());
     save();
@@ -501,17 +495,16 @@ bool ZVIntegrationCenter::_readAccountsStreaming() {
 }
 
 bool ZVIntegrationCenter::_setAsideUnreadableDatabase() {
-    std::string target = _saveURL + ".unreadable-" + timestamp(ZVNow());
+    const std::string target = ZVPaths::setAsidePath(_saveURL);
     std::error_code error;
-    for (int attempt = 1; std::filesystem::exists(target, error); ++attempt) {
-        target = _saveURL + ".unreadable-" + timestamp(ZVNow()) + "-" + std::to_string(attempt);
-    }
     std::filesystem::rename(_saveURL, target, error);
     if (error) {
         ZVLog([&] { return "Cannot move the unreadable database " + _saveURL + " aside: " + error.message(); });
+        ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::unreadableKept, _saveURL, {}, error.message()});
         return false;
     }
     ZVLog([&] { return "The database " + _saveURL + " could not be read; it was moved to " + target; });
+    ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::setAside, _saveURL, target, {}});
     return true;
 }
 
@@ -586,8 +579,14 @@ void ZVIntegrationCenter::_writeDatabase(const std::map<std::string, std::string
         _writtenEntryDigests = std::move(digests);
         _writtenDatabaseRanges = std::move(ranges);
         _writtenDatabaseStamp = ZVPaths::stampOf(_saveURL);
+        if (_databaseWriteFailed) ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::writeRecovered, _saveURL, {}, {}});
+        _databaseWriteFailed = false;
     } else {
-        ZVLog([&] { return "Writing the database " + _saveURL + " failed"; });
+        const std::string reason = std::strerror(errno);
+        ZVLog([&] { return "Writing the database " + _saveURL + " failed: " + reason; });
+        if (!_databaseWriteFailed)
+            ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::writeFailed, _saveURL, {}, reason});
+        _databaseWriteFailed = true;
         _writtenDatabaseStamp.reset();
         _writtenDatabaseRanges.clear();
         _writtenEntryDigests.clear();

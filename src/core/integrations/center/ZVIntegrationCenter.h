@@ -65,6 +65,9 @@ public:
 
     /// Saves every account and stores the current project's identifiers.
     void save();
+    /// What the autosave does: the running time into the current project,
+    /// every account, the recent projects and the preferences.
+    void saveAll();
     /// The database's root dictionary; empty when the file is missing or unreadable.
     ZVDictionary readIntegrationsFromDisk();
     /// Writes the root dictionary atomically; failures leave the old file.
@@ -152,6 +155,8 @@ private:
     mutable std::mutex _currentProjectMutex;
     std::int64_t _syncPeriod = defaultSyncPeriod;
     bool _checkedDatabaseReadability = false;
+    // The last write of the database failed; the user has been told.
+    bool _databaseWriteFailed = false;
     // Where each entry sits in the database file this centre wrote last,
     // and the stamp of that file; both empty when the file must be read.
     std::optional<ZVPaths::FileStamp> _writtenDatabaseStamp;

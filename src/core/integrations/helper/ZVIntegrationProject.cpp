@@ -57,6 +57,31 @@ ZVIntegrationProject::Pointer ZVIntegrationProject::create(std::string name, std
                                                   std::move(subprojectID));
 }
 
+std::uint64_t ZVIntegrationProject::storedTime(const ZVDictionary& dictionary, const std::string& name) {
+    const auto found = dictionary.find(timeKey);
+    if (found == dictionary.end()) return 0;
+    const ZVValue& value = found->second;
+    // A time out of range comes from a hand-edited or foreign file: it is
+    // brought into range with a log line rather than trusted or fatal.
+    const auto logClamped = [&](std::uint64_t kept) {
+        ZVLog([&] { return "The stored time of '" + name + "' is out of range; it is read as " + std::to_string(kept); });
+        return kept;
+    };
+    if (value.type() == ZVValue::Type::integer) {
+        const std::int64_t seconds = *value.integer();
+        if (seconds < 0) return logClamped(0);
+        return static_cast<std::uint64_t>(seconds) > maximumTime ? logClamped(maximumTime)
+                                                                  : static_cast<std::uint64_t>(seconds);
+    }
+    if (value.type() == ZVValue::Type::real) {
+        const double seconds = *value.real();
+        if (!(seconds >= 0)) return logClamped(0);
+        if (seconds > static_cast<double>(maximumTime)) return logClamped(maximumTime);
+    }
+    const std::uint64_t seconds = value.unsignedInteger().value_or(0);
+    return seconds > maximumTime ? logClamped(maximumTime) : seconds;
+}
+
 ZVIntegrationProject::Pointer ZVIntegrationProject::createWithDictionary(const ZVDictionary& dictionary,
                                                                          const std::weak_ptr<ZVIntegration>& integration) {
     auto project = std::make_shared<ZVIntegrationProject>(
@@ -66,7 +91,7 @@ ZVIntegrationProject::Pointer ZVIntegrationProject::createWithDictionary(const Z
     project->_integration = integration;
     project->_additionalID = ZVOptionalString(dictionary, additionalIDKey);
     project->_fourthID = ZVOptionalString(dictionary, fourthIDKey);
-    project->_time = ZVUnsignedValue(dictionary, timeKey);
+    project->_time = storedTime(dictionary, project->_name);
 
     if (ZVBoolValue(dictionary, isSelectedKey)) {
         auto& center = ZVIntegrationCenter::shared();
@@ -97,9 +122,7 @@ std::shared_ptr<ZVIntegration> ZVIntegrationProject::requiredIntegration() const
 }
 
 void ZVIntegrationProject::setTime(std::uint64_t seconds) {
-    if (seconds > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
-        ZVFatalError("A project's time exceeds the signed 64-bit range");
-    }
+    seconds = std::min(seconds, maximumTime);
     const std::uint64_t previous = _time.exchange(seconds);
     const std::uint64_t change = previous > seconds ? previous - seconds : seconds - previous;
     if (change < minimumSavedTimeChange) return;
@@ -108,7 +131,7 @@ void ZVIntegrationProject::setTime(std::uint64_t seconds) {
     account->save();
 }
 
-void ZVIntegrationProject::setTimeWithoutSaving(std::uint64_t seconds) { _time = seconds; }
+void ZVIntegrationProject::setTimeWithoutSaving(std::uint64_t seconds) { _time = std::min(seconds, maximumTime); }
 
 std::string ZVIntegrationProject::fullProjectPath() const {
     if (auto parent = parentProject()) return parent->fullProjectPath() + pathSeparator + _name;

@@ -86,6 +86,11 @@ public:
     static void noteTreeChange() { _treeGeneration.fetch_add(1, std::memory_order_acq_rel); }
 
     std::uint64_t time() const { return _time.load(); }
+    /// The most a node holds, about 31,700 years: any sum of the times of
+    /// millions of nodes stays far inside 64 bits. Longer times are cut to it.
+    static constexpr std::uint64_t maximumTime = 1'000'000'000'000;
+    /// The stored time of a node's dictionary, brought into 0...maximumTime.
+    static std::uint64_t storedTime(const ZVDictionary& dictionary, const std::string& name);
     /// Stores the seconds; a change of 3 seconds or more saves the account,
     /// so that the timer's ticks never write to disk one by one.
     void setTime(std::uint64_t seconds);

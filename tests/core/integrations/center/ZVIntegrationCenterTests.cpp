@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -21,6 +22,7 @@
 #include "core/log_entries/ZVTimeLogEntry.h"
 #include "core/log_entries/ZVTimeSetLogEntry.h"
 #include "core/notifications/ZVNotificationCenter.h"
+#include "core/ui/ZVFileProblemAlerts.h"
 
 namespace {
 
@@ -182,19 +184,24 @@ TEST_F(IntegrationCenterTest, DatabaseIsAPrivateXMLPropertyListOtherReadersAccep
     EXPECT_EQ(*value, ZVValue(*storedDatabase()));
 }
 
-TEST_F(IntegrationCenterTest, UnreadableDatabaseIsMovedAsideAndKept) {
+TEST_F(IntegrationCenterTest, UnreadableDatabaseIsMovedAsideKeptAndTheUserTold) {
     const std::string garbage = "<?xml version=\"1.0\"?><plist><dict><key>broken";
     {
         std::ofstream file(ZVPaths::dataDirectory() + "/Integrations.edb");
         file << garbage;
     }
+    ZVFileProblemAlerts::install();
     EXPECT_TRUE(center().integrations().empty());
+    ZVFileProblemAlerts::uninstall();
+    ASSERT_EQ(environment.ui.alerts.size(), 1u);
+    EXPECT_EQ(environment.ui.alerts[0].messageText, "Norvo could not read “Integrations.edb” and moved it aside.");
 
     std::vector<fs::path> setAside;
     for (const auto& entry : fs::directory_iterator(environment.home.dataDirectory())) {
         if (entry.path().filename().string().rfind("Integrations.edb.unreadable-", 0) == 0) setAside.push_back(entry.path());
     }
     ASSERT_EQ(setAside.size(), 1u);
+    EXPECT_NE(environment.ui.alerts[0].informativeText.find(setAside[0].string()), std::string::npos);
     std::ifstream kept(setAside[0]);
     EXPECT_EQ(std::string((std::istreambuf_iterator<char>(kept)), std::istreambuf_iterator<char>()), garbage);
 
@@ -204,6 +211,79 @@ TEST_F(IntegrationCenterTest, UnreadableDatabaseIsMovedAsideAndKept) {
     ASSERT_TRUE(stored);
     EXPECT_EQ(stored->size(), 1u);
     EXPECT_TRUE(fs::exists(setAside[0]));
+}
+
+// The data folder made full: a small file system of its own where this
+// process may mount one (root), else a folder without write rights.
+class FullDataFolder {
+public:
+    explicit FullDataFolder(std::string folder) : _folder(std::move(folder)) {
+        fs::create_directories(_folder);
+        if (::geteuid() == 0) {
+            _mounted = std::system(("mount -t tmpfs -o size=256k tmpfs '" + _folder + "' 2>/dev/null").c_str()) == 0;
+        } else {
+            _usable = true;
+        }
+        _usable = _usable || _mounted;
+    }
+    ~FullDataFolder() {
+        release();
+        if (_mounted) std::system(("umount '" + _folder + "'").c_str());
+    }
+    bool usable() const { return _usable; }
+    void fill() {
+        if (!_mounted) {
+            ::chmod(_folder.c_str(), 0500);
+            return;
+        }
+        std::ofstream filler(_folder + "/filler", std::ios::binary);
+        const std::string block(4096, 'x');
+        while (filler.write(block.data(), static_cast<std::streamsize>(block.size())) && filler.flush()) {
+        }
+    }
+    void release() {
+        ::chmod(_folder.c_str(), 0700);
+        std::error_code ignored;
+        fs::remove(_folder + "/filler", ignored);
+    }
+
+private:
+    std::string _folder;
+    bool _mounted = false;
+    bool _usable = false;
+};
+
+TEST_F(IntegrationCenterTest, AFailedSaveIsToldOnceKeepsTheTimeAndIsRetriedUntilItSucceeds) {
+    FullDataFolder disk(environment.home.dataDirectory());
+    if (!disk.usable()) GTEST_SKIP() << "no way to make the data folder full here";
+    ZVFileProblemAlerts::install();
+    auto account = accountWithTree("Client A");
+    center().addIntegration(account);
+    const auto storedSupportTime = [&] {
+        const auto stored = storedDatabase();
+        if (!stored) return std::uint64_t{0};
+        const ZVDictionary& entry = *stored->at(account->integrationID()).dictionary();
+        return ZVUnsignedValue(*entry.at(ZVIntegrationCachedProjectsKey).array()->at(1).dictionary(),
+                               ZVIntegrationProject::timeKey);
+    };
+    ASSERT_EQ(storedSupportTime(), 60u);
+
+    disk.fill();
+    top(account, 1)->setTime(7200);
+    top(account, 1)->setTime(7300);
+    ASSERT_EQ(environment.ui.alerts.size(), 1u);
+    EXPECT_EQ(environment.ui.alerts[0].messageText, "Norvo cannot save “Integrations.edb”.");
+    EXPECT_EQ(top(account, 1)->time(), 7300u);
+    // The old file stands whole while nothing new fits.
+    EXPECT_EQ(storedSupportTime(), 60u);
+
+    environment.timers.advance(ZVFileProblemAlerts::retryInterval);
+    EXPECT_EQ(environment.ui.alerts.size(), 1u);
+    disk.release();
+    environment.timers.advance(ZVFileProblemAlerts::retryInterval);
+    ZVFileProblemAlerts::uninstall();
+    EXPECT_EQ(environment.ui.banners, std::vector<std::string>{"Norvo saves again: “Integrations.edb” is up to date."});
+    EXPECT_EQ(storedSupportTime(), 7300u);
 }
 
 TEST_F(IntegrationCenterTest, DatabaseOfTheWrongShapeCountsAsUnreadable) {

@@ -56,6 +56,7 @@ public:
     std::optional<std::string> runModalWithTextField(const ZVAlert& alert, const std::string& initialText,
                                                      bool secure) override;
     void beep() override {}
+    void showAlert(const ZVAlert& alert) override { alerts.push_back(alert); }
     void showBanner(const std::string& title, const std::string& text) override;
     bool openURL(const std::string& url) override;
 

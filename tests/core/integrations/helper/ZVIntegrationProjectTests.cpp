@@ -115,9 +115,28 @@ TEST(ProjectTimeDeathTest, ChangesThatCannotBeSavedAreProgrammingErrors) {
     orphan->setTime(12);  // below the threshold nothing needs the account
     EXPECT_DEATH(orphan->setTime(20), "");
 
+}
+
+TEST(ProjectTimeTest, TimesOutOfRangeAreBroughtIntoRangeNotFatal) {
     auto account = RecordingIntegration::make("Work");
-    orphan->setIntegration(account);
-    EXPECT_DEATH(orphan->setTime(static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()) + 1), "");
+    auto project = node("Huge", 10);
+    project->setIntegration(account);
+    project->setTime(std::numeric_limits<std::uint64_t>::max());
+    EXPECT_EQ(project->time(), ZVIntegrationProject::maximumTime);
+
+    struct Row {
+        ZVValue stored;
+        std::uint64_t read;
+    } const rows[] = {{ZVValue(std::int64_t{-5}), 0},
+                      {ZVValue(std::numeric_limits<std::uint64_t>::max()), ZVIntegrationProject::maximumTime},
+                      {ZVValue(-1.5), 0},
+                      {ZVValue(1e300), ZVIntegrationProject::maximumTime},
+                      {ZVValue(std::int64_t{3600}), 3600},
+                      {ZVValue(std::string("12")), 0}};
+    for (const Row& row : rows) {
+        const ZVDictionary stored{{ZVIntegrationProject::timeKey, row.stored}};
+        EXPECT_EQ(ZVIntegrationProject::storedTime(stored, "Node"), row.read);
+    }
 }
 
 // Identity and tree structure.

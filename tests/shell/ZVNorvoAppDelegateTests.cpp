@@ -84,6 +84,14 @@ TEST_F(ZVNorvoAppDelegateTest, TaskTextJoinsTheLogOfAProjectWithTimeButNoLog) {
     auto entry = project->lastTimeLogEntry();
     ASSERT_NE(entry, nullptr);
     EXPECT_EQ(entry->text(), "Fixing the footer");
+
+    // While the timer runs, the text is the open run's title alone.
+    window().startStopButton()->click();
+    window().currentTaskTextField()->setText(QStringLiteral("Header"));
+    Q_EMIT window().currentTaskTextField()->editingFinished();
+    EXPECT_EQ(entry->text(), "Fixing the footer");
+    window().startStopButton()->click();
+    EXPECT_EQ(project->lastTimeLogEntry()->text(), "Header");
 }
 
 TEST_F(ZVNorvoAppDelegateTest, QuitWithUnpostedTimeAsksAndCancelKeepsRunning) {

@@ -18,7 +18,6 @@ class ZVNorvoAppDelegateTest : public ShellFixture {
 protected:
     ZVNorvoAppDelegateTest() {
         delegate = std::make_unique<ZVNorvoAppDelegate>(true);
-        delegate->setShowsReleaseNotes(false);
         delegate->awakeFromNib();
         delegate->applicationDidFinishLaunching();
         // The launch starts a refresh; the tests begin when it has found no connection.
@@ -134,4 +133,17 @@ TEST_F(ZVNorvoAppDelegateTest, KeepAboveOtherWindowsFollowsTheSetting) {
     ZVPreferences::shared().setBoolean(false, "ZVKeepTimeWindowAboveOtherWindows");
     delegate->updateMainWindowLevel();
     EXPECT_FALSE(window().windowFlags().testFlag(Qt::WindowStaysOnTopHint));
+}
+
+TEST_F(ZVNorvoAppDelegateTest, WhatsNewComesOnceAndBlocksNothing) {
+    delegate->showReleaseNotesOnce();
+    QWidget* whatsNew = nullptr;
+    for (QWidget* widget : QApplication::topLevelWidgets())
+        if (widget->isVisible() && widget->windowTitle() == QStringLiteral("What's New in Norvo")) whatsNew = widget;
+    ASSERT_NE(whatsNew, nullptr);
+    EXPECT_FALSE(whatsNew->isModal());
+    EXPECT_TRUE(ZVPreferences::shared().boolean("ZVReleaseNotes847"));
+    whatsNew->close();
+    delegate->showReleaseNotesOnce();
+    EXPECT_FALSE(whatsNew->isVisible());
 }

@@ -70,6 +70,7 @@ ZVNorvoAppDelegate::~ZVNorvoAppDelegate() {
     ZVSynchronizationThread::setTerminationReply({});
     ZVMenuManager::shared().setCommands(nullptr);
     _popover.reset();
+    _releaseNotesWindow.reset();
     _preferencesWindow.reset();
     _keyboardShortcutManager.reset();
     _idleTimeHandler.reset();
@@ -120,13 +121,6 @@ void ZVNorvoAppDelegate::applicationDidFinishLaunching() {
     // Without a tray to come back from, a hidden window would leave no way in.
     if (preferences.mainWindowIsVisible() || !QSystemTrayIcon::isSystemTrayAvailable()) showTimerWindow();
     if (preferences.isReceiptDrawerVisible()) _window->setLogDrawerShown(true);
-
-    auto& store = ZVPreferences::shared();
-    if (_showsReleaseNotes && !store.value(ZVNorvoPreferences::releaseNotesKey)) {
-        showReleaseNotes();
-        store.setBoolean(true, ZVNorvoPreferences::releaseNotesKey);
-        store.synchronize();
-    }
 
     _idleTimeSource = std::make_unique<ZVX11IdleTimeSource>();
     _idleTimeHandler = std::make_unique<ZVIdleTimeHandler>(*_idleTimeSource);
@@ -328,24 +322,40 @@ void ZVNorvoAppDelegate::showPreferences() {
 
 void ZVNorvoAppDelegate::showHelp() { ZVUserInterface::shared().openURL(helpAddress); }
 
+void ZVNorvoAppDelegate::showReleaseNotesOnce() {
+    auto& store = ZVPreferences::shared();
+    if (store.value(ZVNorvoPreferences::releaseNotesKey)) return;
+    showReleaseNotes();
+    // Seen once it is on screen: a session that ends with it still open
+    // has shown it.
+    store.setBoolean(true, ZVNorvoPreferences::releaseNotesKey);
+    store.synchronize();
+}
+
 void ZVNorvoAppDelegate::showReleaseNotes() {
-    QDialog dialog(_window && _window->isVisible() ? _window.get() : nullptr);
-    dialog.setWindowTitle(ZVLocalizedQString("What's New in Norvo"));
-    auto* layout = new QVBoxLayout(&dialog);
-    auto* text = new QLabel(ZVLocalizedQString("Norvo keeps one timer running against your current project. Pick a project "
-                                      "from the project menu or find it with the quick search, start the timer, "
-                                      "and say what you are working on."));
-    text->setWordWrap(true);
-    text->setMinimumWidth(360);
-    layout->addWidget(text);
-    auto* buttons = new QDialogButtonBox(&dialog);
-    QPushButton* notes = buttons->addButton(ZVLocalizedQString("Release Notes"), QDialogButtonBox::ActionRole);
-    QPushButton* done = buttons->addButton(ZVLocalizedQString("Done"), QDialogButtonBox::AcceptRole);
-    done->setDefault(true);
-    connect(notes, &QPushButton::clicked, &dialog, [] { ZVUserInterface::shared().openURL(releaseNotesAddress); });
-    connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
-    layout->addWidget(buttons);
-    dialog.exec();
+    if (!_releaseNotesWindow) {
+        _releaseNotesWindow = std::make_unique<QDialog>(_window && _window->isVisible() ? _window.get() : nullptr);
+        QDialog& dialog = *_releaseNotesWindow;
+        dialog.setWindowTitle(ZVLocalizedQString("What's New in Norvo"));
+        auto* layout = new QVBoxLayout(&dialog);
+        auto* text = new QLabel(ZVLocalizedQString(
+            "Norvo keeps one timer running against your current project. Pick a project from the project menu or "
+            "find it with the quick search, start the timer, and say what you are working on."));
+        text->setWordWrap(true);
+        text->setMinimumWidth(360);
+        layout->addWidget(text);
+        auto* buttons = new QDialogButtonBox(&dialog);
+        QPushButton* notes = buttons->addButton(ZVLocalizedQString("Release Notes"), QDialogButtonBox::ActionRole);
+        QPushButton* done = buttons->addButton(ZVLocalizedQString("Done"), QDialogButtonBox::AcceptRole);
+        done->setDefault(true);
+        connect(notes, &QPushButton::clicked, &dialog, [] { ZVUserInterface::shared().openURL(releaseNotesAddress); });
+        connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
+        layout->addWidget(buttons);
+    }
+    // Nothing waits for it: the user reads it and closes it when it suits.
+    _releaseNotesWindow->show();
+    _releaseNotesWindow->raise();
+    _releaseNotesWindow->activateWindow();
 }
 
 void ZVNorvoAppDelegate::showQuickSearch() {

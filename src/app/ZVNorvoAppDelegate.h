@@ -6,6 +6,7 @@
 
 #include "app/ZVApplicationCommands.h"
 
+class QDialog;
 class ZVGlobalHotKeys;
 struct ZVKeyCombo;
 class ZVIdleTimeHandler;
@@ -21,9 +22,10 @@ class ZVX11IdleTimeSource;
 
 /// The application's start-up object and the receiver of its commands. It
 /// builds the main window and the tray icon in their order, restores the
-/// window's visibility, shows the release notes once, starts the idle check
-/// and follows sleep and wake; at quit it stores the window's visibility,
-/// may warn about unposted time and waits for a running synchronization.
+/// window's visibility, starts the idle check, follows sleep and wake, and
+/// shows the release notes once when the launch is done; at quit it stores
+/// the window's visibility, may warn about unposted time and waits for a
+/// running synchronization.
 class ZVNorvoAppDelegate final : public QObject, public ZVApplicationCommands {
     Q_OBJECT
 public:
@@ -40,8 +42,11 @@ public:
 
     /// Creates the local account, the main window and its controls.
     void awakeFromNib();
-    /// Tray icon, window visibility, release notes, idle check, sleep and wake.
+    /// Tray icon, window visibility, idle check, sleep and wake.
     void applicationDidFinishLaunching();
+    /// What's New, at the first launch of this version: shown once the
+    /// launch is done, in a window that blocks nothing.
+    void showReleaseNotesOnce();
     TerminateReply applicationShouldTerminate();
     void updateMainWindowLevel();
 
@@ -49,8 +54,6 @@ public:
     ZVStatusItemController* statusItemController() const { return _statusItemController.get(); }
     ZVLogController* logController() const { return _logController.get(); }
     bool hasTerminated() const { return _didTerminate; }
-    /// Whether the release notes are shown at start (off in tests).
-    void setShowsReleaseNotes(bool shows) { _showsReleaseNotes = shows; }
     /// Ends the program: the timer stops, the centre saves, the tray icon
     /// goes, the loop ends.
     void finishTermination();
@@ -91,7 +94,6 @@ private:
     void _rememberWindowVisibility();
 
     bool _showsInTaskbar;
-    bool _showsReleaseNotes = true;
     bool _didTerminate = false;
     std::unique_ptr<ZVNorvoMainWindow> _window;
     std::unique_ptr<ZVStatusItemController> _statusItemController;
@@ -102,4 +104,5 @@ private:
     std::unique_ptr<ZVKeyboardShortcutManager> _keyboardShortcutManager;
     std::unique_ptr<ZVPreferencesWindow> _preferencesWindow;
     std::unique_ptr<ZVPopover> _popover;
+    std::unique_ptr<QDialog> _releaseNotesWindow;
 };

@@ -94,6 +94,7 @@ int main(int argc, char** argv) {
             // Scripts see the name only now, so that no call of theirs runs
             // (and opens an alert) in the middle of the launch.
             scriptingService.registerOn(QDBusConnection::sessionBus());
+            delegate.showReleaseNotesOnce();
         });
         // A session that ends the program without the quit command still saves.
         QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate, [&delegate] { delegate.finishTermination(); });

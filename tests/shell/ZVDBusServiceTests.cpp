@@ -25,7 +25,6 @@ class ZVDBusServiceTest : public ShellFixture {
 protected:
     ZVDBusServiceTest() {
         delegate = std::make_unique<ZVNorvoAppDelegate>(true);
-        delegate->setShowsReleaseNotes(false);
         delegate->awakeFromNib();
         delegate->applicationDidFinishLaunching();
         EXPECT_TRUE(processEventsUntil([] { return !ZVIntegrationCenter::shared().synchronizationIsInProgress(); }, 10000));

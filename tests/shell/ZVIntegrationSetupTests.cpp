@@ -61,7 +61,6 @@ class ZVIntegrationSetupTest : public ShellFixture {
 protected:
     ZVIntegrationSetupTest() {
         delegate = std::make_unique<ZVNorvoAppDelegate>(true);
-        delegate->setShowsReleaseNotes(false);
         delegate->awakeFromNib();
         delegate->applicationDidFinishLaunching();
     }

@@ -57,7 +57,6 @@ class ZVLedgrinBridgeTest : public ShellFixture {
 protected:
     ZVLedgrinBridgeTest() {
         delegate = std::make_unique<ZVNorvoAppDelegate>(true);
-        delegate->setShowsReleaseNotes(false);
         delegate->awakeFromNib();
         delegate->applicationDidFinishLaunching();
     }

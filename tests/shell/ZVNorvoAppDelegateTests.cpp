@@ -18,7 +18,6 @@ class ZVNorvoAppDelegateTest : public ShellFixture {
 protected:
     ZVNorvoAppDelegateTest() {
         delegate = std::make_unique<ZVNorvoAppDelegate>(true);
-        delegate->setShowsReleaseNotes(false);
         delegate->awakeFromNib();
         delegate->applicationDidFinishLaunching();
         // The launch starts a refresh; the tests begin when it has found no connection.
@@ -84,6 +83,14 @@ TEST_F(ZVNorvoAppDelegateTest, TaskTextJoinsTheLogOfAProjectWithTimeButNoLog) {
     auto entry = project->lastTimeLogEntry();
     ASSERT_NE(entry, nullptr);
     EXPECT_EQ(entry->text(), "Fixing the footer");
+
+    // While the timer runs, the text is the open run's title alone.
+    window().startStopButton()->click();
+    window().currentTaskTextField()->setText(QStringLiteral("Header"));
+    Q_EMIT window().currentTaskTextField()->editingFinished();
+    EXPECT_EQ(entry->text(), "Fixing the footer");
+    window().startStopButton()->click();
+    EXPECT_EQ(project->lastTimeLogEntry()->text(), "Header");
 }
 
 TEST_F(ZVNorvoAppDelegateTest, QuitWithUnpostedTimeAsksAndCancelKeepsRunning) {
@@ -126,4 +133,17 @@ TEST_F(ZVNorvoAppDelegateTest, KeepAboveOtherWindowsFollowsTheSetting) {
     ZVPreferences::shared().setBoolean(false, "ZVKeepTimeWindowAboveOtherWindows");
     delegate->updateMainWindowLevel();
     EXPECT_FALSE(window().windowFlags().testFlag(Qt::WindowStaysOnTopHint));
+}
+
+TEST_F(ZVNorvoAppDelegateTest, WhatsNewComesOnceAndBlocksNothing) {
+    delegate->showReleaseNotesOnce();
+    QWidget* whatsNew = nullptr;
+    for (QWidget* widget : QApplication::topLevelWidgets())
+        if (widget->isVisible() && widget->windowTitle() == QStringLiteral("What's New in Norvo")) whatsNew = widget;
+    ASSERT_NE(whatsNew, nullptr);
+    EXPECT_FALSE(whatsNew->isModal());
+    EXPECT_TRUE(ZVPreferences::shared().boolean("ZVReleaseNotes847"));
+    whatsNew->close();
+    delegate->showReleaseNotesOnce();
+    EXPECT_FALSE(whatsNew->isVisible());
 }

@@ -272,6 +272,17 @@ TEST_F(NorvoctlEndToEnd, AStartWithoutProjectAnswersWhileNorvoAsksTheUser) {
     EXPECT_TRUE(now.value(QStringLiteral("project")).toString().isEmpty());
 }
 
+TEST_F(NorvoctlEndToEnd, AtTheFirstLaunchScriptsReachNorvoWhileWhatsNewIsOpen) {
+    ZVPreferences::shared().removeValue("ZVReleaseNotes847");
+    ASSERT_TRUE(ZVPreferences::shared().synchronize());
+    const Outcome started = norvoctl({QStringLiteral("start"), QStringLiteral("website")});
+    EXPECT_EQ(started.status, 0) << started.err.toStdString();
+    EXPECT_EQ(norvoctl({QStringLiteral("status")}).status, 0);
+    // What's New is up: the launch and the scripts did not wait for it.
+    ZVPreferences::shared().reload();
+    EXPECT_TRUE(ZVPreferences::shared().boolean("ZVReleaseNotes847"));
+}
+
 namespace {
 
 // The seconds and runs of a local project as the preferences file has them.

@@ -81,6 +81,12 @@ void ZVActionCenter::postAllTimes(ZVIntegration& integration) { ZVTimePosting::p
 void ZVActionCenter::timeEntryTextHasChanged(const std::string& taskText) {
     const auto project = ZVIntegrationCenter::sharedCurrentProject();
     if (!project) return;
+    // While the timer runs, the text is the title of the open run, which
+    // reaches the log only at the stop: the finished runs keep their own.
+    if (ZVHeartBeat::sharedHeartBeat().isBeating()) {
+        ZVNotificationCenter::shared().post(ZVCurrentTaskTextDidChangeNotification, taskText);
+        return;
+    }
     if (auto entry = project->lastTimeLogEntry()) {
         entry->setText(taskText);
         return;

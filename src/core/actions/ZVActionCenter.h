@@ -33,9 +33,10 @@ public:
     void postAllTimes();
     void postAllTimes(ZVIntegration& integration);
 
-    /// Joins the current task text to the log of the current project: it
-    /// becomes the title of the last run, or of a new run that accounts for
-    /// all time tracked so far.
+    /// Joins the current task text to the log of the current project: while
+    /// the timer runs it is the title of the open run; otherwise it becomes
+    /// the title of the last run, or of a new run that accounts for all time
+    /// tracked so far.
     void timeEntryTextHasChanged(const std::string& taskText);
     /// The post command: joins the task text first; beeps without a current
     /// project or with a local one.

@@ -1,6 +1,7 @@
 #include "core/log/ZVLogController.h"
 
 #include <algorithm>
+#include <any>
 #include <chrono>
 #include <cmath>
 #include <mutex>
@@ -45,6 +46,10 @@ void ZVLogController::awake() {
                                                       [this](const ZVNotification&) { _reloadLog(); }));
     _observations.push_back(notifications.addObserver(ZVIntegrationProjectTimeDidResetNotification,
                                                       [this](const ZVNotification&) { _reloadLog(); }));
+    _observations.push_back(notifications.addObserver(
+        ZVCurrentTaskTextDidChangeNotification, [this](const ZVNotification& notification) {
+            if (const auto* text = std::any_cast<std::string>(&notification.object())) _retitleOpenRun(*text);
+        }));
     _reloadLog();
 }
 
@@ -91,6 +96,7 @@ void ZVLogController::_heartBeatStateChanged() {
         if (!project) ZVFatalError("The timer runs without a current project");
         auto run = std::make_shared<ZVTimeLogEntry>(project);
         run->setStartDate(ZVNow());
+        run->setText(_view.currentTaskName());
         _currentLogEntry = run;
     } else if (auto run = std::dynamic_pointer_cast<ZVTimeLogEntry>(_currentLogEntry)) {
         run->setStopDate(ZVNow());
@@ -106,10 +112,21 @@ void ZVLogController::_heartBeatStateChanged() {
 void ZVLogController::_currentProjectChanged() {
     const auto project = ZVIntegrationCenter::sharedCurrentProject();
     if (!project) return;
-    const auto& entries = project->logEntries();
-    if (entries.empty()) return;
-    const std::string title = entries.back()->text();
-    if (!title.empty()) _view.setCurrentTaskName(title);
+    // The last run's title: the sentence of a later reset or change of time
+    // is no task.
+    const std::string title = project->lastEntryTitle();
+    if (title.empty()) return;
+    _view.setCurrentTaskName(title);
+    // A running timer has already opened the new project's run, with the
+    // text that the field held before.
+    _retitleOpenRun(title);
+}
+
+void ZVLogController::_retitleOpenRun(const std::string& title) {
+    auto* run = dynamic_cast<ZVTimeLogEntry*>(_currentLogEntry.get());
+    if (!run || run->stopDate() || run->text() == title) return;
+    run->setText(title);
+    _reloadLog();
 }
 
 std::string ZVLogController::_timeStringForTimeInterval(double seconds) {

@@ -15,9 +15,10 @@ class ZVLogView;
 
 /// Turns the timer's runs into log records and shows the current project's
 /// log for a period as a receipt. It is the only maker of runs: a run opens
-/// when the heart beat starts and reaches the project's log, titled with
-/// the current task text, when it stops. It also clears a period from every
-/// log and exports a period's runs as CSV.
+/// when the heart beat starts, titled with the current task text and
+/// retitled as that text changes, and reaches the project's log when it
+/// stops. It also clears a period from every log and exports a period's runs
+/// as CSV.
 class ZVLogController {
 public:
     using ProjectPointer = std::shared_ptr<ZVIntegrationProject>;
@@ -71,6 +72,8 @@ public:
     void _currentProjectChanged();
     void _reloadLog();
     void _clearEntriesInSelectedTimePeriod();
+    /// While a run is open, the current task text is its title.
+    void _retitleOpenRun(const std::string& title);
 
     static constexpr const char* csvFileName = "Norvo Log.csv";
 

@@ -23,6 +23,8 @@ inline constexpr const char* ZVIntegrationCenterSynchronizationDidStartNotificat
     "ZVIntegrationCenterSynchronizationDidStartNotification";
 inline constexpr const char* ZVIntegrationCenterSynchronizationDidEndNotification =
     "ZVIntegrationCenterSynchronizationDidEndNotification";
+// The current task text while the timer runs; the object is the text, a std::string.
+inline constexpr const char* ZVCurrentTaskTextDidChangeNotification = "ZVCurrentTaskTextDidChangeNotification";
 
 // What the desktop tells the domain; the shell posts these on the main thread.
 inline constexpr const char* ZVWorkspaceWillSleepNotification = "ZVWorkspaceWillSleepNotification";

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "ZVHelpers.h"
+#include "core/actions/ZVActionCenter.h"
 #include "core/heart_beat/ZVHeartBeat.h"
 #include "core/integrations/center/ZVIntegrationCenter.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
@@ -101,13 +102,24 @@ TEST_F(LogControllerTest, AStopWithAnEmptyFieldGivesARunWithoutATitleLine) {
     EXPECT_EQ(view.logText.substr(header.size(), 9), "STARTED: ");
 }
 
-TEST_F(LogControllerTest, RunningRunWithATitleIsListed) {
+TEST_F(LogControllerTest, WhileARunIsOpenTheTaskTextIsItsTitleAndTheFinishedRunKeepsItsOwn) {
+    auto yesterday = addRun(project, at(19, 9), 60, "Sketches");
+    view.taskName = "Sketches";
     auto& heartBeat = ZVHeartBeat::sharedHeartBeat();
     heartBeat.start();
-    std::dynamic_pointer_cast<ZVTimeLogEntry>(controller.currentLogEntry())->setText("In progress");
-    controller.timePeriodChanged();
+    auto running = std::dynamic_pointer_cast<ZVTimeLogEntry>(controller.currentLogEntry());
+    EXPECT_EQ(running->text(), "Sketches");
+    ZVActionCenter::shared().timeEntryTextHasChanged("In progress");
+    EXPECT_EQ(running->text(), "In progress");
     EXPECT_NE(view.logText.find("In progress\nSTARTED: "), std::string::npos);
     EXPECT_NE(view.logText.find("NO ENTRIES YET"), std::string::npos);
+    view.taskName = "In progress";
+    heartBeat.stop();
+    EXPECT_EQ(project->lastTimeLogEntry(), running);
+    // Stopped, the field titles the run that it shows, the one just ended.
+    ZVActionCenter::shared().timeEntryTextHasChanged("Renamed");
+    EXPECT_EQ(running->text(), "Renamed");
+    EXPECT_EQ(yesterday->text(), "Sketches");
 }
 
 TEST_F(LogControllerTest, PeriodsReachBackFromTheStartOfToday) {
@@ -168,12 +180,22 @@ TEST_F(LogControllerTest, ANewCurrentProjectBringsBackItsLastTitle) {
     auto other = env.addProject(*account, "2", 0, "Other");
     addRun(other, at(20, 9), 60, "Back again");
     view.taskName = "Typed";
+    ZVHeartBeat::sharedHeartBeat().start();
     env.setCurrentProject(other);
     EXPECT_EQ(view.taskName, "Back again");
+    // The old project's run ends with the old text; the new one is retitled.
+    EXPECT_EQ(project->lastTimeLogEntry()->text(), "Typed");
+    EXPECT_EQ(controller.currentLogEntry()->text(), "Back again");
+    ZVHeartBeat::sharedHeartBeat().stop();
+    other->addLogEntry(std::make_shared<ZVResetLogEntry>(other));
 
     auto untitled = env.addProject(*account, "3", 0, "Untitled");
     addRun(untitled, at(20, 10), 60, "");
     env.setCurrentProject(untitled);
+    EXPECT_EQ(view.taskName, "Back again");
+    // A reset's sentence is no task.
+    view.taskName = "Typed";
+    env.setCurrentProject(other);
     EXPECT_EQ(view.taskName, "Back again");
 }
 

@@ -200,7 +200,10 @@ void ZVNorvoAppDelegate::finishTermination() {
     ZVHeartBeat::sharedHeartBeat().stopBeforeQuitting();
     ZVNotificationCenter::shared().post(ZVApplicationWillTerminateNotification);
     if (_statusItemController) _statusItemController->statusItem().hide();
-    QCoreApplication::quit();
+    // exit() rather than quit(): quit() first asks every window to close and
+    // gives up when one stays open, which would leave Norvo running after
+    // it has said goodbye and deaf to the next signal.
+    QCoreApplication::exit(0);
 }
 
 void ZVNorvoAppDelegate::showTimerWindow() {

@@ -88,6 +88,7 @@ void ZVQtUserInterface::showAlert(const ZVAlert& alert) {
     // Paths are long and worth copying.
     box->setTextInteractionFlags(Qt::TextSelectableByMouse);
     box->setStandardButtons(QMessageBox::Ok);
+    box->setEscapeButton(QMessageBox::Ok);
     box->show();
 }
 

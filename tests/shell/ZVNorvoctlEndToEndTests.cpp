@@ -15,6 +15,7 @@
 #include <cstdlib>
 
 #include "ShellTestEnvironment.h"
+#include "ZVPaths.h"
 #include "ZVPreferences.h"
 
 // The real norvo and norvoctl on a private session bus of their own, whose
@@ -310,6 +311,11 @@ TEST_F(NorvoctlEndToEnd, EveryWayOfEndingSavesTheRunningTimeToTheSecond) {
     std::size_t runs = 0;
     for (const auto& [name, signalNumber] : endings) {
         SCOPED_TRACE(name);
+        // The quit command comes while an alert about the database is up,
+        // which must not hold the quit back.
+        if (!signalNumber) {
+            ASSERT_TRUE(ZVPaths::writeFileAtomically(home.dataDirectory() + "/Integrations.edb", "<plist"));
+        }
         QProcess norvo;
         norvo.setProcessEnvironment(environment);
         norvo.start(buildTreePath(QStringLiteral("../src/norvo")), {});

@@ -9,15 +9,13 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <algorithm>
 #include <functional>
 
 #include "ZVLocalization.h"
 #include "ZVLog.h"
 #include "core/integrations/ZVIntegration.h"
 #include "core/integrations/address_based/ZVAddressBasedIntegration.h"
-#include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
-#include "core/integrations/address_based/jira/ZVJIRAIntegration.h"
-#include "core/integrations/address_based/kashflow/ZVKashflowIntegration.h"
 #include "core/integrations/authentication/ZVAPITokenAuthentication.h"
 #include "core/integrations/authentication/ZVIntegrationWithOAuth2.h"
 #include "core/integrations/authentication/ZVOAuth2Authentication.h"
@@ -78,49 +76,100 @@ void setRowLabel(QFormLayout* form, QWidget* field, const QString& text) {
     if (auto* label = qobject_cast<QLabel*>(form->labelForField(field))) label->setText(text);
 }
 
-/// Tells what the credential view of a JIRA account asks for where the site
-/// runs: Cloud takes an e-mail address and an API token (and offers the page
-/// that makes one), Data Center and Server a user name with a password or a
-/// personal access token.
-void showJIRACredentialKind(QWidget* part, const ZVJIRAIntegration& jira) {
-    auto* form = qobject_cast<QFormLayout*>(part->layout());
-    auto* username = part->findChild<QLineEdit*>(QStringLiteral("usernameField"));
-    auto* password = part->findChild<QLineEdit*>(QStringLiteral("passwordField"));
-    auto* hint = part->findChild<QLabel*>(QStringLiteral("credentialHint"));
-    auto* APITokenButton = part->findChild<QPushButton*>(QStringLiteral("APITokenPageButton"));
-    auto* tokenBox = part->findChild<QCheckBox*>(QStringLiteral("personalAccessTokenButton"));
-    if (!form || !username || !password || !hint || !APITokenButton || !tokenBox) return;
-
-    const bool cloud = jira.presumedDeploymentType() == ZVJIRADeploymentType::cloud;
-    hint->setText(cloud ? ZVLocalizedQString("E-mail and API token")
-                        : ZVLocalizedQString("User name and password, or a personal access token"));
-    setRowLabel(form, username, cloud ? ZVLocalizedQString("E-mail") : usernameLabel(jira.usernameLabel()));
-    setRowLabel(form, password,
-                cloud                              ? ZVLocalizedQString("API token")
-                : jira.usesPersonalAccessToken() ? ZVLocalizedQString("Personal access token")
-                                                   : ZVLocalizedQString("Password"));
-    APITokenButton->setVisible(cloud);
-    tokenBox->setVisible(!cloud);
+/// The control of one declared setting, already added to the form.
+QWidget* addSettingRow(QFormLayout* form, const std::shared_ptr<ZVIntegration>& account,
+                       const ZVIntegrationSetting& setting, std::function<void()> changed) {
+    const std::string key = setting.key;
+    std::weak_ptr<ZVIntegration> weak = account;
+    const auto store = [weak, key, changed](const ZVValue& value) {
+        if (auto owner = weak.lock()) owner->setSettingValue(key, value);
+        if (changed) changed();
+    };
+    const ZVValue current = account->settingValue(key);
+    switch (setting.kind) {
+        case ZVIntegrationSetting::Kind::flag: {
+            auto* box = checkBox(setting.controlName, setting.label, current.boolean().value_or(false),
+                                 [store](bool on) { store(ZVValue(on)); });
+            form->addRow(box);
+            return box;
+        }
+        case ZVIntegrationSetting::Kind::number: {
+            auto* field = numberField(setting.controlName, current.real().value_or(0),
+                                      [store](double value) { store(ZVValue(value)); });
+            form->addRow(ZVLocalizedQString(setting.label), field);
+            return field;
+        }
+        case ZVIntegrationSetting::Kind::choice: {
+            auto* popUp = new QComboBox();
+            popUp->setObjectName(QString::fromUtf8(setting.controlName));
+            for (const auto& choice : setting.choices)
+                popUp->addItem(ZVLocalizedQString(choice.label), QVariant::fromValue<qlonglong>(choice.value));
+            const int index = popUp->findData(QVariant::fromValue<qlonglong>(current.integer().value_or(0)));
+            popUp->setCurrentIndex(std::max(index, 0));
+            QObject::connect(popUp, &QComboBox::currentIndexChanged, popUp, [popUp, store](int) {
+                store(ZVValue(static_cast<std::int64_t>(popUp->currentData().toLongLong())));
+            });
+            form->addRow(ZVLocalizedQString(setting.label), popUp);
+            return popUp;
+        }
+        case ZVIntegrationSetting::Kind::text: {
+            auto* field = textField(setting.controlName, current.string() ? *current.string() : std::string(),
+                                    [store](const std::string& value) { store(ZVValue(value)); });
+            form->addRow(ZVLocalizedQString(setting.label), field);
+            return field;
+        }
+    }
+    return nullptr;
 }
 
-void addJIRACredentialRows(QFormLayout* form, QWidget* part, const std::shared_ptr<ZVJIRAIntegration>& jira) {
+/// Puts the service's present wishes into the credential part: the hint,
+/// the field labels, the link to its token page and which of its
+/// credential settings apply.
+void presentCredentials(QWidget* part, const ZVIntegration& account) {
+    const auto presentation = account.credentialPresentation();
+    auto* form = qobject_cast<QFormLayout*>(part->layout());
+    if (!presentation || !form) return;
+    auto* hint = part->findChild<QLabel*>(QStringLiteral("credentialHint"));
+    auto* link = part->findChild<QPushButton*>(QStringLiteral("APITokenPageButton"));
+    if (hint) hint->setText(QString::fromStdString(presentation->hint));
+    if (auto* username = part->findChild<QLineEdit*>(QStringLiteral("usernameField")))
+        setRowLabel(form, username, QString::fromStdString(presentation->usernameLabel));
+    if (auto* secret = part->findChild<QLineEdit*>(QStringLiteral("passwordField")))
+        setRowLabel(form, secret, QString::fromStdString(presentation->secretLabel));
+    if (link) {
+        link->setText(QString::fromStdString(presentation->linkTitle));
+        link->setVisible(!presentation->linkURL.empty());
+    }
+    for (const auto& setting : account.settings()) {
+        if (!setting.belongsToCredentials) continue;
+        auto* control = part->findChild<QWidget*>(QString::fromUtf8(setting.controlName));
+        const bool hidden = std::find(presentation->hiddenSettings.begin(), presentation->hiddenSettings.end(),
+                                      setting.key) != presentation->hiddenSettings.end();
+        if (control) control->setVisible(!hidden);
+    }
+}
+
+void addCredentialPresentation(QFormLayout* form, QWidget* part, const std::shared_ptr<ZVIntegration>& account) {
+    for (const auto& setting : account->settings()) {
+        if (setting.belongsToCredentials)
+            addSettingRow(form, account, setting, [part, account] { presentCredentials(part, *account); });
+    }
+    if (!account->credentialPresentation()) return;
     auto* hint = new QLabel();
     hint->setObjectName(QStringLiteral("credentialHint"));
     hint->setWordWrap(true);
     form->insertRow(0, hint);
-
-    auto* APITokenButton = new QPushButton(ZVLocalizedQString("Create an API Token..."));
-    APITokenButton->setObjectName(QStringLiteral("APITokenPageButton"));
-    QObject::connect(APITokenButton, &QPushButton::clicked, APITokenButton,
-                     [] { ZVUserInterface::shared().openURL(ZVJIRAIntegration::APITokenPageURL); });
-    form->addRow(APITokenButton);
-
-    form->addRow(checkBox("personalAccessTokenButton", "Sign in with a personal access token",
-                          jira->usesPersonalAccessToken(), [jira, part](bool on) {
-                              jira->setUsesPersonalAccessToken(on);
-                              showJIRACredentialKind(part, *jira);
-                          }));
-    showJIRACredentialKind(part, *jira);
+    auto* link = new QPushButton();
+    link->setObjectName(QStringLiteral("APITokenPageButton"));
+    std::weak_ptr<ZVIntegration> weak = account;
+    QObject::connect(link, &QPushButton::clicked, link, [weak] {
+        auto owner = weak.lock();
+        if (!owner) return;
+        if (const auto presentation = owner->credentialPresentation(); presentation && !presentation->linkURL.empty())
+            ZVUserInterface::shared().openURL(presentation->linkURL);
+    });
+    form->addRow(link);
+    presentCredentials(part, *account);
 }
 
 }  // namespace
@@ -133,13 +182,15 @@ ZVIntegrationSetupView* ZVIntegrationSetupViewFactory::makeSetupView(const std::
         ZVFatalError("setupView: the account has no credential object");
     QWidget* credentialView = authentication ? makeCredentialView(integration, authentication) : nullptr;
     if (credentialView) view->addPart(credentialView);
-    if (const auto additional = integration->additionalSetupViewNibName())
-        view->addPart(makeAdditionalView(integration, *additional));
-    // What a JIRA account asks for follows the address as the user types it.
+    if (QWidget* additional = makeAdditionalView(integration, integration->additionalSetupViewNibName().value_or("")))
+        view->addPart(additional);
+    // What a service asks for may follow the address as the user types it.
     auto* address = view->findChild<QLineEdit*>(QStringLiteral("addressField"));
-    if (auto jira = std::dynamic_pointer_cast<ZVJIRAIntegration>(integration); jira && credentialView && address) {
-        QObject::connect(address, &QLineEdit::textChanged, credentialView,
-                         [credentialView, jira] { showJIRACredentialKind(credentialView, *jira); });
+    if (credentialView && address && integration->credentialPresentation()) {
+        std::weak_ptr<ZVIntegration> weak = integration;
+        QObject::connect(address, &QLineEdit::textChanged, credentialView, [credentialView, weak] {
+            if (auto owner = weak.lock()) presentCredentials(credentialView, *owner);
+        });
     }
     return view;
 }
@@ -183,7 +234,7 @@ QWidget* ZVIntegrationSetupViewFactory::makeCredentialView(const std::shared_ptr
                              "APITokenField", withToken->APIToken(),
                              [withToken](const std::string& value) { withToken->setAPIToken(value); }, true));
         }
-        if (auto jira = std::dynamic_pointer_cast<ZVJIRAIntegration>(integration)) addJIRACredentialRows(form, part, jira);
+        addCredentialPresentation(form, part, integration);
     } else if (auto named = std::dynamic_pointer_cast<ZVUsernameAPITokenAuthentication>(authentication)) {
         form->addRow(usernameLabel(named->usernameLabel()),
                      textField("usernameField", named->username(),
@@ -211,43 +262,14 @@ QWidget* ZVIntegrationSetupViewFactory::makeCredentialView(const std::shared_ptr
 
 QWidget* ZVIntegrationSetupViewFactory::makeAdditionalView(const std::shared_ptr<ZVIntegration>& integration,
                                                            const std::string& name) {
+    const auto& settings = integration->settings();
+    if (std::none_of(settings.begin(), settings.end(), [](const auto& setting) { return !setting.belongsToCredentials; }))
+        return nullptr;
     QFormLayout* form = nullptr;
     QWidget* part = makePart(form);
     part->setObjectName(QString::fromStdString(name));
-
-    if (auto generic = std::dynamic_pointer_cast<ZVGenericAddressBasedIntegration>(integration);
-        generic && name == "Generic") {
-        form->addRow(checkBox("synchronizeProjectsOnlyButton", "Synchronize projects only, without tasks",
-                              generic->synchronizesProjectsOnly(),
-                              [generic](bool on) { generic->setSynchronizesProjectsOnly(on); }));
-        form->addRow(checkBox("usesAlternateActionFieldNameButton", "Send the action as \"command\"",
-                              generic->usesAlternateActionFieldName(),
-                              [generic](bool on) { generic->setUsesAlternateActionFieldName(on); }));
-    } else if (auto jira = std::dynamic_pointer_cast<ZVJIRAIntegration>(integration); jira && name == "JIRA") {
-        auto* mode = new QComboBox();
-        mode->setObjectName(QStringLiteral("synchronizationTypePopUp"));
-        mode->addItem(ZVLocalizedQString("Issues by project"), static_cast<int>(ZVJIRASynchronizationType::projects));
-        mode->addItem(ZVLocalizedQString("Issues by favourite filter"), static_cast<int>(ZVJIRASynchronizationType::filters));
-        mode->setCurrentIndex(jira->synchronizationType() == ZVJIRASynchronizationType::filters ? 1 : 0);
-        QObject::connect(mode, &QComboBox::currentIndexChanged, mode, [jira, mode](int) {
-            jira->setSynchronizationType(static_cast<ZVJIRASynchronizationType>(mode->currentData().toInt()));
-        });
-        form->addRow(ZVLocalizedQString("Synchronize"), mode);
-        form->addRow(checkBox("includesUnassignedIssuesButton", "Include unassigned issues",
-                              jira->includesUnassignedIssues(),
-                              [jira](bool on) { jira->setIncludesUnassignedIssues(on); }));
-        form->addRow(checkBox("ignoresSessionCookiesButton", "Send the credentials with every request",
-                              jira->ignoresSessionCookies(), [jira](bool on) { jira->setIgnoresSessionCookies(on); }));
-    } else if (auto kashflow = std::dynamic_pointer_cast<ZVKashflowIntegration>(integration);
-               kashflow && name == "Kashflow") {
-        form->addRow(ZVLocalizedQString("Hour rate"),
-                     numberField("rateField", kashflow->rate(), [kashflow](double value) { kashflow->setRate(value); }));
-        form->addRow(ZVLocalizedQString("VAT rate (%)"), numberField("VATRateField", kashflow->VATRate(),
-                                                            [kashflow](double value) { kashflow->setVATRate(value); }));
-    } else {
-        ZVLog([&] { return "No additional setup view named " + name; });
-        delete part;
-        return nullptr;
+    for (const auto& setting : settings) {
+        if (!setting.belongsToCredentials) addSettingRow(form, integration, setting, {});
     }
     return part;
 }

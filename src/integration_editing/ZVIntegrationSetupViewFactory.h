@@ -8,11 +8,10 @@ class ZVAuthentication;
 class ZVIntegration;
 class ZVIntegrationSetupView;
 
-/// Builds an account's setup view from the names of its parts: the basic
+/// Builds an account's setup view from what the account declares: the basic
 /// view (basicSetupViewNibName), the credential's view (setupViewNibName of
-/// its authentication) and the service's additional view
-/// (additionalSetupViewNibName). A service that adds no new kind of part
-/// needs nothing here; a new additional view is one more case.
+/// its authentication, with the service's credential presentation) and a
+/// control for each of the service's own settings. No service has code here.
 class ZVIntegrationSetupViewFactory {
 public:
     static ZVIntegrationSetupView* makeSetupView(const std::shared_ptr<ZVIntegration>& integration);
@@ -22,6 +21,7 @@ public:
     /// "UserPasswordAuthentication", "APITokenAuthentication", ...
     static QWidget* makeCredentialView(const std::shared_ptr<ZVIntegration>& integration,
                                        const std::shared_ptr<ZVAuthentication>& authentication);
-    /// "Generic", "JIRA", "Kashflow"; none for a name without a view.
+    /// The service's own settings (not those shown with the credentials);
+    /// none when it declares none.
     static QWidget* makeAdditionalView(const std::shared_ptr<ZVIntegration>& integration, const std::string& name);
 };

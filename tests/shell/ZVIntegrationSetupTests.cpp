@@ -33,6 +33,7 @@ class CountingGenericIntegration : public ZVGenericAddressBasedIntegration {
 public:
     int synchronizeCount = 0;
     void synchronize() override { ++synchronizeCount; }
+    std::string className() const override { return "Norvo.ZVGenericAddressBasedIntegration"; }
 };
 
 /// The server of the Generic protocol: one project with one task, for the

@@ -43,6 +43,7 @@ struct ScriptedDesktop {
 class QuietGenericIntegration : public ZVGenericAddressBasedIntegration {
 public:
     void synchronize() override {}
+    std::string className() const override { return "Norvo.ZVGenericAddressBasedIntegration"; }
 };
 
 void writeDesktopEntry(const std::string& dataDirectory, const QString& name, const QString& contents) {

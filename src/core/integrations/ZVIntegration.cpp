@@ -58,14 +58,19 @@ std::shared_ptr<ZVIntegration> ZVIntegration::integrationWithDictionary(const ZV
     return integrationClass->makeWithDictionary(dictionary);
 }
 
-// Facts. Services are found in the table of services by their class name;
-// a class outside the table must override the facts that have no default.
+// Facts. A built service finds its row in the table of services by its
+// class; a class outside the table (a test double) by the class name it
+// states, and it must override the facts that have no default.
 
 const ZVIntegrationServiceInfo* ZVIntegration::serviceInfo() const {
+    if (const auto* info = ZVIntegrationRegistry::serviceForType(typeid(*this))) return info;
     return ZVIntegrationRegistry::serviceForClassName(className());
 }
 
-std::string ZVIntegration::className() const { ZVFatalError("className"); }
+std::string ZVIntegration::className() const {
+    if (const auto* info = ZVIntegrationRegistry::serviceForType(typeid(*this))) return info->className;
+    ZVFatalError("className");
+}
 
 std::string ZVIntegration::integrationIdentifier() const {
     if (const auto* info = serviceInfo()) return info->identifier;
@@ -111,7 +116,50 @@ void ZVIntegration::initialize() {
     makeAuthentication({});
 }
 
+const std::vector<ZVIntegrationSetting>& ZVIntegration::settings() const {
+    static const std::vector<ZVIntegrationSetting> none;
+    return none;
+}
+
+namespace {
+const ZVIntegrationSetting* declared(const std::vector<ZVIntegrationSetting>& settings, std::string_view key) {
+    for (const auto& setting : settings)
+        if (key == setting.key) return &setting;
+    return nullptr;
+}
+}  // namespace
+
+ZVValue ZVIntegration::settingValue(std::string_view key) const {
+    const ZVIntegrationSetting* setting = declared(settings(), key);
+    if (!setting) ZVFatalError("No setting " + std::string(key) + " declared by " + className());
+    std::lock_guard guard(_fieldsLock);
+    const auto found = _settingValues.find(key);
+    return found != _settingValues.end() ? found->second : setting->initialValue();
+}
+
+bool ZVIntegration::flagSetting(std::string_view key) const { return settingValue(key).boolean().value_or(false); }
+double ZVIntegration::numberSetting(std::string_view key) const { return settingValue(key).real().value_or(0); }
+std::int64_t ZVIntegration::choiceSetting(std::string_view key) const { return settingValue(key).integer().value_or(0); }
+std::string ZVIntegration::textSetting(std::string_view key) const {
+    const ZVValue value = settingValue(key);
+    return value.string() ? *value.string() : std::string();
+}
+
+void ZVIntegration::setSettingValue(std::string_view key, const ZVValue& value) {
+    const ZVIntegrationSetting* setting = declared(settings(), key);
+    if (!setting) ZVFatalError("No setting " + std::string(key) + " declared by " + className());
+    auto accepted = setting->accepted(value);
+    if (!accepted) return;
+    std::lock_guard guard(_fieldsLock);
+    _settingValues.insert_or_assign(std::string(key), std::move(*accepted));
+}
+
 void ZVIntegration::initializeWithDictionary(const ZVDictionary& dictionary) {
+    for (const auto& setting : settings()) {
+        const auto stored = dictionary.find(setting.key);
+        if (stored == dictionary.end()) continue;
+        if (auto accepted = setting.accepted(stored->second)) _settingValues.insert_or_assign(setting.key, std::move(*accepted));
+    }
     setName(ZVOptionalString(dictionary, ZVIntegrationNameKey).value_or(ZVLocalizedString("Untitled")));
     setIntegrationID(ZVOptionalString(dictionary, ZVIntegrationUIDKey).value_or(makeUUID()));
 
@@ -281,6 +329,7 @@ ZVDictionary ZVIntegration::dictionaryRepresentation() {
     };
     if (auto credential = authentication())
         dictionary[ZVIntegrationAuthenticationKey] = credential->dictionaryRepresentation();
+    for (const auto& setting : settings()) dictionary[setting.key] = settingValue(setting.key);
     return dictionary;
 }
 

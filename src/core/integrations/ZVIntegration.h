@@ -2,16 +2,18 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ZVDownloadCenter.h"
 #include "ZVValue.h"
 #include "core/integrations/ZVIntegrationError.h"
-#include "core/ui/ZVMenu.h"
+#include "core/integrations/ZVIntegrationSetting.h"
 #include "core/integrations/authentication/ZVAuthenticationType.h"
 #include "core/notifications/ZVNotificationCenter.h"
 #include "core/ui/ZVMenu.h"
@@ -97,7 +99,21 @@ public:
     /// The row of this class in the table of services, or nullptr.
     const ZVIntegrationServiceInfo* serviceInfo() const;
 
+    /// The service's own settings, in the order the setup shows them.
+    virtual const std::vector<ZVIntegrationSetting>& settings() const;
+    /// How the credentials are asked for now; nothing for the plain fields.
+    virtual std::optional<ZVCredentialPresentation> credentialPresentation() const { return std::nullopt; }
+
     // State.
+
+    /// The value of a declared setting: as stored, as set, or its default.
+    ZVValue settingValue(std::string_view key) const;
+    bool flagSetting(std::string_view key) const;
+    double numberSetting(std::string_view key) const;
+    std::int64_t choiceSetting(std::string_view key) const;
+    std::string textSetting(std::string_view key) const;
+    /// Sets a declared setting; a value of another type is ignored.
+    void setSettingValue(std::string_view key, const ZVValue& value);
 
     std::string integrationID() const;
     /// The account's name; also the download centre owner's name in the log.
@@ -218,6 +234,7 @@ private:
     std::string _integrationID;
     std::string _name;
     std::shared_ptr<ZVAuthentication> _authentication;
+    std::map<std::string, ZVValue, std::less<>> _settingValues;
     // Numbers each snapshot that save() takes (under _lock) and remembers the
     // newest one written (under the centre's lock).
     std::uint64_t _snapshotGeneration = 0;

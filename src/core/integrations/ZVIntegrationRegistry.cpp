@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <typeinfo>
 
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
@@ -18,80 +19,434 @@ namespace {
 using Auth = ZVAuthenticationType;
 using SSL = ZVSSLSupport;
 
-// Every service: stored class name, identifier, name shown, authentication,
-// SSL support, fixed host, user name label, extra setup view, whether an
-// empty title may be posted. The identifiers and names stay as they are:
-// stored data and the key store depend on them.
-const std::vector<ZVIntegrationServiceInfo> serviceTable = {
-    {"Norvo.ZVActiveCollab5Integration", "com.ostrand.norvo.activecollab5", "ActiveCollab 5", Auth::usernamePassword, SSL::optional, false, ZVLocalizable("Email"), "ActiveCollab5", true},
-    {"Norvo.ZVActiveCollabIntegration", "com.tesselwick.norvo.activecollab", "ActiveCollab", Auth::apiToken, SSL::optional, false, nullptr, "ActiveCollab", true},
-    {"Norvo.ZVApolloIntegration", "com.tesselwick.norvo.apollo", "Apollo", Auth::apiToken, SSL::mandatory, true, nullptr, nullptr, true},
-    {"Norvo.ZVAssemblaIntegration", "com.tesselwick.norvo.assembla", "Assembla", Auth::usernamePassword, SSL::mandatory, true, nullptr, "Assembla", true},
-    {"Norvo.ZVAtTaskIntegration", "com.tesselwick.norvo.attask", "AtTask", Auth::usernamePassword, SSL::optional, false, nullptr, "AtTask", true},
-    {"Norvo.ZVBigTimeIntegration", "com.ostrand.norvo.bigtime", "BigTime", Auth::usernamePassword, SSL::mandatory, true, ZVLocalizable("Email"), nullptr, true},
-    {"Norvo.ZVBlinksaleIntegration", "com.tesselwick.norvo.blinksale", "Blinksale", Auth::usernamePassword, SSL::optional, false, nullptr, "Blinksale", true},
-    {"Norvo.ZVCashboardIntegration", "com.tesselwick.norvo.cashboard", "Cashboard", Auth::usernamePassword, SSL::optional, false, ZVLocalizable("Email"), nullptr, true},
-    {"Norvo.ZVCeloxisIntegration", "com.tesselwick.norvo.celoxis", "Celoxis", Auth::usernamePassword, SSL::mandatory, false, nullptr, nullptr, true},
-    {"Norvo.ZVCodebaseIntegration", "com.tesselwick.norvo.codebase", "Codebase", Auth::usernameAPIToken, SSL::optional, false, nullptr, "CodebaseHQ", true},
-    {"Norvo.ZVDingIntegration", "com.tesselwick.norvo.ding", "Ding", Auth::usernamePassword, SSL::mandatory, true, ZVLocalizable("Email"), nullptr, true},
-    {"Norvo.ZVfixxIntegration", "com.tesselwick.norvo.fixx", "fixx", Auth::usernamePassword, SSL::none, false, nullptr, nullptr, true},
-    {"Norvo.ZVFogBugzIntegration", "com.tesselwick.norvo.fogbugz", "FogBugz", Auth::usernamePassword, SSL::mandatory, false, ZVLocalizable("Email"), nullptr, true},
-    {"Norvo.ZVFreckleIntegration", "com.tesselwick.norvo.freckle", "Freckle", Auth::usernameAPIToken, SSL::optional, false, ZVLocalizable("Email"), nullptr, true},
-    {"Norvo.ZVFreeAgentIntegration", "com.tesselwick.norvo.freeagent", "FreeAgent", Auth::oAuth2, SSL::mandatory, true, nullptr, "FreeAgent", true},
-    {"Norvo.ZVFreshBooksIntegration", "com.tesselwick.norvo.freshbooks", "FreshBooks", Auth::apiToken, SSL::mandatory, false, nullptr, nullptr, true},
-    {"Norvo.ZVGenericAddressBasedIntegration", "com.tesselwick.norvo.generic", "Generic", Auth::usernamePassword, SSL::optional, false, nullptr, "Generic", true},
-    {"Norvo.ZVHarvestIntegration", "com.tesselwick.norvo.harvest", "Harvest", Auth::usernamePassword, SSL::mandatory, false, ZVLocalizable("Email"), nullptr, true},
-    {"Norvo.ZVIntervalsIntegration", "com.tesselwick.norvo.intervals", "Intervals", Auth::apiToken, SSL::mandatory, true, nullptr, "Intervals", true},
-    {"Norvo.ZVInvoiceMachineIntegration", "com.tesselwick.norvo.invoicemachine", "Invoice Machine", Auth::apiToken, SSL::none, false, nullptr, "Blinksale", true},
-    {"Norvo.ZVInvoiceraIntegration", "com.tesselwick.norvo.invoicera", "Invoicera", Auth::apiToken, SSL::mandatory, false, nullptr, nullptr, true},
-    {"Norvo.ZVJIRAIntegration", "com.tesselwick.norvo.jira", "JIRA", Auth::usernamePassword, SSL::optional, false, nullptr, "JIRA", true},
-    {"Norvo.ZVKashflowIntegration", "com.tesselwick.norvo.kashflow", "KashFlow", Auth::usernamePassword, SSL::mandatory, true, nullptr, "Kashflow", true},
-    {"Norvo.ZVKimaiDownloader", "com.ostrand.norvo.kimai", "Kimai", Auth::usernamePassword, SSL::optional, false, nullptr, nullptr, true},
-    {"Norvo.ZVLessAccountingIntegration", "com.tesselwick.norvo.lessaccounting", "LessAccounting", Auth::apiToken, SSL::mandatory, false, nullptr, "Blinksale", true},
-    {"Norvo.ZVLiquidPlannerIntegration", "com.tesselwick.norvo.liquidplanner", "LiquidPlanner", Auth::usernamePassword, SSL::mandatory, true, ZVLocalizable("Email"), nullptr, false},
-    {"Norvo.ZVMavenlinkIntegration", "com.tesselwick.norvo.mavenlink", "Mavenlink", Auth::oAuth2, SSL::mandatory, true, ZVLocalizable("User ID"), nullptr, true},
-    {"Norvo.ZVMinuteDockIntegration", "com.tesselwick.norvo.minutedock", "MinuteDock", Auth::apiToken, SSL::mandatory, true, nullptr, "MinuteDock", true},
-    {"Norvo.ZVMiteIntegration", "com.tesselwick.norvo.mite", "Mite", Auth::apiToken, SSL::optional, false, nullptr, nullptr, true},
-    {"Norvo.ZVNozbeIntegration", "com.tesselwick.norvo.nozbe", "Nozbe", Auth::apiToken, SSL::none, true, nullptr, nullptr, true},
-    {"Norvo.ZVPaymoIntegration", "com.tesselwick.norvo.paymo", "Paymo", Auth::usernamePasswordAPIToken, SSL::mandatory, true, nullptr, "Paymo", true},
-    {"Norvo.ZVProjectBubbleIntegration", "com.tesselwick.norvo.projectbubble", "Project Bubble", Auth::apiToken, SSL::optional, false, nullptr, "ProjectBubble", true},
-    {"Norvo.ZVRedmineIntegration", "com.tesselwick.norvo.redmine", "Redmine", Auth::apiToken, SSL::optional, false, nullptr, "Redmine", true},
-    {"Norvo.ZVRoninIntegration", "com.tesselwick.norvo.ronin", "Ronin", Auth::apiToken, SSL::mandatory, false, nullptr, nullptr, false},
-    {"Norvo.ZVScrumDoIntegration", "com.tesselwick.norvo.scrumdo", "ScrumDo", Auth::usernamePassword, SSL::optional, true, nullptr, "ScrumDo", true},
-    {"Norvo.ZVSlimTimerIntegration", "com.tesselwick.norvo.slimtimer", "SlimTimer", Auth::apiToken, SSL::none, true, nullptr, nullptr, true},
-    {"Norvo.ZVSUBERNOVAIntegration", "com.tesselwick.norvo.subernova", "SUBERNOVA", Auth::apiToken, SSL::mandatory, true, nullptr, nullptr, true},
-    {"Norvo.ZVTargetProcessIntegration", "com.tesselwick.norvo.targetprocess", "TargetProcess", Auth::usernamePassword, SSL::optional, false, nullptr, nullptr, true},
-    {"Norvo.ZVTeamboxIntegration", "com.tesselwick.norvo.teambox", "Redbooth", Auth::oAuth2, SSL::mandatory, false, nullptr, nullptr, true},
-    {"Norvo.ZVTeamLabIntegration", "com.tesselwick.norvo.teamlab", "TeamLab", Auth::usernamePassword, SSL::mandatory, false, ZVLocalizable("Email"), nullptr, true},
-    {"Norvo.ZVTeamworkPMIntegration", "com.tesselwick.norvo.teamworkpm", "TeamworkPM", Auth::apiToken, SSL::optional, false, nullptr, "TeamworkPM", true},
-    {"Norvo.ZVTickIntegration", "com.tesselwick.norvo.tick", "Tick", Auth::usernamePassword, SSL::mandatory, false, ZVLocalizable("Email"), nullptr, true},
-    {"Norvo.ZVTogglIntegration", "com.tesselwick.norvo.toggl", "Toggl", Auth::apiToken, SSL::mandatory, true, nullptr, "Assembla", true},
-    {"Norvo.ZVTriggerAppIntegration", "com.tesselwick.norvo.triggerapp", "TriggerApp", Auth::usernameAPIToken, SSL::mandatory, true, ZVLocalizable("User Token"), nullptr, true},
-    {"Norvo.ZVTSheetsIntegration", "com.tesselwick.norvo.tsheets", "TSheets", Auth::usernamePasswordAPIToken, SSL::optional, false, nullptr, nullptr, true},
-    {"Norvo.ZVUnfuddleIntegration", "com.tesselwick.norvo.unfuddle", "Unfuddle", Auth::usernamePassword, SSL::optional, false, nullptr, nullptr, false},
-    {"Norvo.ZVWorkflowMaxIntegration", "com.tesselwick.norvo.workflowmax", "WorkflowMax", Auth::usernameAPIToken, SSL::none, true, ZVLocalizable("Email"), "WorkflowMax", true},
-    {"Norvo.ZVYouTrackIntegration", "com.tesselwick.norvo.youtrack", "YouTrack", Auth::usernamePassword, SSL::optional, false, nullptr, "YouTrack", true},
-    {"Norvo.ZVZipBooksIntegration", "com.ostrand.norvo.zipbooks", "ZipBooks", Auth::usernamePassword, SSL::mandatory, true, ZVLocalizable("Email"), nullptr, true},
-    {"Norvo.ZVZohoInvoiceIntegration", "com.tesselwick.norvo.zohoinvoice", "Zoho", Auth::usernamePassword, SSL::mandatory, true, ZVLocalizable("Email"), "Zoho", true},
-};
-
 template <class T>
-ZVIntegrationClass service(const char* className) {
-    const ZVIntegrationServiceInfo* info = ZVIntegrationRegistry::serviceForClassName(className);
-    if (!info) ZVFatalError(std::string("Service class without a row in the table: ") + className);
-    return ZVIntegrationClass::of<T>(className, info->identifier, info->name);
+ZVIntegrationMaker built() {
+    return {[] { return std::shared_ptr<ZVIntegration>(ZVIntegration::makeNew<T>()); },
+            [](const ZVDictionary& dictionary) {
+                return std::shared_ptr<ZVIntegration>(ZVIntegration::makeWithDictionary<T>(dictionary));
+            },
+            &typeid(T)};
 }
 
-// The account classes that are built, from stored class name to factory,
-// one line each in the order of the table:
-//     service<ZVJIRAIntegration>("Norvo.ZVJIRAIntegration"),
-std::vector<ZVIntegrationClass> builtClasses() {
-    return {
-        service<ZVGenericAddressBasedIntegration>("Norvo.ZVGenericAddressBasedIntegration"),
-        service<ZVJIRAIntegration>("Norvo.ZVJIRAIntegration"),
-        service<ZVKashflowIntegration>("Norvo.ZVKashflowIntegration"),
-    };
-}
+// Every service, one row each: its facts and, once it is built, how to make
+// its accounts. The identifiers, names and class names stay as they are:
+// stored databases and the key store depend on them.
+const std::vector<ZVIntegrationServiceInfo> serviceTable = {
+    {
+        .className = "Norvo.ZVActiveCollab5Integration",
+        .identifier = "com.ostrand.norvo.activecollab5",
+        .name = "ActiveCollab 5",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::optional,
+        .usernameLabel = ZVLocalizable("Email"),
+        .setupViewName = "ActiveCollab5",
+    },
+    {
+        .className = "Norvo.ZVActiveCollabIntegration",
+        .identifier = "com.tesselwick.norvo.activecollab",
+        .name = "ActiveCollab",
+        .authenticationType = Auth::apiToken,
+        .sslSupport = SSL::optional,
+        .setupViewName = "ActiveCollab",
+    },
+    {
+        .className = "Norvo.ZVApolloIntegration",
+        .identifier = "com.tesselwick.norvo.apollo",
+        .name = "Apollo",
+        .authenticationType = Auth::apiToken,
+        .sslSupport = SSL::mandatory,
+        .hasHardcodedAddress = true,
+    },
+    {
+        .className = "Norvo.ZVAssemblaIntegration",
+        .identifier = "com.tesselwick.norvo.assembla",
+        .name = "Assembla",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::mandatory,
+        .hasHardcodedAddress = true,
+        .setupViewName = "Assembla",
+    },
+    {
+        .className = "Norvo.ZVAtTaskIntegration",
+        .identifier = "com.tesselwick.norvo.attask",
+        .name = "AtTask",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::optional,
+        .setupViewName = "AtTask",
+    },
+    {
+        .className = "Norvo.ZVBigTimeIntegration",
+        .identifier = "com.ostrand.norvo.bigtime",
+        .name = "BigTime",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::mandatory,
+        .hasHardcodedAddress = true,
+        .usernameLabel = ZVLocalizable("Email"),
+    },
+    {
+        .className = "Norvo.ZVBlinksaleIntegration",
+        .identifier = "com.tesselwick.norvo.blinksale",
+        .name = "Blinksale",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::optional,
+        .setupViewName = "Blinksale",
+    },
+    {
+        .className = "Norvo.ZVCashboardIntegration",
+        .identifier = "com.tesselwick.norvo.cashboard",
+        .name = "Cashboard",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::optional,
+        .usernameLabel = ZVLocalizable("Email"),
+    },
+    {
+        .className = "Norvo.ZVCeloxisIntegration",
+        .identifier = "com.tesselwick.norvo.celoxis",
+        .name = "Celoxis",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::mandatory,
+    },
+    {
+        .className = "Norvo.ZVCodebaseIntegration",
+        .identifier = "com.tesselwick.norvo.codebase",
+        .name = "Codebase",
+        .authenticationType = Auth::usernameAPIToken,
+        .sslSupport = SSL::optional,
+        .setupViewName = "CodebaseHQ",
+    },
+    {
+        .className = "Norvo.ZVDingIntegration",
+        .identifier = "com.tesselwick.norvo.ding",
+        .name = "Ding",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::mandatory,
+        .hasHardcodedAddress = true,
+        .usernameLabel = ZVLocalizable("Email"),
+    },
+    {
+        .className = "Norvo.ZVfixxIntegration",
+        .identifier = "com.tesselwick.norvo.fixx",
+        .name = "fixx",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::none,
+    },
+    {
+        .className = "Norvo.ZVFogBugzIntegration",
+        .identifier = "com.tesselwick.norvo.fogbugz",
+        .name = "FogBugz",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::mandatory,
+        .usernameLabel = ZVLocalizable("Email"),
+    },
+    {
+        .className = "Norvo.ZVFreckleIntegration",
+        .identifier = "com.tesselwick.norvo.freckle",
+        .name = "Freckle",
+        .authenticationType = Auth::usernameAPIToken,
+        .sslSupport = SSL::optional,
+        .usernameLabel = ZVLocalizable("Email"),
+    },
+    {
+        .className = "Norvo.ZVFreeAgentIntegration",
+        .identifier = "com.tesselwick.norvo.freeagent",
+        .name = "FreeAgent",
+        .authenticationType = Auth::oAuth2,
+        .sslSupport = SSL::mandatory,
+        .hasHardcodedAddress = true,
+        .setupViewName = "FreeAgent",
+    },
+    {
+        .className = "Norvo.ZVFreshBooksIntegration",
+        .identifier = "com.tesselwick.norvo.freshbooks",
+        .name = "FreshBooks",
+        .authenticationType = Auth::apiToken,
+        .sslSupport = SSL::mandatory,
+    },
+    {
+        .className = "Norvo.ZVGenericAddressBasedIntegration",
+        .identifier = "com.tesselwick.norvo.generic",
+        .name = "Generic",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::optional,
+        .setupViewName = "Generic",
+        .make = built<ZVGenericAddressBasedIntegration>(),
+    },
+    {
+        .className = "Norvo.ZVHarvestIntegration",
+        .identifier = "com.tesselwick.norvo.harvest",
+        .name = "Harvest",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::mandatory,
+        .usernameLabel = ZVLocalizable("Email"),
+    },
+    {
+        .className = "Norvo.ZVIntervalsIntegration",
+        .identifier = "com.tesselwick.norvo.intervals",
+        .name = "Intervals",
+        .authenticationType = Auth::apiToken,
+        .sslSupport = SSL::mandatory,
+        .hasHardcodedAddress = true,
+        .setupViewName = "Intervals",
+    },
+    {
+        .className = "Norvo.ZVInvoiceMachineIntegration",
+        .identifier = "com.tesselwick.norvo.invoicemachine",
+        .name = "Invoice Machine",
+        .authenticationType = Auth::apiToken,
+        .sslSupport = SSL::none,
+        .setupViewName = "Blinksale",
+    },
+    {
+        .className = "Norvo.ZVInvoiceraIntegration",
+        .identifier = "com.tesselwick.norvo.invoicera",
+        .name = "Invoicera",
+        .authenticationType = Auth::apiToken,
+        .sslSupport = SSL::mandatory,
+    },
+    {
+        .className = "Norvo.ZVJIRAIntegration",
+        .identifier = "com.tesselwick.norvo.jira",
+        .name = "JIRA",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::optional,
+        .setupViewName = "JIRA",
+        .make = built<ZVJIRAIntegration>(),
+    },
+    {
+        .className = "Norvo.ZVKashflowIntegration",
+        .identifier = "com.tesselwick.norvo.kashflow",
+        .name = "KashFlow",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::mandatory,
+        .hasHardcodedAddress = true,
+        .setupViewName = "Kashflow",
+        .make = built<ZVKashflowIntegration>(),
+    },
+    {
+        .className = "Norvo.ZVKimaiDownloader",
+        .identifier = "com.ostrand.norvo.kimai",
+        .name = "Kimai",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::optional,
+    },
+    {
+        .className = "Norvo.ZVLessAccountingIntegration",
+        .identifier = "com.tesselwick.norvo.lessaccounting",
+        .name = "LessAccounting",
+        .authenticationType = Auth::apiToken,
+        .sslSupport = SSL::mandatory,
+        .setupViewName = "Blinksale",
+    },
+    {
+        .className = "Norvo.ZVLiquidPlannerIntegration",
+        .identifier = "com.tesselwick.norvo.liquidplanner",
+        .name = "LiquidPlanner",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::mandatory,
+        .hasHardcodedAddress = true,
+        .usernameLabel = ZVLocalizable("Email"),
+        .canPostEmptyTitle = false,
+    },
+    {
+        .className = "Norvo.ZVMavenlinkIntegration",
+        .identifier = "com.tesselwick.norvo.mavenlink",
+        .name = "Mavenlink",
+        .authenticationType = Auth::oAuth2,
+        .sslSupport = SSL::mandatory,
+        .hasHardcodedAddress = true,
+        .usernameLabel = ZVLocalizable("User ID"),
+    },
+    {
+        .className = "Norvo.ZVMinuteDockIntegration",
+        .identifier = "com.tesselwick.norvo.minutedock",
+        .name = "MinuteDock",
+        .authenticationType = Auth::apiToken,
+        .sslSupport = SSL::mandatory,
+        .hasHardcodedAddress = true,
+        .setupViewName = "MinuteDock",
+    },
+    {
+        .className = "Norvo.ZVMiteIntegration",
+        .identifier = "com.tesselwick.norvo.mite",
+        .name = "Mite",
+        .authenticationType = Auth::apiToken,
+        .sslSupport = SSL::optional,
+    },
+    {
+        .className = "Norvo.ZVNozbeIntegration",
+        .identifier = "com.tesselwick.norvo.nozbe",
+        .name = "Nozbe",
+        .authenticationType = Auth::apiToken,
+        .sslSupport = SSL::none,
+        .hasHardcodedAddress = true,
+    },
+    {
+        .className = "Norvo.ZVPaymoIntegration",
+        .identifier = "com.tesselwick.norvo.paymo",
+        .name = "Paymo",
+        .authenticationType = Auth::usernamePasswordAPIToken,
+        .sslSupport = SSL::mandatory,
+        .hasHardcodedAddress = true,
+        .setupViewName = "Paymo",
+    },
+    {
+        .className = "Norvo.ZVProjectBubbleIntegration",
+        .identifier = "com.tesselwick.norvo.projectbubble",
+        .name = "Project Bubble",
+        .authenticationType = Auth::apiToken,
+        .sslSupport = SSL::optional,
+        .setupViewName = "ProjectBubble",
+    },
+    {
+        .className = "Norvo.ZVRedmineIntegration",
+        .identifier = "com.tesselwick.norvo.redmine",
+        .name = "Redmine",
+        .authenticationType = Auth::apiToken,
+        .sslSupport = SSL::optional,
+        .setupViewName = "Redmine",
+    },
+    {
+        .className = "Norvo.ZVRoninIntegration",
+        .identifier = "com.tesselwick.norvo.ronin",
+        .name = "Ronin",
+        .authenticationType = Auth::apiToken,
+        .sslSupport = SSL::mandatory,
+        .canPostEmptyTitle = false,
+    },
+    {
+        .className = "Norvo.ZVScrumDoIntegration",
+        .identifier = "com.tesselwick.norvo.scrumdo",
+        .name = "ScrumDo",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::optional,
+        .hasHardcodedAddress = true,
+        .setupViewName = "ScrumDo",
+    },
+    {
+        .className = "Norvo.ZVSlimTimerIntegration",
+        .identifier = "com.tesselwick.norvo.slimtimer",
+        .name = "SlimTimer",
+        .authenticationType = Auth::apiToken,
+        .sslSupport = SSL::none,
+        .hasHardcodedAddress = true,
+    },
+    {
+        .className = "Norvo.ZVSUBERNOVAIntegration",
+        .identifier = "com.tesselwick.norvo.subernova",
+        .name = "SUBERNOVA",
+        .authenticationType = Auth::apiToken,
+        .sslSupport = SSL::mandatory,
+        .hasHardcodedAddress = true,
+    },
+    {
+        .className = "Norvo.ZVTargetProcessIntegration",
+        .identifier = "com.tesselwick.norvo.targetprocess",
+        .name = "TargetProcess",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::optional,
+    },
+    {
+        .className = "Norvo.ZVTeamboxIntegration",
+        .identifier = "com.tesselwick.norvo.teambox",
+        .name = "Redbooth",
+        .authenticationType = Auth::oAuth2,
+        .sslSupport = SSL::mandatory,
+    },
+    {
+        .className = "Norvo.ZVTeamLabIntegration",
+        .identifier = "com.tesselwick.norvo.teamlab",
+        .name = "TeamLab",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::mandatory,
+        .usernameLabel = ZVLocalizable("Email"),
+    },
+    {
+        .className = "Norvo.ZVTeamworkPMIntegration",
+        .identifier = "com.tesselwick.norvo.teamworkpm",
+        .name = "TeamworkPM",
+        .authenticationType = Auth::apiToken,
+        .sslSupport = SSL::optional,
+        .setupViewName = "TeamworkPM",
+    },
+    {
+        .className = "Norvo.ZVTickIntegration",
+        .identifier = "com.tesselwick.norvo.tick",
+        .name = "Tick",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::mandatory,
+        .usernameLabel = ZVLocalizable("Email"),
+    },
+    {
+        .className = "Norvo.ZVTogglIntegration",
+        .identifier = "com.tesselwick.norvo.toggl",
+        .name = "Toggl",
+        .authenticationType = Auth::apiToken,
+        .sslSupport = SSL::mandatory,
+        .hasHardcodedAddress = true,
+        .setupViewName = "Assembla",
+    },
+    {
+        .className = "Norvo.ZVTriggerAppIntegration",
+        .identifier = "com.tesselwick.norvo.triggerapp",
+        .name = "TriggerApp",
+        .authenticationType = Auth::usernameAPIToken,
+        .sslSupport = SSL::mandatory,
+        .hasHardcodedAddress = true,
+        .usernameLabel = ZVLocalizable("User Token"),
+    },
+    {
+        .className = "Norvo.ZVTSheetsIntegration",
+        .identifier = "com.tesselwick.norvo.tsheets",
+        .name = "TSheets",
+        .authenticationType = Auth::usernamePasswordAPIToken,
+        .sslSupport = SSL::optional,
+    },
+    {
+        .className = "Norvo.ZVUnfuddleIntegration",
+        .identifier = "com.tesselwick.norvo.unfuddle",
+        .name = "Unfuddle",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::optional,
+        .canPostEmptyTitle = false,
+    },
+    {
+        .className = "Norvo.ZVWorkflowMaxIntegration",
+        .identifier = "com.tesselwick.norvo.workflowmax",
+        .name = "WorkflowMax",
+        .authenticationType = Auth::usernameAPIToken,
+        .sslSupport = SSL::none,
+        .hasHardcodedAddress = true,
+        .usernameLabel = ZVLocalizable("Email"),
+        .setupViewName = "WorkflowMax",
+    },
+    {
+        .className = "Norvo.ZVYouTrackIntegration",
+        .identifier = "com.tesselwick.norvo.youtrack",
+        .name = "YouTrack",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::optional,
+        .setupViewName = "YouTrack",
+    },
+    {
+        .className = "Norvo.ZVZipBooksIntegration",
+        .identifier = "com.ostrand.norvo.zipbooks",
+        .name = "ZipBooks",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::mandatory,
+        .hasHardcodedAddress = true,
+        .usernameLabel = ZVLocalizable("Email"),
+    },
+    {
+        .className = "Norvo.ZVZohoInvoiceIntegration",
+        .identifier = "com.tesselwick.norvo.zohoinvoice",
+        .name = "Zoho",
+        .authenticationType = Auth::usernamePassword,
+        .sslSupport = SSL::mandatory,
+        .hasHardcodedAddress = true,
+        .usernameLabel = ZVLocalizable("Email"),
+        .setupViewName = "Zoho",
+    },
+};
 
 std::mutex testClassesLock;
 std::vector<ZVIntegrationClass>& testClasses() {
@@ -114,9 +469,22 @@ const ZVIntegrationServiceInfo* ZVIntegrationRegistry::serviceForClassName(std::
     return nullptr;
 }
 
+const ZVIntegrationServiceInfo* ZVIntegrationRegistry::serviceForType(const std::type_info& type) {
+    for (const auto& info : serviceTable)
+        if (info.make.type && *info.make.type == type) return &info;
+    return nullptr;
+}
+
 std::vector<ZVIntegrationClass> ZVIntegrationRegistry::integrationClasses() {
-    static const std::vector<ZVIntegrationClass> built = builtClasses();
-    std::vector<ZVIntegrationClass> classes = built;
+    static const std::vector<ZVIntegrationClass> builtClasses = [] {
+        std::vector<ZVIntegrationClass> classes;
+        for (const auto& info : serviceTable) {
+            if (info.make.makeNew)
+                classes.push_back({info.className, info.identifier, info.name, info.make.makeNew, info.make.makeWithDictionary});
+        }
+        return classes;
+    }();
+    std::vector<ZVIntegrationClass> classes = builtClasses;
     std::lock_guard guard(testClassesLock);
     classes.insert(classes.end(), testClasses().begin(), testClasses().end());
     return classes;

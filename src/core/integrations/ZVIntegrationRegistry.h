@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <typeinfo>
 #include <vector>
 
 #include "ZVValue.h"
@@ -28,15 +29,17 @@ struct ZVIntegrationClass {
     }
 };
 
-/// The table of all services and the list of account classes that are built,
-/// from stored class name to factory. Both are written out in
-/// ZVIntegrationRegistry.cpp, top to bottom; nothing registers itself.
+/// The table of all services, one row each with its facts and, for a built
+/// service, its maker; written out in ZVIntegrationRegistry.cpp, top to
+/// bottom. Nothing registers itself.
 class ZVIntegrationRegistry {
 public:
     /// Every service of the table, built or not, in the table's order.
     static const std::vector<ZVIntegrationServiceInfo>& services();
     /// The row of that stored class name, or nullptr.
     static const ZVIntegrationServiceInfo* serviceForClassName(std::string_view className);
+    /// The row whose maker makes accounts of that class, or nullptr.
+    static const ZVIntegrationServiceInfo* serviceForType(const std::type_info& type);
 
     /// The built account classes, in the list's order.
     static std::vector<ZVIntegrationClass> integrationClasses();

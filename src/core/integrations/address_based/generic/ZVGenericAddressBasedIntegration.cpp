@@ -30,18 +30,15 @@ std::string ZVGenericAddressBasedIntegration::addressPlaceholder() const {
     return ZVLocalizedString("Your URL Without Trailing /");
 }
 
-void ZVGenericAddressBasedIntegration::initializeWithDictionary(const ZVDictionary& dictionary) {
-    ZVAddressBasedIntegration::initializeWithDictionary(dictionary);
-    _synchronizesProjectsOnly = ZVBoolValue(dictionary, synchronizeProjectsOnlyKey);
-    _usesAlternateActionFieldName = ZVBoolValue(dictionary, usesAlternateActionFieldNameKey);
-}
-
-ZVDictionary ZVGenericAddressBasedIntegration::dictionaryRepresentation() {
-    ZVDictionary dictionary = ZVAddressBasedIntegration::dictionaryRepresentation();
-    if (dictionary.empty()) return dictionary;
-    dictionary[synchronizeProjectsOnlyKey] = synchronizesProjectsOnly();
-    dictionary[usesAlternateActionFieldNameKey] = usesAlternateActionFieldName();
-    return dictionary;
+const std::vector<ZVIntegrationSetting>& ZVGenericAddressBasedIntegration::settings() const {
+    using Kind = ZVIntegrationSetting::Kind;
+    static const std::vector<ZVIntegrationSetting> declared{
+        {synchronizeProjectsOnlyKey, Kind::flag, ZVLocalizable("Synchronize projects only, without tasks"),
+         "synchronizeProjectsOnlyButton"},
+        {usesAlternateActionFieldNameKey, Kind::flag, ZVLocalizable("Send the action as \"command\""),
+         "usesAlternateActionFieldNameButton"},
+    };
+    return declared;
 }
 
 std::string ZVGenericAddressBasedIntegration::URLForAction(const std::string& action) const {

@@ -15,27 +15,20 @@ public:
     static constexpr const char* usesAlternateActionFieldNameKey =
         "KDGenericAddressBasedIntegrationUsesAlternateActionFieldName";
 
-    std::string className() const override { return "Norvo.ZVGenericAddressBasedIntegration"; }
     std::string addressPlaceholder() const override;
 
+    const std::vector<ZVIntegrationSetting>& settings() const override;
     /// When true the tree has one level and no tasks are fetched.
-    bool synchronizesProjectsOnly() const { return _synchronizesProjectsOnly; }
-    void setSynchronizesProjectsOnly(bool value) { _synchronizesProjectsOnly = value; }
+    bool synchronizesProjectsOnly() const { return flagSetting(synchronizeProjectsOnlyKey); }
+    void setSynchronizesProjectsOnly(bool value) { setSettingValue(synchronizeProjectsOnlyKey, value); }
     /// When true the action goes in the query as "command=", else "action=".
-    bool usesAlternateActionFieldName() const { return _usesAlternateActionFieldName; }
-    void setUsesAlternateActionFieldName(bool value) { _usesAlternateActionFieldName = value; }
+    bool usesAlternateActionFieldName() const { return flagSetting(usesAlternateActionFieldNameKey); }
+    void setUsesAlternateActionFieldName(bool value) { setSettingValue(usesAlternateActionFieldNameKey, value); }
 
-    ZVDictionary dictionaryRepresentation() override;
     ProjectList loadRemoteProjects() override;
     void postTime(ZVIntegrationProject& project) override;
-
-protected:
-    void initializeWithDictionary(const ZVDictionary& dictionary) override;
 
 private:
     std::string URLForAction(const std::string& action) const;
     void addCredentials(ZVURLRequest& request) const;
-
-    std::atomic<bool> _synchronizesProjectsOnly{false};
-    std::atomic<bool> _usesAlternateActionFieldName{false};
 };

@@ -97,15 +97,37 @@ std::string deploymentName(ZVJIRADeploymentType type) {
 std::string ZVJIRAIntegration::addressPlaceholder() const { return "jira.example.com/jira"; }
 
 ZVJIRASynchronizationType ZVJIRAIntegration::synchronizationType() const {
-    return _synchronizationType == 0 ? ZVJIRASynchronizationType::projects : ZVJIRASynchronizationType::filters;
+    return synchronizationTypeRawValue() == 0 ? ZVJIRASynchronizationType::projects : ZVJIRASynchronizationType::filters;
+}
+
+const std::vector<ZVIntegrationSetting>& ZVJIRAIntegration::settings() const {
+    using Kind = ZVIntegrationSetting::Kind;
+    static const std::vector<ZVIntegrationSetting> declared{
+        {synchronizationTypeKey, Kind::choice, ZVLocalizable("Synchronize"), "synchronizationTypePopUp", std::nullopt,
+         {{static_cast<std::int64_t>(ZVJIRASynchronizationType::projects), ZVLocalizable("Issues by project")},
+          {static_cast<std::int64_t>(ZVJIRASynchronizationType::filters), ZVLocalizable("Issues by favourite filter")}}},
+        {includesUnassignedIssuesKey, Kind::flag, ZVLocalizable("Include unassigned issues"),
+         "includesUnassignedIssuesButton"},
+        {ignoresSessionCookiesKey, Kind::flag, ZVLocalizable("Send the credentials with every request"),
+         "ignoresSessionCookiesButton"},
+        {usesPersonalAccessTokenKey, Kind::flag, ZVLocalizable("Sign in with a personal access token"),
+         "personalAccessTokenButton", std::nullopt, {}, true},
+    };
+    return declared;
+}
+
+std::optional<ZVCredentialPresentation> ZVJIRAIntegration::credentialPresentation() const {
+    if (presumedDeploymentType() == ZVJIRADeploymentType::cloud)
+        return ZVCredentialPresentation{ZVLocalizedString("E-mail and API token"), ZVLocalizedString("E-mail"),
+                                        ZVLocalizedString("API token"), ZVLocalizedString("Create an API Token..."),
+                                        APITokenPageURL, {usesPersonalAccessTokenKey}};
+    return ZVCredentialPresentation{
+        ZVLocalizedString("User name and password, or a personal access token"), usernameLabel(),
+        usesPersonalAccessToken() ? ZVLocalizedString("Personal access token") : ZVLocalizedString("Password"), {}, {}, {}};
 }
 
 void ZVJIRAIntegration::initializeWithDictionary(const ZVDictionary& dictionary) {
     ZVAddressBasedIntegration::initializeWithDictionary(dictionary);
-    _synchronizationType = static_cast<int>(ZVIntegerValue(dictionary, synchronizationTypeKey));
-    _includesUnassignedIssues = ZVBoolValue(dictionary, includesUnassignedIssuesKey);
-    _ignoresSessionCookies = ZVBoolValue(dictionary, ignoresSessionCookiesKey);
-    _usesPersonalAccessToken = ZVBoolValue(dictionary, usesPersonalAccessTokenKey);
     // An older database has no deployment; the next synchronization finds it.
     const std::string deployment = ZVStringValue(dictionary, deploymentTypeKey);
     setDeploymentType(deployment == cloudDeploymentName        ? ZVJIRADeploymentType::cloud
@@ -116,10 +138,6 @@ void ZVJIRAIntegration::initializeWithDictionary(const ZVDictionary& dictionary)
 ZVDictionary ZVJIRAIntegration::dictionaryRepresentation() {
     ZVDictionary dictionary = ZVAddressBasedIntegration::dictionaryRepresentation();
     if (dictionary.empty()) return dictionary;
-    dictionary[synchronizationTypeKey] = synchronizationTypeRawValue();
-    dictionary[includesUnassignedIssuesKey] = includesUnassignedIssues();
-    dictionary[ignoresSessionCookiesKey] = ignoresSessionCookies();
-    dictionary[usesPersonalAccessTokenKey] = usesPersonalAccessToken();
     if (const auto deployment = deploymentType(); deployment != ZVJIRADeploymentType::unknown)
         dictionary[deploymentTypeKey] = deploymentName(deployment);
     return dictionary;

@@ -40,24 +40,30 @@ public:
     /// The domain under which every Cloud site lives.
     static constexpr const char* cloudDomain = "atlassian.net";
 
-    std::string className() const override { return "Norvo.ZVJIRAIntegration"; }
     std::string addressPlaceholder() const override;
 
+    const std::vector<ZVIntegrationSetting>& settings() const override;
+    /// Cloud asks for an e-mail address and an API token, Data Center and
+    /// Server for a user name with a password or a personal access token.
+    std::optional<ZVCredentialPresentation> credentialPresentation() const override;
+
     /// When true, every request sends the credentials.
-    bool ignoresSessionCookies() const { return _ignoresSessionCookies; }
-    void setIgnoresSessionCookies(bool value) { _ignoresSessionCookies = value; }
+    bool ignoresSessionCookies() const { return flagSetting(ignoresSessionCookiesKey); }
+    void setIgnoresSessionCookies(bool value) { setSettingValue(ignoresSessionCookiesKey, value); }
     /// When true, the project mode also fetches issues assigned to nobody.
-    bool includesUnassignedIssues() const { return _includesUnassignedIssues; }
-    void setIncludesUnassignedIssues(bool value) { _includesUnassignedIssues = value; }
+    bool includesUnassignedIssues() const { return flagSetting(includesUnassignedIssuesKey); }
+    void setIncludesUnassignedIssues(bool value) { setSettingValue(includesUnassignedIssuesKey, value); }
     /// The stored raw value; anything but 0 builds the tree from filters.
-    int synchronizationTypeRawValue() const { return _synchronizationType; }
+    std::int64_t synchronizationTypeRawValue() const { return choiceSetting(synchronizationTypeKey); }
     ZVJIRASynchronizationType synchronizationType() const;
-    void setSynchronizationType(ZVJIRASynchronizationType type) { _synchronizationType = static_cast<int>(type); }
+    void setSynchronizationType(ZVJIRASynchronizationType type) {
+        setSettingValue(synchronizationTypeKey, static_cast<std::int64_t>(type));
+    }
     /// On Data Center and Server: the password field holds a personal
     /// access token, sent as a bearer token instead of the user name and
     /// password. Cloud ignores it.
-    bool usesPersonalAccessToken() const { return _usesPersonalAccessToken; }
-    void setUsesPersonalAccessToken(bool value) { _usesPersonalAccessToken = value; }
+    bool usesPersonalAccessToken() const { return flagSetting(usesPersonalAccessTokenKey); }
+    void setUsesPersonalAccessToken(bool value) { setSettingValue(usesPersonalAccessTokenKey, value); }
 
     /// What the server said it is at the last synchronization; unknown
     /// before the first one.
@@ -104,9 +110,5 @@ private:
     ProjectList _synchronizeWithProjects(ZVJIRADeploymentType deployment);
     ProjectList _synchronizeWithFilters(ZVJIRADeploymentType deployment);
 
-    std::atomic<bool> _ignoresSessionCookies{false};
-    std::atomic<bool> _includesUnassignedIssues{false};
-    std::atomic<int> _synchronizationType{0};
-    std::atomic<bool> _usesPersonalAccessToken{false};
     std::atomic<int> _deploymentType{0};
 };

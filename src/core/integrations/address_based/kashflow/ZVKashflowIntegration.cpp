@@ -71,18 +71,13 @@ ZVDownloadCenter::RequestModifier soapRequest(const std::string& call, const std
 
 std::string ZVKashflowIntegration::hardcodedAddress() const { return APIHost; }
 
-void ZVKashflowIntegration::initializeWithDictionary(const ZVDictionary& dictionary) {
-    ZVAddressBasedIntegration::initializeWithDictionary(dictionary);
-    _rate = ZVRealValue(dictionary, rateKey);
-    _VATRate = ZVRealValue(dictionary, VATRateKey);
-}
-
-ZVDictionary ZVKashflowIntegration::dictionaryRepresentation() {
-    ZVDictionary dictionary = ZVAddressBasedIntegration::dictionaryRepresentation();
-    if (dictionary.empty()) return dictionary;
-    dictionary[rateKey] = rate();
-    dictionary[VATRateKey] = VATRate();
-    return dictionary;
+const std::vector<ZVIntegrationSetting>& ZVKashflowIntegration::settings() const {
+    using Kind = ZVIntegrationSetting::Kind;
+    static const std::vector<ZVIntegrationSetting> declared{
+        {rateKey, Kind::number, ZVLocalizable("Hour rate"), "rateField"},
+        {VATRateKey, Kind::number, ZVLocalizable("VAT rate (%)"), "VATRateField"},
+    };
+    return declared;
 }
 
 std::string ZVKashflowIntegration::envelope(const std::string& call, const std::string& parameters) const {

@@ -14,22 +14,18 @@ public:
     static constexpr const char* rateKey = "KDKashFlowRate";
     static constexpr const char* VATRateKey = "KDKashFlowVATRate";
 
-    std::string className() const override { return "Norvo.ZVKashflowIntegration"; }
     std::string hardcodedAddress() const override;
 
+    const std::vector<ZVIntegrationSetting>& settings() const override;
     /// The price of one hour.
-    double rate() const { return _rate; }
-    void setRate(double rate) { _rate = rate; }
+    double rate() const { return numberSetting(rateKey); }
+    void setRate(double rate) { setSettingValue(rateKey, rate); }
     /// The VAT rate in percent.
-    double VATRate() const { return _VATRate; }
-    void setVATRate(double rate) { _VATRate = rate; }
+    double VATRate() const { return numberSetting(VATRateKey); }
+    void setVATRate(double rate) { setSettingValue(VATRateKey, rate); }
 
-    ZVDictionary dictionaryRepresentation() override;
     ProjectList loadRemoteProjects() override;
     void postTime(ZVIntegrationProject& project) override;
-
-protected:
-    void initializeWithDictionary(const ZVDictionary& dictionary) override;
 
 private:
     void _addInvoicesToCustomer(ZVIntegrationProject& customer);
@@ -38,7 +34,4 @@ private:
     std::string envelope(const std::string& call, const std::string& parameters) const;
     /// "https://" + the fixed host + the service's path; every call goes there.
     std::string serviceURL() const;
-
-    std::atomic<double> _rate{0};
-    std::atomic<double> _VATRate{0};
 };

@@ -25,6 +25,9 @@ public:
     std::string body;
     /// Overrides the session's total timeout for this request.
     std::optional<double> timeoutSeconds;
+    /// When false a redirect comes back as the answer, for the caller to
+    /// decide what goes to the new address.
+    bool followsRedirects = true;
 
     /// The header's value, absent when not set.
     std::optional<std::string> header(const std::string& name) const;

@@ -115,8 +115,9 @@ TEST_F(GenericReferenceServerTests, TheExampleServerRefusesOtherCredentials) {
     ASSERT_FALSE(reference.address().empty()) << "the example server did not start";
     auto account = makeAccountAt<ZVGenericAddressBasedIntegration>(reference.address());
 
-    // A refusal with a JSON-less body reads as no usable answer.
-    EXPECT_TRUE(throwsNoConnection([&] { account->loadRemoteProjects(); }));
+    EXPECT_TRUE(throwsFailureReason([&] { account->loadRemoteProjects(); },
+                                    "Generic refused the credentials of the account “My Generic Account”. Check them "
+                                    "in the account's settings."));
 }
 
 }  // namespace

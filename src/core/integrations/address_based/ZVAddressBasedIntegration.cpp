@@ -6,6 +6,9 @@
 #include "ZVLocalization.h"
 #include "ZVLog.h"
 #include "core/integrations/ZVIntegrationServiceInfo.h"
+#include "core/integrations/authentication/ZVAPITokenAuthentication.h"
+#include "core/integrations/authentication/ZVUsernameAPITokenAuthentication.h"
+#include "core/integrations/authentication/ZVUsernamePasswordAPITokenAuthentication.h"
 #include "core/integrations/authentication/ZVUsernamePasswordAuthentication.h"
 
 namespace {
@@ -245,4 +248,229 @@ void ZVAddressBasedIntegration::requireEndpointNotGone(const std::string& url) {
     ZVLog([&] { return "410 Gone from " + url; });
     throw ZVIntegrationErrorWithFailureReason(
         ZVLocalizedFormat("The server has removed the endpoint %@ (410 Gone).", {endpoint}));
+}
+
+// The kit.
+
+namespace {
+
+constexpr int maximumRedirects = 10;
+
+/// "scheme://host:port" of an absolute URL, in lower case; empty for a relative one.
+std::string origin(const std::string& url) {
+    const auto scheme = url.find("://");
+    if (scheme == std::string::npos) return {};
+    const auto end = url.find_first_of("/?#", scheme + 3);
+    std::string result = url.substr(0, end);
+    std::transform(result.begin(), result.end(), result.begin(), [](unsigned char c) { return std::tolower(c); });
+    return result;
+}
+
+/// Where a Location header leads from `url`.
+std::string resolvedLocation(const std::string& url, const std::string& location) {
+    if (location.find("://") != std::string::npos) return location;
+    if (location.starts_with("//")) return url.substr(0, url.find("://") + 1) + location;
+    if (location.starts_with("/")) return origin(url) + location;
+    return url.substr(0, url.find_last_of('/') + 1) + location;
+}
+
+std::string percentEncoded(const std::string& text) {
+    static constexpr char hex[] = "0123456789ABCDEF";
+    std::string encoded;
+    for (const unsigned char c : text) {
+        if (std::isalnum(c) || c == '-' || c == '_' || c == '.' || c == '~') {
+            encoded += static_cast<char>(c);
+        } else {
+            encoded += '%';
+            encoded += hex[c >> 4];
+            encoded += hex[c & 15];
+        }
+    }
+    return encoded;
+}
+
+std::string withQuery(std::string url, const std::vector<std::pair<std::string, std::string>>& query) {
+    for (const auto& [name, value] : query) {
+        url += url.find('?') == std::string::npos ? '?' : '&';
+        url += percentEncoded(name) + "=" + percentEncoded(value);
+    }
+    return url;
+}
+
+void applyStyle(ZVURLRequest& request, ZVCredentialStyle::Kind kind, const std::string& name, const std::string& user,
+                const std::string& secret) {
+    using Kind = ZVCredentialStyle::Kind;
+    switch (kind) {
+        case Kind::none:
+        case Kind::session: break;
+        case Kind::basicUsernamePassword: request.setUsername(user, secret); break;
+        case Kind::basicTokenAndWord: request.setUsername(secret, name); break;
+        case Kind::bearerToken: request.setBearerToken(secret); break;
+        case Kind::tokenHeader: request.setHeader(name, secret); break;
+        case Kind::authorizationScheme: {
+            std::string value = name;
+            if (const auto slot = value.find("%@"); slot != std::string::npos) value.replace(slot, 2, secret);
+            request.setHeader("Authorization", value);
+            break;
+        }
+        case Kind::queryParameter: request.url = withQuery(request.url, {{name, secret}}); break;
+    }
+}
+
+}  // namespace
+
+ZVCredentialStyle ZVAddressBasedIntegration::credentialStyle() const {
+    switch (authenticationType()) {
+        case ZVAuthenticationType::none: return {};
+        case ZVAuthenticationType::usernamePassword:
+        case ZVAuthenticationType::usernameAPIToken:
+        case ZVAuthenticationType::usernamePasswordAPIToken: return {ZVCredentialStyle::Kind::basicUsernamePassword};
+        default: return {ZVCredentialStyle::Kind::bearerToken};
+    }
+}
+
+std::string ZVAddressBasedIntegration::logIn() { ZVFatalError("logIn() of a service with the session style"); }
+
+void ZVAddressBasedIntegration::addAccountHeaders(ZVURLRequest&) const {}
+
+std::string ZVAddressBasedIntegration::malformedReplyReason() const {
+    return ZVLocalizedFormat("%@ sent data that Norvo cannot read.", {integrationName()});
+}
+
+std::string ZVAddressBasedIntegration::credentialToken() const {
+    const auto credential = authentication();
+    if (auto token = std::dynamic_pointer_cast<ZVAPITokenAuthentication>(credential)) return token->APIToken();
+    if (auto withToken = std::dynamic_pointer_cast<ZVUsernamePasswordAPITokenAuthentication>(credential))
+        return withToken->APIToken();
+    if (auto password = std::dynamic_pointer_cast<ZVUsernamePasswordAuthentication>(credential)) return password->password();
+    return {};
+}
+
+namespace {
+std::pair<std::string, std::string> userAndPassword(const std::shared_ptr<ZVAuthentication>& credential) {
+    if (auto named = std::dynamic_pointer_cast<ZVUsernameAPITokenAuthentication>(credential))
+        return {named->username(), named->APIToken()};
+    if (auto password = std::dynamic_pointer_cast<ZVUsernamePasswordAuthentication>(credential))
+        return {password->username(), password->password()};
+    return {};
+}
+}  // namespace
+
+void ZVAddressBasedIntegration::endSession() {
+    std::lock_guard guard(_addressLock);
+    _sessionToken.reset();
+}
+
+ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) {
+    const ZVCredentialStyle style = credentialStyle();
+    const bool usesSession = style.kind == ZVCredentialStyle::Kind::session;
+    for (int attempt = 0;; ++attempt) {
+        std::optional<std::string> session;
+        if (usesSession) {
+            {
+                std::lock_guard guard(_addressLock);
+                session = _sessionToken;
+            }
+            if (!session) {
+                session = logIn();
+                std::lock_guard guard(_addressLock);
+                _sessionToken = session;
+            }
+        }
+        const auto [user, password] = userAndPassword(authentication());
+        const std::string token = credentialToken();
+        const std::string home = origin(baseURL());
+
+        // Each request has a download centre of its own, owned by this
+        // account, so that what the owner adds is this account's.
+        ZVDownloadCenter center(this);
+        std::string url = withQuery(origin(request.path).empty() ? URLForPath(request.path) : request.path, request.query);
+        std::string method = request.method;
+        bool sendsBody = true;
+        std::optional<ZVHTTPResponse> response;
+        for (int hop = 0; hop <= maximumRedirects; ++hop) {
+            const bool ownHost = origin(url) == home;
+            response = center.download(url, [&](ZVURLRequest& http) {
+                http.method = method;
+                http.followsRedirects = false;
+                for (const auto& [name, value] : request.headers) http.setHeader(name, value);
+                if (sendsBody) {
+                    if (request.json) {
+                        http.setJSONBody(*request.json);
+                        http.addJSONAcceptToHeader();
+                    } else if (request.xml) {
+                        http.body = *request.xml;
+                        http.addXMLContentToHeader();
+                    } else if (request.form) {
+                        http.setWWWFormBody(*request.form);
+                    }
+                }
+                if (!ownHost) return;
+                addAccountHeaders(http);
+                if (usesSession)
+                    applyStyle(http, style.sessionStyle, style.sessionName, user, *session);
+                else
+                    applyStyle(http, style.kind, style.name,
+                               style.kind == ZVCredentialStyle::Kind::basicUsernamePassword ? user : std::string(),
+                               style.kind == ZVCredentialStyle::Kind::basicUsernamePassword ? password : token);
+            });
+            if (!response) throw ZVIntegrationNoConnectionError();
+            const int status = response->statusCode;
+            const auto location = response->header("Location");
+            if (status < 300 || status > 399 || status == 304 || !location) break;
+            url = resolvedLocation(url, *location);
+            // As browsers do: 303, and 301 and 302 after anything but GET, go on as GET.
+            if (status == 303 || ((status == 301 || status == 302) && method != "GET" && method != "HEAD")) {
+                method = "GET";
+                sendsBody = false;
+            }
+            if (hop == maximumRedirects) throw ZVIntegrationNoConnectionError();
+        }
+
+        const int status = response->statusCode;
+        if (status >= 200 && status <= 299)
+            return {status, response->url, std::move(response->headers), std::move(response->body)};
+        ZVLog([&] { return name() + ": " + request.method + " " + url + " answered " + std::to_string(status); });
+        if (status == 401 || status == 403) {
+            if (usesSession && attempt == 0) {
+                endSession();
+                continue;
+            }
+            throw ZVIntegrationErrorWithFailureReason(ZVLocalizedFormat(
+                "%@ refused the credentials of the account “%@”. Check them in the account's settings.",
+                {integrationName(), name()}));
+        }
+        if (status == 410) {
+            std::string endpoint = url.substr(0, url.find_first_of("?#"));
+            const auto scheme = endpoint.find("://");
+            const auto path = scheme == std::string::npos ? 0 : endpoint.find('/', scheme + 3);
+            endpoint = path == std::string::npos ? std::string("/") : endpoint.substr(path);
+            throw ZVIntegrationErrorWithFailureReason(
+                ZVLocalizedFormat("The server has removed the endpoint %@ (410 Gone).", {endpoint}));
+        }
+        if (request.purpose == ZVServiceRequest::Purpose::posting) throw ZVIntegrationGenericTimePostingError();
+        throw ZVIntegrationErrorWithFailureReason(malformedReplyReason());
+    }
+}
+
+nlohmann::json ZVAddressBasedIntegration::sendForJSON(const ZVServiceRequest& request,
+                                                      const std::optional<std::string>& wrongShape) {
+    ZVServiceReply reply = send(request);
+    auto json = reply.json();
+    if (!json) {
+        if (wrongShape) throw ZVIntegrationErrorWithFailureReason(*wrongShape);
+        if (request.purpose == ZVServiceRequest::Purpose::posting) throw ZVIntegrationGenericTimePostingError();
+        throw ZVIntegrationErrorWithFailureReason(malformedReplyReason());
+    }
+    return std::move(*json);
+}
+
+ZVXMLDocument ZVAddressBasedIntegration::sendForXML(const ZVServiceRequest& request) {
+    ZVServiceReply reply = send(request);
+    auto document = reply.xml();
+    if (!document) {
+        if (request.purpose == ZVServiceRequest::Purpose::posting) throw ZVIntegrationGenericTimePostingError();
+        throw ZVIntegrationErrorWithFailureReason(malformedReplyReason());
+    }
+    return std::move(*document);
 }

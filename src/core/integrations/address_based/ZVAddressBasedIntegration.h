@@ -12,6 +12,7 @@
 #include "ZVXML.h"
 #include "core/integrations/ZVIntegration.h"
 #include "core/integrations/address_based/ZVSSLSupport.h"
+#include "core/integrations/address_based/common/ZVServiceRequest.h"
 
 inline constexpr const char* ZVIntegrationAddressKey = "KDIntegrationAddress";
 inline constexpr const char* ZVIntegrationUseSSLKey = "KDIntegrationUseSSL";
@@ -105,6 +106,39 @@ public:
     /// removed it, and what came back is no empty list.
     void requireEndpointNotGone(const std::string& url);
 
+    // The kit: one way to send a request for this account.
+
+    /// How the service takes the credentials. By default from the
+    /// authentication type: basic user name and password (with a token as
+    /// the password where there is no password), a bearer token otherwise.
+    virtual ZVCredentialStyle credentialStyle() const;
+    /// For the session style: logs in with the stored credentials and gives
+    /// the session token. Throws ZVIntegrationError.
+    virtual std::string logIn();
+    /// Headers that every request of this account carries besides the
+    /// credentials (an account-id header); nothing by default.
+    virtual void addAccountHeaders(ZVURLRequest& request) const;
+    /// The failure reason of a reply of the wrong shape.
+    virtual std::string malformedReplyReason() const;
+
+    /// Sends the request for this account and gives the reply when its
+    /// status is 200 to 299. Otherwise it throws, the same way for every
+    /// service: no answer is ZVIntegrationNoConnectionError; 401 and 403
+    /// say that the account's credentials were refused; 410 names the
+    /// removed endpoint; any other status is the posting error when posting
+    /// and the service's failure reason when loading. Credentials go only to
+    /// the account's own host: a redirect elsewhere is followed without them.
+    ZVServiceReply send(const ZVServiceRequest& request);
+    /// send(), whose body must be JSON; else the given reason, or malformedReplyReason().
+    nlohmann::json sendForJSON(const ZVServiceRequest& request, const std::optional<std::string>& wrongShape = {});
+    /// send(), whose body must be XML; else malformedReplyReason().
+    ZVXMLDocument sendForXML(const ZVServiceRequest& request);
+    /// The secret that token styles send: the API token where the
+    /// credential has one, else the password.
+    std::string credentialToken() const;
+    /// Forgets the session token (the session style logs in again).
+    void endSession();
+
 protected:
     void initialize() override;
     void initializeWithDictionary(const ZVDictionary& dictionary) override;
@@ -113,4 +147,5 @@ private:
     mutable std::mutex _addressLock;
     std::string _address;
     bool _isSSLEnabled = true;
+    std::optional<std::string> _sessionToken;
 };

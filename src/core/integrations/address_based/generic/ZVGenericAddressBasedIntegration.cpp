@@ -41,31 +41,20 @@ const std::vector<ZVIntegrationSetting>& ZVGenericAddressBasedIntegration::setti
     return declared;
 }
 
-std::string ZVGenericAddressBasedIntegration::URLForAction(const std::string& action) const {
-    const char* field = usesAlternateActionFieldName() ? alternateActionFieldName : actionFieldName;
-    return URLScheme() + "://" + address() + "/?" + field + "=" + action;
+std::string ZVGenericAddressBasedIntegration::actionPath(const std::string& action) const {
+    return std::string("/?") + (usesAlternateActionFieldName() ? alternateActionFieldName : actionFieldName) + "=" + action;
 }
 
-void ZVGenericAddressBasedIntegration::addCredentials(ZVURLRequest& request) const {
-    const auto& credentials = usernamePasswordAuthentication();
-    request.setUsername(credentials.username(), credentials.password());
+std::string ZVGenericAddressBasedIntegration::malformedReplyReason() const {
+    return ZVLocalizedString("Returned object isn't a dictionary.");
 }
 
 ZVIntegration::ProjectList ZVGenericAddressBasedIntegration::loadRemoteProjects() {
-    auto withCredentials = [this](ZVURLRequest& request) { addCredentials(request); };
-    ZVDownloadCenter& center = downloadCenter();
-
-    const auto reply = center.downloadJSON(URLForAction(listProjectsAction), withCredentials);
-    if (!reply) throw ZVIntegrationNoConnectionError();
-    if (!reply->is_object()) {
-        ZVLog([&] { return "Returned object isn't a dictionary (" + reply->dump() + ")"; });
-        throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Returned object isn't a dictionary."));
-    }
-    const auto projects = ZVJSON::arrayOfDictionaries(*reply, "projects");
-    if (!projects) {
-        ZVLog([&] { return "No projects in " + reply->dump(); });
-        throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Returned dictionary doesn't contain any projects."));
-    }
+    const std::string noProjects = ZVLocalizedString("Returned dictionary doesn't contain any projects.");
+    const auto reply = sendForJSON(ZVServiceRequest::get(actionPath(listProjectsAction)));
+    const auto projects = reply.is_object() ? ZVJSON::arrayOfDictionaries(reply, "projects") : std::nullopt;
+    if (!reply.is_object()) throw ZVIntegrationErrorWithFailureReason(malformedReplyReason());
+    if (!projects) throw ZVIntegrationErrorWithFailureReason(noProjects);
 
     const auto self = shared_from_this();
     ProjectList result;
@@ -83,21 +72,14 @@ ZVIntegration::ProjectList ZVGenericAddressBasedIntegration::loadRemoteProjects(
             continue;
         }
 
-        const std::string tasksURL = URLForAction(listTasksForProjectAction + *projectID);
-        ZVLog([&] { return "Will be loading tasks from " + tasksURL; });
-        const auto tasksReply = center.downloadJSON(tasksURL, withCredentials);
-        if (!tasksReply) throw ZVIntegrationNoConnectionError();
-        if (!tasksReply->is_object()) {
-            ZVLog([&] { return "[Task] Returned object isn't a dictionary (" + tasksReply->dump() + ")"; });
-            throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Returned tasks object isn't a dictionary."));
-        }
-        const auto tasks = ZVJSON::arrayOfDictionaries(*tasksReply, "tasks");
-        if (!tasks) {
-            ZVLog([&] { return "No tasks in " + tasksReply->dump(); });
-            // The same words as for a reply without projects, on purpose.
-            throw ZVIntegrationErrorWithFailureReason(
-                ZVLocalizedString("Returned dictionary doesn't contain any projects."));
-        }
+        const std::string notTasks = ZVLocalizedString("Returned tasks object isn't a dictionary.");
+        const std::string tasksPath = actionPath(listTasksForProjectAction + *projectID);
+        ZVLog([&] { return "Will be loading tasks from " + URLForPath(tasksPath); });
+        const auto tasksReply = sendForJSON(ZVServiceRequest::get(tasksPath), notTasks);
+        if (!tasksReply.is_object()) throw ZVIntegrationErrorWithFailureReason(notTasks);
+        const auto tasks = ZVJSON::arrayOfDictionaries(tasksReply, "tasks");
+        // The same words as for a reply without projects, on purpose.
+        if (!tasks) throw ZVIntegrationErrorWithFailureReason(noProjects);
         for (const auto& taskObject : *tasks) {
             const auto taskName = ZVJSON::string(taskObject, "name");
             const auto taskID = identifierText(taskObject);
@@ -122,17 +104,8 @@ void ZVGenericAddressBasedIntegration::postTime(ZVIntegrationProject& project) {
     if (!synchronizesProjectsOnly() && project.subprojectID()) body["task_id"] = *project.subprojectID();
     body["description"] = ZVPostingText::title(project);
     body["hours"] = ZVPostingText::decimalText(static_cast<double>(project.time()) / 3600.0);
-
-    ZVDownloadCenter& center = downloadCenter();
-    const auto reply = center.downloadJSON(URLForAction(postTimeAction), [&](ZVURLRequest& request) {
-        addCredentials(request);
-        request.method = "POST";
-        request.setJSONBody(body);
-        request.addJSONAcceptToHeader();
-        request.addJSONContentToHeader();
-    });
-    if (!reply)
-        throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Did not receive a valid JSON response."));
-    ZVLog([&] { return "Response " + reply->dump(); });
-    if (!isSuccessfulStatusCode(center.lastHTTPStatusCode())) throw ZVIntegrationGenericTimePostingError();
+    // The protocol answers a post with JSON.
+    const auto reply = sendForJSON(ZVServiceRequest::postJSON(actionPath(postTimeAction), std::move(body)),
+                                   ZVLocalizedString("Did not receive a valid JSON response."));
+    ZVLog([&] { return "Response " + reply.dump(); });
 }

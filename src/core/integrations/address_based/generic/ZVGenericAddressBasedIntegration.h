@@ -28,7 +28,9 @@ public:
     ProjectList loadRemoteProjects() override;
     void postTime(ZVIntegrationProject& project) override;
 
+    std::string malformedReplyReason() const override;
+
 private:
-    std::string URLForAction(const std::string& action) const;
-    void addCredentials(ZVURLRequest& request) const;
+    /// "/?action=<action>", or "/?command=" with the alternate field name.
+    std::string actionPath(const std::string& action) const;
 };

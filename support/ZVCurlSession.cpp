@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 #include <strings.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <sstream>
 
@@ -18,16 +19,31 @@ void ensureGlobalInit() {
 struct TransferState {
     std::string body;
     std::vector<std::pair<std::string, std::string>> headers;
+    std::size_t maximumBodyBytes = 0;
+    std::size_t headerBytes = 0;
+    /// Why the transfer was cut off for its size; empty while it wasn't.
+    std::string tooLarge;
 };
 
+// Taking fewer bytes than were handed over makes libcurl end the transfer.
 size_t writeBody(char* data, size_t size, size_t count, void* user) {
     auto* state = static_cast<TransferState*>(user);
-    state->body.append(data, size * count);
-    return size * count;
+    const size_t length = size * count;
+    if (length > state->maximumBodyBytes - std::min(state->body.size(), state->maximumBodyBytes)) {
+        state->tooLarge = "the body exceeds " + std::to_string(state->maximumBodyBytes) + " bytes";
+        return 0;
+    }
+    state->body.append(data, length);
+    return length;
 }
 
 size_t writeHeader(char* data, size_t size, size_t count, void* user) {
     auto* state = static_cast<TransferState*>(user);
+    state->headerBytes += size * count;
+    if (state->headerBytes > ZVCurlSession::maximumHeaderBytes) {
+        state->tooLarge = "the headers exceed " + std::to_string(ZVCurlSession::maximumHeaderBytes) + " bytes";
+        return 0;
+    }
     std::string line(data, size * count);
     while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
     if (line.rfind("HTTP/", 0) == 0) {
@@ -182,6 +198,7 @@ ZVHTTPResult ZVCurlSession::send(const ZVURLRequest& request) {
         return result;
     }
     TransferState state;
+    state.maximumBodyBytes = request.maximumResponseBytes;
     struct curl_slist* headerList = nullptr;
     for (const auto& [name, value] : request.headers()) {
         // "Name:" with nothing after it keeps libcurl from sending its own default.
@@ -205,6 +222,9 @@ ZVHTTPResult ZVCurlSession::send(const ZVURLRequest& request) {
     curl_easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, "");
     curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(connect * 1000));
     curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, static_cast<long>(total * 1000));
+    // Refuses a declared Content-Length above the cap before any body comes;
+    // writeBody cuts off a body that grows past it without declaring it.
+    curl_easy_setopt(curl, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(request.maximumResponseBytes));
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headerList);
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, writeBody);
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, &state);
@@ -236,6 +256,11 @@ ZVHTTPResult ZVCurlSession::send(const ZVURLRequest& request) {
         response.headers = std::move(state.headers);
         response.body = std::move(state.body);
         result.response = std::move(response);
+    } else if (code == CURLE_FILESIZE_EXCEEDED || !state.tooLarge.empty()) {
+        const std::string reason = state.tooLarge.empty() ? "the declared Content-Length exceeds " +
+                                                                std::to_string(request.maximumResponseBytes) + " bytes"
+                                                          : state.tooLarge;
+        result.error = ZVDownloadCenterError{ZVDownloadCenterError::Kind::replyTooLarge, request.url, reason};
     } else {
         result.error = ZVDownloadCenterError{errorKind(code), request.url, curl_easy_strerror(code)};
     }

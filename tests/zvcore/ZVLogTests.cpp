@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 
 #include "ZVLocalization.h"
@@ -70,6 +71,57 @@ TEST_F(CapturedLog, secretsNeverReachTheLog) {
     EXPECT_NE(lines[2].find("user=anna"), std::string::npos) << lines[2];
     EXPECT_NE(lines[3].find("page=2"), std::string::npos) << lines[3];
     EXPECT_NE(lines[4].find("visible"), std::string::npos) << lines[4];
+}
+
+TEST_F(CapturedLog, aLongMessageIsCutAndWhatIsLeftOutCounted) {
+    ZVLogSetEnabled(true);
+    // A reply of five megabytes quoted in a line.
+    const std::string reply = "[" + std::string(5'000'000, '1') + "]";
+    ZVLog([&] { return "Invalid issues dict " + reply; });
+    ASSERT_EQ(lines.size(), 1u);
+    const std::string& line = lines[0];
+    const std::size_t leftOut = std::string("Invalid issues dict ").size() + reply.size() - ZVLogMaximumMessageLength;
+    EXPECT_TRUE(line.ends_with("1... [" + std::to_string(leftOut) + " more bytes]")) << line.substr(line.size() - 60);
+    EXPECT_LT(line.size(), ZVLogMaximumMessageLength + 200);
+    EXPECT_NE(line.find(": Invalid issues dict [111"), std::string::npos);
+}
+
+TEST_F(CapturedLog, aMessageWithinTheLimitIsWholeAndQuicklyScrubbed) {
+    ZVLogSetEnabled(true);
+    // One long word: the scrubber's patterns once took seconds over it.
+    const std::string message(ZVLogMaximumMessageLength, 'a');
+    const auto start = std::chrono::steady_clock::now();
+    ZVLog([&] { return message; });
+    EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 1.0);
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_TRUE(lines[0].ends_with(": " + message));
+}
+
+TEST_F(CapturedLog, theCutNeverSplitsACharacter) {
+    ZVLogSetEnabled(true);
+    // "ü" is two bytes; the limit falls between them.
+    const std::string message = std::string(ZVLogMaximumMessageLength - 1, 'a') + "\xc3\xbc" + "rest";
+    ZVLog([&] { return message; });
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_NE(lines[0].find(std::string(ZVLogMaximumMessageLength - 1, 'a') + "... [6 more bytes]"), std::string::npos)
+        << lines[0].substr(lines[0].size() - 40);
+}
+
+TEST_F(CapturedLog, aSecretThatTheCutLeavesOpenIsStillHidden) {
+    ZVLogSetEnabled(true);
+    const std::vector<std::string> openings = {R"({"name": "x", "password": "hun)", "GET https://anna:hun",
+                                               R"({"access_token":"hun\)"};
+    for (const auto& opening : openings) {
+        const std::string padding(ZVLogMaximumMessageLength - opening.size(), ' ');
+        ZVLog([&] { return padding + opening + R"(ter2@host/path", "more": "text"})"; });
+    }
+    ASSERT_EQ(lines.size(), openings.size());
+    for (const auto& line : lines) {
+        EXPECT_EQ(line.find("hun"), std::string::npos) << line.substr(line.size() - 80);
+        EXPECT_NE(line.find("<hidden>"), std::string::npos) << line.substr(line.size() - 80);
+    }
+    // Whole lines keep their ports.
+    EXPECT_EQ(ZVLogScrubber::scrub("GET http://127.0.0.1:4711"), "GET http://127.0.0.1:4711");
 }
 
 TEST(ZVLogScrubberTests, ordinaryTextIsLeftAlone) {

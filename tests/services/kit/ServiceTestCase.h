@@ -124,6 +124,8 @@ std::string treeDescription(const ZVIntegration::ProjectList& projects);
 
 /// Whether `call` throws the shared no-connection error.
 ::testing::AssertionResult throwsNoConnection(const std::function<void()>& call);
+/// Whether `call` throws the shared error of refused credentials.
+::testing::AssertionResult throwsAuthenticationError(const std::function<void()>& call);
 /// Whether `call` throws an error of code -346 with exactly this failure reason.
 ::testing::AssertionResult throwsFailureReason(const std::function<void()>& call, const std::string& reason);
 /// Whether `call` throws the generic posting error (code -345, no text of its own).

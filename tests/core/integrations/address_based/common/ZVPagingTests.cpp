@@ -2,10 +2,40 @@
 
 #include <vector>
 
+#include "ZVLog.h"
 #include "core/integrations/ZVIntegrationError.h"
 #include "core/integrations/address_based/common/ZVPaging.h"
 
 namespace {
+
+/// Debug logging on while it lives, its lines kept.
+class CapturedLog {
+public:
+    CapturedLog() : _wasOn(ZVLogIsEnabled()) {
+        ZVLogSetSink([this](const std::string& line) { lines.push_back(line); });
+        ZVLogSetEnabled(true);
+    }
+    ~CapturedLog() {
+        ZVLogSetSink(nullptr);
+        ZVLogSetEnabled(_wasOn);
+    }
+    bool contains(const std::string& text) const {
+        for (const auto& line : lines)
+            if (line.find(text) != std::string::npos) return true;
+        return false;
+    }
+    std::vector<std::string> lines;
+
+private:
+    bool _wasOn;
+};
+
+/// A page of `count` items numbered from `first`.
+std::vector<nlohmann::json> items(int first, int count) {
+    std::vector<nlohmann::json> page;
+    for (int number = first; number < first + count; ++number) page.push_back({{"key", "WEB-" + std::to_string(number)}});
+    return page;
+}
 
 using ZVPaging::OffsetPage;
 using ZVPaging::TokenPage;
@@ -68,6 +98,7 @@ TEST(TokenPaging, ARepeatedTokenEndsWithAnError) {
 }
 
 TEST(TokenPaging, StopsWithAnErrorAfterTheMostPages) {
+    CapturedLog log;
     int asked = 0;
     const auto endless = [&](const std::optional<std::string>&) {
         ++asked;
@@ -76,6 +107,48 @@ TEST(TokenPaging, StopsWithAnErrorAfterTheMostPages) {
     EXPECT_EQ(failureReason([&] { ZVPaging::walkTokenPages(endless, 25); }),
               "The server kept sending more pages, so the list could not be loaded completely.");
     EXPECT_EQ(asked, 25);
+    EXPECT_TRUE(log.contains("Gave up paging after 25 pages"));
+}
+
+TEST(TokenPaging, APageThatComesBackUnderANewTokenEndsWithAnError) {
+    // The server names a new token each time but ignores the one it is given.
+    CapturedLog log;
+    int asked = 0;
+    const auto ignoringTheToken = [&](const std::optional<std::string>&) {
+        ++asked;
+        const auto page = items(0, 100);
+        return TokenPage{page.size(), false, "t" + std::to_string(asked), ZVPaging::fingerprint(page)};
+    };
+    EXPECT_EQ(failureReason([&] { ZVPaging::walkTokenPages(ignoringTheToken); }),
+              "The server sent the same page twice, so the list could not be loaded completely.");
+    EXPECT_EQ(asked, 2);
+    EXPECT_TRUE(log.contains("Page 2 repeats page 1; paging ends"));
+}
+
+TEST(TokenPaging, ARepeatedTokenIsLogged) {
+    CapturedLog log;
+    ScriptedTokenPages script{{{10, false, "a"}, {10, false, "a"}}, {}};
+    EXPECT_THROW(ZVPaging::walkTokenPages(std::ref(script)), ZVIntegrationError);
+    EXPECT_TRUE(log.contains("The next page token repeats: a"));
+}
+
+TEST(Paging, TheDefaultCapIsTwoThousandPages) {
+    EXPECT_EQ(ZVPaging::defaultMaximumPages, 2000u);
+    int asked = 0;
+    EXPECT_THROW(ZVPaging::walkOffsetPages([&](std::size_t startAt) {
+        ++asked;
+        return OffsetPage{1, false, ZVPaging::fingerprint(items(static_cast<int>(startAt), 1))};
+    }),
+                 ZVIntegrationError);
+    EXPECT_EQ(asked, 2000);
+}
+
+TEST(Paging, FingerprintsTellPagesApartByTheirItemsAndOrder) {
+    EXPECT_EQ(ZVPaging::fingerprint(items(0, 999)), ZVPaging::fingerprint(items(0, 999)));
+    EXPECT_NE(ZVPaging::fingerprint(items(0, 999)), ZVPaging::fingerprint(items(999, 999)));
+    EXPECT_NE(ZVPaging::fingerprint(items(0, 2)), ZVPaging::fingerprint({items(0, 2)[1], items(0, 2)[0]}));
+    // Where one item ends and the next begins counts.
+    EXPECT_NE(ZVPaging::fingerprint({"ab", "c"}), ZVPaging::fingerprint({"a", "bc"}));
 }
 
 TEST(OffsetPaging, StartsEachPageAfterTheItemsReceived) {
@@ -108,6 +181,33 @@ TEST(OffsetPaging, AnEmptyPageEndsAPagingThatNeverSaysLast) {
               }),
               "The server kept sending more pages, so the list could not be loaded completely.");
     EXPECT_EQ(asked, 12);
+}
+
+TEST(OffsetPaging, TheSameFullPageAgainEndsWithAnError) {
+    // A server that ignores startAt sends its first full page for ever.
+    CapturedLog log;
+    std::vector<std::size_t> starts;
+    EXPECT_EQ(failureReason([&] {
+                  ZVPaging::walkOffsetPages([&](std::size_t startAt) {
+                      starts.push_back(startAt);
+                      const auto page = items(0, 999);
+                      return OffsetPage{page.size(), false, ZVPaging::fingerprint(page)};
+                  });
+              }),
+              "The server sent the same page twice, so the list could not be loaded completely.");
+    EXPECT_EQ(starts, (std::vector<std::size_t>{0, 999}));
+    EXPECT_TRUE(log.contains("Page 2 repeats page 1; paging ends"));
+}
+
+TEST(OffsetPaging, AnyEarlierPageCountsAsRepeated) {
+    const std::vector<int> firstItems = {0, 10, 20, 10};
+    std::size_t asked = 0;
+    EXPECT_THROW(ZVPaging::walkOffsetPages([&](std::size_t) {
+        const auto page = items(firstItems.at(asked++), 10);
+        return OffsetPage{page.size(), false, ZVPaging::fingerprint(page)};
+    }),
+                 ZVIntegrationError);
+    EXPECT_EQ(asked, 4u);
 }
 
 }  // namespace

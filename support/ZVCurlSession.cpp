@@ -33,6 +33,10 @@ size_t writeBody(char* data, size_t size, size_t count, void* user) {
         state->tooLarge = "the body exceeds " + std::to_string(state->maximumBodyBytes) + " bytes";
         return 0;
     }
+    // Grown by doubling, but never past the cap, so that the cap bounds the memory too.
+    if (state->body.size() + length > state->body.capacity())
+        state->body.reserve(std::min(std::max(state->body.capacity() * 2, state->body.size() + length),
+                                     state->maximumBodyBytes));
     state->body.append(data, length);
     return length;
 }

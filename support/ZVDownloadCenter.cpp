@@ -86,13 +86,6 @@ std::optional<ZVHTTPResponse> ZVDownloadCenter::download(const std::optional<std
     const std::string ownerName = _owner ? _owner->name() : std::string("-");
     ZVLog([&] { return ownerName + ": " + request.method + " " + request.url; });
     ZVHTTPResult result = _session->send(request);
-    if (result.response && result.response->body.size() > request.maximumResponseBytes) {
-        // A transport that does not cut off by itself still gives no reply.
-        result.error = ZVDownloadCenterError{ZVDownloadCenterError::Kind::replyTooLarge, request.url,
-                                             "the body exceeds " + std::to_string(request.maximumResponseBytes) +
-                                                 " bytes"};
-        result.response.reset();
-    }
     if (!result.response) {
         _lastError = result.error.value_or(
             ZVDownloadCenterError{ZVDownloadCenterError::Kind::transferFailed, request.url, "no response"});

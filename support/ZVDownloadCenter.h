@@ -45,9 +45,9 @@ public:
 /// session, which is shared by all threads.
 ///
 /// What a hostile or broken server sends is bounded here, for every caller:
-/// a reply larger than the request's maximumResponseBytes (64 MiB unless the
-/// owner or the request says otherwise) is cut off and is no reply, and JSON
-/// nested deeper than maximumJSONDepth is no JSON.
+/// each request carries the owner's cap on the reply (64 MiB unless the owner
+/// or the request says otherwise), at which the transport cuts the reply off
+/// as no reply, and JSON nested deeper than maximumJSONDepth is no JSON.
 class ZVDownloadCenter {
 public:
     using RequestModifier = std::function<void(ZVURLRequest&)>;

@@ -15,7 +15,7 @@
 #include "core/integrations/address_based/ZVAddressBasedIntegration.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
 #include "services/kit/FakeQueryRoutes.h"
-#include "services/kit/LogCapture.h"
+#include "testkit/LogCapture.h"
 #include "services/kit/RecordingSession.h"
 #include "services/kit/ServiceFixtures.h"
 #include "testkit/FakeServer.h"

@@ -33,10 +33,14 @@ size_t writeBody(char* data, size_t size, size_t count, void* user) {
         state->tooLarge = "the body exceeds " + std::to_string(state->maximumBodyBytes) + " bytes";
         return 0;
     }
-    // Grown by doubling, but never past the cap, so that the cap bounds the memory too.
-    if (state->body.size() + length > state->body.capacity())
-        state->body.reserve(std::min(std::max(state->body.capacity() * 2, state->body.size() + length),
-                                     state->maximumBodyBytes));
+    // Grown in powers of two and never past the cap, so that the cap bounds
+    // the memory too: std::string takes at least twice its capacity at each
+    // growth, and from a power of two it meets a cap of 64 MiB exactly.
+    if (state->body.size() + length > state->body.capacity()) {
+        std::size_t capacity = std::size_t{64} << 10;
+        while (capacity < state->body.size() + length) capacity *= 2;
+        state->body.reserve(std::min(capacity, state->maximumBodyBytes));
+    }
     state->body.append(data, length);
     return length;
 }

@@ -177,7 +177,7 @@ bool ZVJIRAIntegration::_hasValidCookie() {
     {
         // The cookie of an anonymous request holds no session.
         std::lock_guard lock(_sessionLock);
-        if (_loggedInAs.empty() || _loggedInAs != sessionOwner()) return false;
+        if (_loggedInAs != sessionOwner()) return false;
     }
     const std::string cookieURL = JIRABaseURL() + favouriteFiltersPath;
     for (const auto& cookie : downloadCenter().cookies(cookieURL)) {

@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 #include <strings.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <sstream>
 
@@ -18,16 +19,39 @@ void ensureGlobalInit() {
 struct TransferState {
     std::string body;
     std::vector<std::pair<std::string, std::string>> headers;
+    std::size_t maximumBodyBytes = 0;
+    std::size_t headerBytes = 0;
+    /// Why the transfer was cut off for its size; empty while it wasn't.
+    std::string tooLarge;
 };
 
+// Taking fewer bytes than were handed over makes libcurl end the transfer.
 size_t writeBody(char* data, size_t size, size_t count, void* user) {
     auto* state = static_cast<TransferState*>(user);
-    state->body.append(data, size * count);
-    return size * count;
+    const size_t length = size * count;
+    if (length > state->maximumBodyBytes - std::min(state->body.size(), state->maximumBodyBytes)) {
+        state->tooLarge = "the body exceeds " + std::to_string(state->maximumBodyBytes) + " bytes";
+        return 0;
+    }
+    // Grown in powers of two and never past the cap, so that the cap bounds
+    // the memory too: std::string takes at least twice its capacity at each
+    // growth, and from a power of two it meets a cap of 64 MiB exactly.
+    if (state->body.size() + length > state->body.capacity()) {
+        std::size_t capacity = std::size_t{64} << 10;
+        while (capacity < state->body.size() + length) capacity *= 2;
+        state->body.reserve(std::min(capacity, state->maximumBodyBytes));
+    }
+    state->body.append(data, length);
+    return length;
 }
 
 size_t writeHeader(char* data, size_t size, size_t count, void* user) {
     auto* state = static_cast<TransferState*>(user);
+    state->headerBytes += size * count;
+    if (state->headerBytes > ZVCurlSession::maximumHeaderBytes) {
+        state->tooLarge = "the headers exceed " + std::to_string(ZVCurlSession::maximumHeaderBytes) + " bytes";
+        return 0;
+    }
     std::string line(data, size * count);
     while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
     if (line.rfind("HTTP/", 0) == 0) {
@@ -182,6 +206,7 @@ ZVHTTPResult ZVCurlSession::send(const ZVURLRequest& request) {
         return result;
     }
     TransferState state;
+    state.maximumBodyBytes = request.maximumResponseBytes;
     struct curl_slist* headerList = nullptr;
     for (const auto& [name, value] : request.headers()) {
         // "Name:" with nothing after it keeps libcurl from sending its own default.
@@ -205,6 +230,9 @@ ZVHTTPResult ZVCurlSession::send(const ZVURLRequest& request) {
     curl_easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, "");
     curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(connect * 1000));
     curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, static_cast<long>(total * 1000));
+    // Refuses a declared Content-Length above the cap before any body comes;
+    // writeBody cuts off a body that grows past it without declaring it.
+    curl_easy_setopt(curl, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(request.maximumResponseBytes));
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headerList);
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, writeBody);
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, &state);
@@ -236,6 +264,11 @@ ZVHTTPResult ZVCurlSession::send(const ZVURLRequest& request) {
         response.headers = std::move(state.headers);
         response.body = std::move(state.body);
         result.response = std::move(response);
+    } else if (code == CURLE_FILESIZE_EXCEEDED || !state.tooLarge.empty()) {
+        const std::string reason = state.tooLarge.empty() ? "the declared Content-Length exceeds " +
+                                                                std::to_string(request.maximumResponseBytes) + " bytes"
+                                                          : state.tooLarge;
+        result.error = ZVDownloadCenterError{ZVDownloadCenterError::Kind::replyTooLarge, request.url, reason};
     } else {
         result.error = ZVDownloadCenterError{errorKind(code), request.url, curl_easy_strerror(code)};
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -10,9 +11,15 @@
 /// The libcurl transport. TLS peers are always verified. Each
 /// transfer has its own handle; cookies, name lookups, TLS sessions and
 /// open connections are shared by all.
-/// Redirects are followed (up to 10).
+/// Redirects are followed (up to 10). A reply is taken in up to the
+/// request's maximumResponseBytes of body and maximumHeaderBytes of headers.
 class ZVCurlSession : public ZVHTTPSession {
 public:
+    /// The most bytes of headers one transfer takes in, redirects included:
+    /// 256 KiB, under libcurl's own cap of 300 KB, so that too many headers
+    /// are told apart from a broken transfer.
+    static constexpr std::size_t maximumHeaderBytes = std::size_t{256} << 10;
+
     ZVCurlSession();
     ~ZVCurlSession() override;
     ZVCurlSession(const ZVCurlSession&) = delete;

@@ -35,6 +35,32 @@ std::optional<std::string> decode(const std::string& body, const std::string& en
     return result;
 }
 
+// Whether the brackets of JSON text nest at most `depth` deep, those in
+// strings not counted. One pass, before the parser builds anything.
+bool nestsAtMost(const std::string& text, std::size_t depth) {
+    std::size_t open = 0;
+    bool inString = false;
+    bool escaped = false;
+    for (const char c : text) {
+        if (inString) {
+            if (escaped) {
+                escaped = false;
+            } else if (c == '\\') {
+                escaped = true;
+            } else if (c == '"') {
+                inString = false;
+            }
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++open > depth) return false;
+        } else if ((c == ']' || c == '}') && open > 0) {
+            --open;
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 ZVDownloadCenter::ZVDownloadCenter(ZVDownloadCenterOwner* owner, std::shared_ptr<ZVHTTPSession> session)
@@ -49,6 +75,7 @@ std::optional<ZVHTTPResponse> ZVDownloadCenter::download(const std::optional<std
     if (!url || url->empty()) return std::nullopt;
 
     ZVURLRequest request(*url);
+    if (_owner) request.maximumResponseBytes = _owner->maximumResponseBytes();
     request.setUserAgent(_owner ? _owner->infoPageUserAgent() : defaultUserAgent());
     if (_owner) {
         if (auto referer = _owner->refererURL()) request.setHeader("Referer", *referer);
@@ -79,6 +106,10 @@ std::optional<ZVHTTPResponse> ZVDownloadCenter::download(const std::optional<std
 
 std::optional<nlohmann::json> ZVDownloadCenter::jsonObject(const std::string& text) {
     if (text.empty()) return std::nullopt;
+    if (!nestsAtMost(text, maximumJSONDepth)) {
+        ZVLog([&] { return "JSON nested deeper than " + std::to_string(maximumJSONDepth) + " levels is refused"; });
+        return std::nullopt;
+    }
     nlohmann::json parsed = nlohmann::json::parse(text, nullptr, false);
     if (parsed.is_discarded()) return std::nullopt;
     return parsed;

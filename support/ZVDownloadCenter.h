@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -31,6 +32,10 @@ public:
     virtual std::string infoPageUserAgent() const;
     /// The text encoding of web pages (an ICU converter name); UTF-8 by default.
     virtual std::string defaultSourceEncoding() const { return "UTF-8"; }
+    /// The cap on the size of a reply's body for every request of this
+    /// owner; a service whose replies may be larger raises it. A single
+    /// request may still change it in setupURLRequest or its modifier.
+    virtual std::size_t maximumResponseBytes() const { return ZVURLRequest::defaultMaximumResponseBytes; }
 };
 
 /// Synchronous HTTP for one thread: each download runs on the calling thread
@@ -38,6 +43,11 @@ public:
 /// changes it; the last response is kept. Never throws: no usable answer is
 /// an absent result. Not to be shared between threads; cookies live in the
 /// session, which is shared by all threads.
+///
+/// What a hostile or broken server sends is bounded here, for every caller:
+/// each request carries the owner's cap on the reply (64 MiB unless the owner
+/// or the request says otherwise), at which the transport cuts the reply off
+/// as no reply, and JSON nested deeper than maximumJSONDepth is no JSON.
 class ZVDownloadCenter {
 public:
     using RequestModifier = std::function<void(ZVURLRequest&)>;
@@ -65,8 +75,13 @@ public:
     std::optional<ZVHTTPResponse> download(const std::optional<std::string>& url,
                                            const RequestModifier& modifier = {});
 
-    /// Parses JSON text fetched by other means; absent when it is no JSON.
+    /// Parses JSON text fetched by other means; absent when it is no JSON or
+    /// is nested deeper than maximumJSONDepth.
     static std::optional<nlohmann::json> jsonObject(const std::string& text);
+    /// Arrays and objects within each other. Real replies nest a dozen
+    /// levels; this keeps the recursive walks over a parsed value (copies,
+    /// comparisons, dump() in a log line) far from the end of a thread's stack.
+    static constexpr std::size_t maximumJSONDepth = 512;
 
     /// The status of the last response; 0 when the last download got none.
     int lastHTTPStatusCode() const { return _lastResponse ? _lastResponse->statusCode : 0; }

@@ -14,6 +14,7 @@ std::string ZVDownloadCenterError::description() const {
         case Kind::timedOut: kindName = "timed out"; break;
         case Kind::tlsFailure: kindName = "TLS failure"; break;
         case Kind::tooManyRedirects: kindName = "too many redirects"; break;
+        case Kind::replyTooLarge: kindName = "reply too large"; break;
         case Kind::transferFailed: break;
     }
     return std::string(kindName) + " (" + url + "): " + message;

@@ -11,7 +11,17 @@
 
 /// Why a transfer brought no answer. Only printed, never acted upon.
 struct ZVDownloadCenterError {
-    enum class Kind { invalidURL, couldNotConnect, timedOut, tlsFailure, tooManyRedirects, transferFailed };
+    enum class Kind {
+        invalidURL,
+        couldNotConnect,
+        timedOut,
+        tlsFailure,
+        tooManyRedirects,
+        transferFailed,
+        /// The body (or its Content-Length) went over the request's
+        /// maximumResponseBytes, or the headers over the transport's cap.
+        replyTooLarge
+    };
     Kind kind = Kind::transferFailed;
     std::string url;
     std::string message;
@@ -51,6 +61,7 @@ struct ZVHTTPResult {
 
 /// The transport under download centers: sends one request synchronously on
 /// the calling thread and keeps the cookies. Safe to use from any thread.
+/// It takes in no more reply than the request's maximumResponseBytes.
 /// Tests and fuzzers may put their own in place of the libcurl one.
 class ZVHTTPSession {
 public:

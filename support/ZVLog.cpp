@@ -76,9 +76,20 @@ void writeDefault(const std::string& line) {
     }
 }
 
+// The message cut to its first ZVLogMaximumMessageLength bytes, never in
+// the middle of a UTF-8 sequence, and scrubbed. Only the cut text goes
+// through the scrubber, whose patterns would take long over megabytes.
+std::string scrubbedAndShortened(const std::string& text) {
+    if (text.size() <= ZVLogMaximumMessageLength) return ZVLogScrubber::scrub(text);
+    std::size_t cut = ZVLogMaximumMessageLength;
+    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
+    return ZVLogScrubber::scrub(text.substr(0, cut), true) + "... [" + std::to_string(text.size() - cut) +
+           " more bytes]";
+}
+
 void emit(const std::string& text, const ZVSourceLocation& where) {
     std::string line = timestamp() + " " + relativePath(where.file_name()) + ":" + std::to_string(where.line()) +
-                       " " + where.function_name() + ": " + ZVLogScrubber::scrub(text);
+                       " " + where.function_name() + ": " + text;
     std::lock_guard lock(logMutex());
     if (customSink()) {
         customSink()(line);
@@ -91,7 +102,7 @@ void emit(const std::string& text, const ZVSourceLocation& where) {
 
 void ZVLog(const std::function<std::string()>& message, const ZVSourceLocation& where) {
     if (!ZVLogIsEnabled()) return;
-    emit(message(), where);
+    emit(scrubbedAndShortened(message()), where);
 }
 
 void ZVLogSetEnabled(bool enabled) { enabledFlag().store(enabled); }
@@ -111,12 +122,13 @@ void ZVLogStacktrace(const std::string& reason) {
     std::string text = "Stack trace: " + reason;
     for (int i = 1; symbols && i < count; ++i) text += std::string("\n    ") + symbols[i];
     std::free(symbols);
-    ZVLog([&] { return text; });
+    // At most 64 frames, and each of them matters: not shortened.
+    emit(ZVLogScrubber::scrub(text), ZVSourceLocation::current());
 }
 
 void ZVFatalError(const std::string& reason, const ZVSourceLocation& where) {
     ZVLogSetEnabled(true);
-    emit("Fatal error: " + reason, where);
+    emit(scrubbedAndShortened("Fatal error: " + reason), where);
     ZVLogStacktrace(reason);
     std::fprintf(stderr, "Fatal error: %s (%s:%u)\n", reason.c_str(), relativePath(where.file_name()).c_str(),
                  static_cast<unsigned>(where.line()));

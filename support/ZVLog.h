@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <version>
@@ -25,9 +26,15 @@ struct ZVSourceLocation {
 };
 #endif
 
+/// The most bytes of a message that a log line carries; the rest is left out
+/// and counted ("... [1234 more bytes]"), so that a reply quoted in a line
+/// keeps the log readable and small.
+inline constexpr std::size_t ZVLogMaximumMessageLength = 2000;
+
 /// Debug log. The message is built only when logging is on. Lines carry the
-/// time, the source position relative to the source root, and the text.
-/// Logging is off unless NORVO_DEBUG_LOG is set or ZVLogSetEnabled(true).
+/// time, the source position relative to the source root, and the text, cut
+/// to ZVLogMaximumMessageLength. Logging is off unless NORVO_DEBUG_LOG is set
+/// or ZVLogSetEnabled(true).
 void ZVLog(const std::function<std::string()>& message,
            const ZVSourceLocation& where = ZVSourceLocation::current());
 void ZVLogSetEnabled(bool enabled);

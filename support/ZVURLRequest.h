@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <utility>
@@ -28,6 +29,14 @@ public:
     /// When false a redirect comes back as the answer, for the caller to
     /// decide what goes to the new address.
     bool followsRedirects = true;
+    /// 64 MiB: far above the largest page a service sends (a JIRA search page
+    /// of 999 issues with all their fields is a few megabytes).
+    static constexpr std::size_t defaultMaximumResponseBytes = std::size_t{64} << 20;
+    /// The most bytes of reply body the transport takes in for this request:
+    /// a longer or endless body, or a Content-Length above it, ends the
+    /// transfer as no reply. The download center puts its owner's cap here
+    /// before the owner's setup and the modifier, which may change it.
+    std::size_t maximumResponseBytes = defaultMaximumResponseBytes;
 
     /// The header's value, absent when not set.
     std::optional<std::string> header(const std::string& name) const;

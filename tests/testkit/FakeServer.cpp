@@ -3,6 +3,8 @@
 #include <httplib.h>
 #include <strings.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <stdexcept>
@@ -70,6 +72,31 @@ FakeResponse FakeResponse::redirect(std::string location, int status) {
     return response;
 }
 
+FakeResponse FakeResponse::endlessBody(std::string chunk) {
+    FakeResponse response = json(std::move(chunk));
+    response.endless = true;
+    return response;
+}
+
+FakeResponse FakeResponse::hugeContentLength(std::uint64_t length, std::string chunk) {
+    FakeResponse response = json(std::move(chunk));
+    response.declaredContentLength = length;
+    return response;
+}
+
+FakeResponse FakeResponse::deeplyNestedJSON(std::size_t depth) {
+    return json(std::string(depth, '[') + std::string(depth, ']'));
+}
+
+namespace {
+// What an endless or overlong body repeats when the test names nothing.
+std::string defaultStreamChunk() {
+    std::string chunk = R"({"issues":[)";
+    while (chunk.size() < 64 * 1024) chunk += R"({"key":"WEB-1","fields":{"summary":"again"}},)";
+    return chunk;
+}
+}  // namespace
+
 struct FakeServer::Implementation {
     httplib::Server server;
     std::thread thread;
@@ -79,6 +106,32 @@ struct FakeServer::Implementation {
     bool stopped = false;
     std::map<std::pair<std::string, std::string>, Handler> routes;
     std::vector<FakeRequest> requests;
+    std::atomic<std::uint64_t> streamed{0};
+
+    bool isStopped() {
+        std::lock_guard lock(mutex);
+        return stopped;
+    }
+
+    /// Streams the body of a hostile answer instead of setting it.
+    void stream(const FakeResponse& answer, httplib::Response& response) {
+        auto chunk = std::make_shared<const std::string>(answer.body.empty() ? defaultStreamChunk() : answer.body);
+        const auto send = [this, chunk](size_t length, httplib::DataSink& sink) {
+            if (isStopped()) return false;
+            if (!sink.write(chunk->data(), length)) return false;
+            streamed += length;
+            return true;
+        };
+        if (answer.endless) {
+            response.set_chunked_content_provider(
+                answer.contentType, [chunk, send](size_t, httplib::DataSink& sink) { return send(chunk->size(), sink); });
+        } else {
+            response.set_content_provider(static_cast<size_t>(*answer.declaredContentLength), answer.contentType,
+                                          [chunk, send](size_t, size_t length, httplib::DataSink& sink) {
+                                              return send(std::min(length, chunk->size()), sink);
+                                          });
+        }
+    }
 
     void handle(const httplib::Request& request, httplib::Response& response) {
         FakeRequest recorded;
@@ -110,7 +163,11 @@ struct FakeServer::Implementation {
         response.status = answer.status;
         for (const auto& [key, value] : answer.headers) response.set_header(key, value);
         if (!answer.redirectTo.empty()) response.set_header("Location", answer.redirectTo);
-        response.set_content(answer.body, answer.contentType);
+        if (answer.endless || answer.declaredContentLength) {
+            stream(answer, response);
+        } else {
+            response.set_content(answer.body, answer.contentType);
+        }
     }
 };
 
@@ -203,6 +260,8 @@ size_t FakeServer::requestCount() const {
     std::lock_guard lock(_implementation->mutex);
     return _implementation->requests.size();
 }
+
+std::uint64_t FakeServer::streamedBytes() const { return _implementation->streamed.load(); }
 
 void FakeServer::clearRequests() {
     std::lock_guard lock(_implementation->mutex);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -39,11 +41,28 @@ struct FakeResponse {
     double delaySeconds = 0;
     /// When set, answers 302 with this Location.
     std::string redirectTo;
+    /// A hostile server: the body is sent over and over, in chunks without
+    /// a Content-Length, until the client hangs up or the server stops.
+    bool endless = false;
+    /// A hostile server: this Content-Length is declared instead of the
+    /// body's, and the body is sent over and over towards it for as long as
+    /// the client reads.
+    std::optional<std::uint64_t> declaredContentLength;
 
     static FakeResponse json(std::string body, int status = 200);
     static FakeResponse xml(std::string body, int status = 200);
     static FakeResponse text(std::string body, int status = 200);
     static FakeResponse redirect(std::string location, int status = 302);
+
+    // Hostile and broken servers.
+
+    /// A body that never ends: `chunk` (64 KiB of JSON-looking text when
+    /// empty) again and again.
+    static FakeResponse endlessBody(std::string chunk = {});
+    /// Declares `length` bytes and sends `chunk` (as above) towards them.
+    static FakeResponse hugeContentLength(std::uint64_t length, std::string chunk = {});
+    /// Valid JSON of `depth` arrays, each the only element of the one around it.
+    static FakeResponse deeplyNestedJSON(std::size_t depth);
 };
 
 /// An HTTP server on 127.0.0.1 and a free port, running on background
@@ -77,6 +96,8 @@ public:
     /// Requests with that path (any method).
     std::vector<FakeRequest> requests(const std::string& path) const;
     void clearRequests();
+    /// The bytes of endless and overlong bodies that clients took in so far.
+    std::uint64_t streamedBytes() const;
 
     /// Stops listening; pending delayed answers end at once.
     void stop();

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <thread>
 
 #include "ZVCurlSession.h"
@@ -19,8 +20,10 @@ public:
     std::optional<std::string> refererURL() const override { return referer; }
     std::string infoPageUserAgent() const override { return "NorvoTest/1.0"; }
     std::string defaultSourceEncoding() const override { return encoding; }
+    std::size_t maximumResponseBytes() const override { return cap; }
 
     std::vector<ZVDownloadCenterError> errors;
+    std::size_t cap = ZVURLRequest::defaultMaximumResponseBytes;
     std::vector<std::string> setupURLs;
     std::optional<std::string> referer;
     std::string encoding = "UTF-8";
@@ -195,6 +198,52 @@ TEST_F(ZVDownloadCenterTests, closedPortIsAConnectionError) {
     EXPECT_EQ(owner.errors.size(), 2u);
 }
 
+TEST_F(ZVDownloadCenterTests, aHostileReplyIsCutOffAtTheCapAndIsNoReply) {
+    constexpr std::uint64_t mebibyte = 1 << 20;
+    FakeResponse manyHeaders = FakeResponse::json("{}");
+    for (int index = 0; index < 300; ++index) manyHeaders.headers.emplace_back("X-" + std::to_string(index), std::string(1000, 'h'));
+    struct Case {
+        FakeResponse reply;
+        std::size_t cap;
+        const char* reason;
+        std::uint64_t mostStreamed;  // with what the socket buffers may hold beyond the cap
+    } cases[] = {
+        {FakeResponse::endlessBody(), 2 * mebibyte, "the body exceeds 2097152 bytes", 34 * mebibyte},
+        {FakeResponse::hugeContentLength(std::uint64_t{2} << 30), ZVURLRequest::defaultMaximumResponseBytes,
+         "the declared Content-Length exceeds 67108864 bytes", 32 * mebibyte},
+        {manyHeaders, ZVURLRequest::defaultMaximumResponseBytes, "the headers exceed 262144 bytes", 0},
+    };
+    session->setTimeouts(2, 30);
+    for (const Case& c : cases) {
+        FakeServer hostile;
+        hostile.route("GET", "/hostile", c.reply);
+        owner.cap = c.cap;
+        owner.errors.clear();
+        const auto start = std::chrono::steady_clock::now();
+
+        EXPECT_FALSE(center.downloadJSON(hostile.url("/hostile"))) << c.reason;
+
+        EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 15.0) << c.reason;
+        ASSERT_EQ(owner.errors.size(), 1u) << c.reason;
+        EXPECT_EQ(owner.errors[0].kind, ZVDownloadCenterError::Kind::replyTooLarge) << owner.errors[0].description();
+        EXPECT_EQ(owner.errors[0].message, c.reason);
+        EXPECT_EQ(center.lastHTTPStatusCode(), 0);
+        EXPECT_LE(hostile.streamedBytes(), c.mostStreamed) << c.reason;
+    }
+}
+
+TEST_F(ZVDownloadCenterTests, theOwnerAndEachRequestMayRaiseTheCap) {
+    server.route("GET", "/export", FakeResponse::text(std::string(3 << 20, 'x')));
+    owner.cap = 3 << 20;
+    EXPECT_TRUE(center.downloadWebPage(server.url("/export"))) << "a reply of exactly the cap arrives whole";
+    owner.cap = 2 << 20;
+    EXPECT_FALSE(center.downloadWebPage(server.url("/export")));
+    EXPECT_TRUE(center.downloadWebPage(server.url("/export"), [](ZVURLRequest& request) {
+        EXPECT_EQ(request.maximumResponseBytes, 2u << 20) << "the owner's cap reaches the modifier";
+        request.maximumResponseBytes = 4 << 20;
+    }));
+}
+
 TEST_F(ZVDownloadCenterTests, cookiesAreKeptSentAndClearedPerURL) {
     FakeResponse login = FakeResponse::json("{}");
     login.headers = {{"Set-Cookie", "session=abc123; Path=/"},
@@ -254,6 +303,13 @@ TEST(ZVDownloadCenterJSONTests, jsonObjectFromString) {
     EXPECT_FALSE(ZVDownloadCenter::jsonObject(""));
     EXPECT_FALSE(ZVDownloadCenter::jsonObject("{\"a\": "));
     EXPECT_FALSE(ZVDownloadCenter::jsonObject("\"\xff\""));
+
+    // Nesting: up to 512 levels, however deep the brackets within strings go.
+    const auto nested = [](std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); };
+    EXPECT_TRUE(ZVDownloadCenter::jsonObject(nested(512)));
+    EXPECT_FALSE(ZVDownloadCenter::jsonObject(nested(513)));
+    EXPECT_FALSE(ZVDownloadCenter::jsonObject(nested(5'000'000)));
+    EXPECT_EQ(ZVDownloadCenter::jsonObject(R"([{"summary": ")" + std::string(600, '[') + R"(\"{"}])")->at(0).size(), 1u);
 }
 
 TEST(ZVURLRequestTests, headersIgnoreCaseAndHelpersSetTheirValues) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 
 #include "ZVLocalization.h"
@@ -70,6 +71,44 @@ TEST_F(CapturedLog, secretsNeverReachTheLog) {
     EXPECT_NE(lines[2].find("user=anna"), std::string::npos) << lines[2];
     EXPECT_NE(lines[3].find("page=2"), std::string::npos) << lines[3];
     EXPECT_NE(lines[4].find("visible"), std::string::npos) << lines[4];
+}
+
+TEST_F(CapturedLog, aLongMessageIsCutAndWhatIsLeftOutCounted) {
+    ZVLogSetEnabled(true);
+    const std::size_t limit = ZVLogMaximumMessageLength;
+    const struct {
+        std::string message;
+        std::string ending;
+    } cases[] = {
+        // A reply of five megabytes quoted in a line.
+        {"[" + std::string(5'000'000, '1') + "]", "1... [" + std::to_string(5'000'002 - limit) + " more bytes]"},
+        // One long word, which the scrubber's patterns once took seconds over, is whole.
+        {std::string(limit, 'a'), ": " + std::string(limit, 'a')},
+        // "ü" is two bytes; the limit falls between them.
+        {std::string(limit - 1, 'a') + "\xc3\xbc" + "rest", "a... [6 more bytes]"},
+    };
+    const auto start = std::chrono::steady_clock::now();
+    for (const auto& c : cases) ZVLog([&] { return c.message; });
+    EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 1.0);
+    ASSERT_EQ(lines.size(), std::size(cases));
+    for (std::size_t index = 0; index < lines.size(); ++index) {
+        EXPECT_TRUE(lines[index].ends_with(cases[index].ending)) << lines[index].substr(lines[index].size() - 60);
+        EXPECT_LT(lines[index].size(), limit + 200);
+    }
+}
+
+TEST_F(CapturedLog, aSecretThatTheCutLeavesOpenIsStillHidden) {
+    ZVLogSetEnabled(true);
+    for (const std::string opening : {R"({"name": "x", "password": "hun)", "GET https://anna:hun", R"({"token":"hun\)"}) {
+        const std::string padding(ZVLogMaximumMessageLength - opening.size(), ' ');
+        ZVLog([&] { return padding + opening + R"(ter2@host/path", "more": "text"})"; });
+    }
+    for (const auto& line : lines) {
+        EXPECT_EQ(line.find("hun"), std::string::npos) << line.substr(line.size() - 80);
+        EXPECT_NE(line.find("<hidden>"), std::string::npos) << line.substr(line.size() - 80);
+    }
+    // Whole lines keep their ports.
+    EXPECT_EQ(ZVLogScrubber::scrub("GET http://127.0.0.1:4711"), "GET http://127.0.0.1:4711");
 }
 
 TEST(ZVLogScrubberTests, ordinaryTextIsLeftAlone) {

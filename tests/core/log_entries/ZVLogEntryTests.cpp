@@ -13,29 +13,10 @@
 #include "core/log_entries/ZVResetLogEntry.h"
 #include "core/log_entries/ZVTimeLogEntry.h"
 #include "core/log_entries/ZVTimeSetLogEntry.h"
+#include "testkit/LogCapture.h"
 #include "testkit/ManualClock.h"
 
 namespace {
-
-/// Captures the debug log while it lives.
-class LogCapture {
-public:
-    LogCapture() {
-        ZVLogSetEnabled(true);
-        ZVLogSetSink([this](const std::string& line) { lines.push_back(line); });
-    }
-    ~LogCapture() {
-        ZVLogSetSink(nullptr);
-        ZVLogSetEnabled(false);
-    }
-    bool contains(const std::string& text) const {
-        for (const auto& line : lines) {
-            if (line.find(text) != std::string::npos) return true;
-        }
-        return false;
-    }
-    std::vector<std::string> lines;
-};
 
 enum class Kind { none, base, run, timeSet, reset };
 

@@ -44,15 +44,29 @@ struct FakeJIRA::State {
     bool repeatsPageToken = false;
     bool hidesServerInformation = false;
     bool setsSessionCookie = false;
+    bool ignoresPaging = false;
+    size_t searchPagesServed = 0;
+    /// Counts the ends of all sessions: a cookie of an earlier one logs nobody in.
+    int sessionGeneration = 0;
+
+    /// The session cookie's value: JIRA's XSRF token ends in "lin" for a
+    /// logged-in user and in "lout" for an anonymous one.
+    std::string sessionCookie(bool loggedIn) const {
+        return std::string(sessionCookieName) + "=BWP3-NZB2-6EDY-6C7K|" +
+               (loggedIn ? "s" + std::to_string(sessionGeneration) + "|lin" : std::string("a0|lout"));
+    }
+
+    /// Whether the request brings the cookie of a live session (the lock held).
+    bool bringsSession(const FakeRequest& request) const {
+        return setsSessionCookie && request.header("Cookie").find(sessionCookie(true)) != std::string::npos;
+    }
 
     /// Nothing when the request may go on, else the refusal.
     std::optional<FakeResponse> refusal(const FakeRequest& request) {
         std::lock_guard lock(mutex);
         const std::string authorization = request.header("Authorization");
         if (accepted.contains(authorization)) return std::nullopt;
-        if (setsSessionCookie && !request.hasHeader("Authorization") &&
-            request.header("Cookie").find(std::string(sessionCookieName) + "=") != std::string::npos)
-            return std::nullopt;
+        if (!request.hasHeader("Authorization") && bringsSession(request)) return std::nullopt;
         if (deployment == Deployment::cloud && passwords.contains(authorization))
             return FakeResponse::text(cloudPasswordRefusal, 401);
         return reply(notAuthenticated, 401);
@@ -111,11 +125,11 @@ struct FakeJIRA::State {
         return text.empty() ? fallback : static_cast<size_t>(std::strtoul(text.c_str(), nullptr, 10));
     }
 
-    FakeResponse serverInfo() {
+    FakeResponse serverInfo(const FakeRequest& request) {
         std::lock_guard lock(mutex);
         if (hidesServerInformation) return FakeResponse::text("Not Found", 404);
         const bool cloud = deployment == Deployment::cloud;
-        return reply(nlohmann::json({{"baseUrl", baseURL},
+        FakeResponse answer = reply(nlohmann::json({{"baseUrl", baseURL},
                                                   {"version", cloud ? "1001.0.0-SNAPSHOT" : "9.12.15"},
                                                   {"versionNumbers", cloud ? nlohmann::json{1001, 0, 0}
                                                                            : nlohmann::json{9, 12, 15}},
@@ -123,6 +137,10 @@ struct FakeJIRA::State {
                                                   {"buildNumber", cloud ? 100285 : 9120015},
                                                   {"serverTitle", "Jira"}})
                                       .dump());
+        // Anonymous, as every visitor without a session is: the XSRF token
+        // cookie says so, and logs no one in.
+        if (!bringsSession(request)) answer.headers.emplace_back("Set-Cookie", sessionCookie(false) + "; Path=/");
+        return answer;
     }
 
     FakeResponse cloudSearch(const FakeRequest& request) {
@@ -132,7 +150,8 @@ struct FakeJIRA::State {
         if (!found) return reply(R"({"errorMessages":["Error in the JQL Query."],"errors":{}})", 400);
         const std::string token = request.queryText("nextPageToken");
         size_t start = 0;
-        if (!token.empty()) {
+        ++searchPagesServed;
+        if (!token.empty() && !ignoresPaging) {
             if (!token.starts_with(tokenPrefix))
                 return reply(R"({"errorMessages":["Invalid nextPageToken."],"errors":{}})", 400);
             start = std::strtoul(token.c_str() + tokenPrefix.size(), nullptr, 10);
@@ -143,7 +162,9 @@ struct FakeJIRA::State {
         for (size_t at = start; at < start + size; ++at) page["issues"].push_back(issueJSON((*found)[at], withFields));
         const bool isLast = start + size >= found->size();
         page["isLast"] = isLast;
-        if (!isLast) page["nextPageToken"] = tokenPrefix + std::to_string(repeatsPageToken ? size : start + size);
+        // Ignoring the paging, it still names a new token each time.
+        const size_t next = repeatsPageToken ? size : ignoresPaging ? searchPagesServed * size : start + size;
+        if (!isLast) page["nextPageToken"] = tokenPrefix + std::to_string(next);
         return reply(page.dump());
     }
 
@@ -155,7 +176,8 @@ struct FakeJIRA::State {
         std::lock_guard lock(mutex);
         const auto found = matches(request.queryText("jql"));
         if (!found) return reply(R"({"errorMessages":["Error in the JQL Query."],"errors":{}})", 400);
-        const size_t start = paged ? numberParameter(request, "startAt", 0) : 0;
+        const size_t start = paged && !ignoresPaging ? numberParameter(request, "startAt", 0) : 0;
+        ++searchPagesServed;
         const size_t size = std::min({paged ? numberParameter(request, "maxResults", 50) : found->size(),
                                       dataCenterSearchCap, found->size() - std::min(start, found->size())});
         nlohmann::json page = {{"expand", "schema,names"}, {"startAt", start}, {"maxResults", size},
@@ -226,12 +248,11 @@ FakeJIRA::FakeJIRA(FakeServer& server, Deployment deployment) : _server(server),
             FakeResponse response = ((*state).*reply)(request);
             std::lock_guard lock(state->mutex);
             if (state->setsSessionCookie && response.status < 300)
-                response.headers.emplace_back("Set-Cookie",
-                                              std::string(sessionCookieName) + "=BWP3-NZB2-6EDY-6C7K|d4f1|lin; Path=/");
+                response.headers.emplace_back("Set-Cookie", state->sessionCookie(true) + "; Path=/");
             return response;
         });
     };
-    server.route("GET", "/rest/api/2/serverInfo", [state](const FakeRequest&) { return state->serverInfo(); });
+    server.route("GET", "/rest/api/2/serverInfo", [state](const FakeRequest& request) { return state->serverInfo(request); });
     answer("GET", "/rest/api/2/filter/favourite", &State::favouriteFilters);
     answer("GET", "/rest/api/latest/filter/favourite", &State::favouriteFilters);
     answer("GET", "/rest/api/latest/project", &State::projectList);
@@ -295,6 +316,21 @@ void FakeJIRA::setRepeatsPageToken(bool repeats) {
 void FakeJIRA::hideServerInformation() {
     std::lock_guard lock(_state->mutex);
     _state->hidesServerInformation = true;
+}
+
+void FakeJIRA::setIgnoresPaging(bool ignores) {
+    std::lock_guard lock(_state->mutex);
+    _state->ignoresPaging = ignores;
+}
+
+size_t FakeJIRA::searchPagesServed() const {
+    std::lock_guard lock(_state->mutex);
+    return _state->searchPagesServed;
+}
+
+void FakeJIRA::endSessions() {
+    std::lock_guard lock(_state->mutex);
+    ++_state->sessionGeneration;
 }
 
 void FakeJIRA::setSetsSessionCookie(bool sets) {

@@ -66,8 +66,17 @@ public:
     /// Without server information, as behind a proxy that hides it.
     void hideServerInformation();
     /// Every reply to a logged-in request sets the session cookie, and a
-    /// request that brings it back is logged in without credentials.
+    /// request that brings it back is logged in without credentials. (The
+    /// server information always sets the cookie of an anonymous visitor,
+    /// which logs no one in.)
     void setSetsSessionCookie(bool sets);
+    /// The server forgets every session: their cookies log no one in.
+    void endSessions();
+    /// A broken search: every page is the first one, whatever startAt or
+    /// nextPageToken asks for, though Cloud names a new token each time.
+    void setIgnoresPaging(bool ignores);
+    /// The search pages answered so far (filters' searches included).
+    size_t searchPagesServed() const;
 
 private:
     struct State;

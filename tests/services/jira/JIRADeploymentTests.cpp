@@ -367,9 +367,56 @@ TEST_F(JIRADeploymentTests, RefusedTokensSayWhichCredentialFailed) {
                                                  {{ZVJIRAIntegration::usesPersonalAccessTokenKey, true}});
     EXPECT_TRUE(throwsFailureReason([&] { jira->loadRemoteProjects(); },
                                     "Jira did not accept the personal access token."));
-    // A refused password keeps its old reading of the reply.
+    // A refused password is refused credentials, not a reply of the wrong shape.
     jira->setUsesPersonalAccessToken(false);
-    EXPECT_TRUE(throwsFailureReason([&] { jira->loadRemoteProjects(); }, "Invalid project data received."));
+    EXPECT_TRUE(throwsAuthenticationError([&] { jira->loadRemoteProjects(); }));
+    site.addIssue({"WEB-12", "Broken link", "WEB"});
+    auto issue = trackedProject(jira, "WEB-12 - Broken link", "WEB", "WEB-12", 60, "x");
+    EXPECT_TRUE(throwsAuthenticationError([&] { jira->postTime(*issue); }));
+}
+
+// The session cookie of Data Center.
+
+TEST_F(JIRADeploymentTests, TheCookieOfTheAnonymousServerInformationIsNoSession) {
+    // Data Center sets its XSRF token cookie on the server information, which
+    // is asked without credentials; a request that leant on it would be refused.
+    auto site = serveSite(Deployment::dataCenter);
+    auto jira = account(Way::dataCenterPassword);
+
+    EXPECT_EQ(jira->detectDeploymentType(), ZVJIRADeploymentType::dataCenter);
+    const auto cookies = transport.cookies(base() + "/rest/api/latest/filter/favourite");
+    ASSERT_EQ(cookies.size(), 1u);
+    EXPECT_EQ(cookies[0].name, "atlassian.xsrf.token");
+    EXPECT_TRUE(cookies[0].value.ends_with("|lout")) << cookies[0].value;
+
+    EXPECT_EQ(treeDescription(jira->loadRemoteProjects()), projectTree) << requestSummary(server.requests());
+    const auto projectLists = requestsTo("/rest/api/latest/project");
+    ASSERT_EQ(projectLists.size(), 1u);
+    EXPECT_EQ(projectLists[0].header("Authorization"), authorizationOf(Way::dataCenterPassword));
+    for (const auto& search : requestsTo("/rest/api/latest/search.json"))
+        EXPECT_EQ(search.header("Authorization"), authorizationOf(Way::dataCenterPassword));
+}
+
+TEST_F(JIRADeploymentTests, ASessionTheServerEndedLogsInAgainWithTheCredentials) {
+    auto site = serveSite(Deployment::dataCenter);
+    site->setSetsSessionCookie(true);
+    auto jira = account(Way::dataCenterPassword);
+    jira->loadRemoteProjects();
+    server.clearRequests();
+    site->endSessions();
+
+    EXPECT_EQ(treeDescription(jira->loadRemoteProjects()), projectTree) << requestSummary(server.requests());
+
+    // The project list leant on the ended session, was refused and went again
+    // with the credentials, which started a new session for the search.
+    const auto projectLists = requestsTo("/rest/api/latest/project");
+    ASSERT_EQ(projectLists.size(), 2u) << requestSummary(server.requests());
+    EXPECT_FALSE(projectLists[0].hasHeader("Authorization"));
+    EXPECT_EQ(projectLists[1].header("Authorization"), authorizationOf(Way::dataCenterPassword));
+    const auto searches = requestsTo("/rest/api/latest/search.json");
+    ASSERT_EQ(searches.size(), 1u);
+    EXPECT_FALSE(searches[0].hasHeader("Authorization"));
+    EXPECT_TRUE(log.contains("the server ended the session; logging in again")) << log.joined();
 }
 
 TEST_F(JIRADeploymentTests, ARemovedSearchIsAnErrorNamingItNeverAnEmptyTree) {
@@ -399,6 +446,42 @@ TEST_F(JIRADeploymentTests, ARepeatingPageTokenEndsTheSearchWithAnError) {
     EXPECT_TRUE(throwsFailureReason([&] { jira->loadRemoteProjects(); },
                                     "The server sent the same page twice, so the list could not be loaded completely."));
     EXPECT_EQ(requestsTo("/rest/api/2/search/jql").size(), 2u);
+}
+
+// Broken and hostile servers.
+
+TEST_F(JIRADeploymentTests, ADataCenterSearchThatIgnoresStartAtEndsOnTheRepeatedPage) {
+    // Behind a proxy that drops startAt, every page is the first full one:
+    // without an end, thousands of pages and gigabytes.
+    auto site = std::make_unique<FakeJIRA>(server, Deployment::dataCenter);
+    site->accept(authorizationOf(Way::dataCenterPassword));
+    site->addProject({"WEB", "Website"});
+    for (int number = 1; number <= 999; ++number)
+        site->addIssue({"WEB-" + std::to_string(number), "Issue " + std::to_string(number), "WEB"});
+    site->setIgnoresPaging(true);
+    auto jira = account(Way::dataCenterPassword);
+
+    EXPECT_TRUE(throwsFailureReason([&] { jira->loadRemoteProjects(); },
+                                    "The server sent the same page twice, so the list could not be loaded completely."));
+    const auto searches = requestsTo("/rest/api/latest/search.json");
+    ASSERT_EQ(searches.size(), 2u);
+    EXPECT_EQ(searches[1].queryValue("startAt"), "999");
+    EXPECT_TRUE(log.contains("Page 2 repeats page 1; paging ends")) << log.joined();
+}
+
+TEST_F(JIRADeploymentTests, AHugeOrDeeplyNestedReplyIsNoConnection) {
+    // The debug log is on, as in every service test: five million levels once
+    // overflowed the stack where a log line dumped the reply.
+    auto site = serveSite(Deployment::dataCenter);
+    auto jira = account(Way::dataCenterPassword);
+    for (const FakeResponse& reply :
+         {FakeResponse::hugeContentLength(std::uint64_t{2} << 30), FakeResponse::deeplyNestedJSON(5'000'000)}) {
+        server.route("GET", "/rest/api/latest/project", reply);
+        EXPECT_TRUE(throwsNoConnection([&] { jira->loadRemoteProjects(); }));
+    }
+    EXPECT_LT(server.streamedBytes(), std::uint64_t{32} << 20);
+    EXPECT_TRUE(log.contains("reply too large")) << log.joined();
+    EXPECT_TRUE(log.contains("JSON nested deeper than 512 levels is refused")) << log.joined();
 }
 
 TEST_F(JIRADeploymentTests, CloudProjectsArePagedUntilTheLastPage) {

@@ -155,15 +155,25 @@ std::string treeDescription(const ZVIntegration::ProjectList& projects) {
     return ::testing::AssertionFailure() << "the node \"" << stray << "\" has no or another account";
 }
 
-::testing::AssertionResult throwsNoConnection(const std::function<void()>& call) {
-    return throwsError(call, [](const ZVIntegrationError& error) {
-        const ZVIntegrationError expected = ZVIntegrationNoConnectionError();
+namespace {
+/// Whether `call` throws an error of the domain, code and failure reason of `expected`.
+::testing::AssertionResult throwsSharedError(const std::function<void()>& call, const ZVIntegrationError& expected) {
+    return throwsError(call, [&expected](const ZVIntegrationError& error) {
         if (error.domain() == expected.domain() && error.code() == expected.code() &&
             error.localizedFailureReason() == expected.localizedFailureReason())
             return ::testing::AssertionSuccess();
         return ::testing::AssertionFailure() << "threw " << describeError(error) << " instead of "
                                              << describeError(expected);
     });
+}
+}  // namespace
+
+::testing::AssertionResult throwsNoConnection(const std::function<void()>& call) {
+    return throwsSharedError(call, ZVIntegrationNoConnectionError());
+}
+
+::testing::AssertionResult throwsAuthenticationError(const std::function<void()>& call) {
+    return throwsSharedError(call, ZVIntegrationAuthenticationError());
 }
 
 ::testing::AssertionResult throwsFailureReason(const std::function<void()>& call, const std::string& reason) {
@@ -177,14 +187,7 @@ std::string treeDescription(const ZVIntegration::ProjectList& projects) {
 }
 
 ::testing::AssertionResult throwsGenericPostingError(const std::function<void()>& call) {
-    return throwsError(call, [](const ZVIntegrationError& error) {
-        const ZVIntegrationError expected = ZVIntegrationGenericTimePostingError();
-        if (error.domain() == expected.domain() && error.code() == expected.code() &&
-            error.localizedFailureReason() == expected.localizedFailureReason())
-            return ::testing::AssertionSuccess();
-        return ::testing::AssertionFailure() << "threw " << describeError(error) << " instead of "
-                                             << describeError(expected);
-    });
+    return throwsSharedError(call, ZVIntegrationGenericTimePostingError());
 }
 
 nlohmann::json jsonBody(const FakeRequest& request) {

@@ -15,7 +15,7 @@
 #include "core/integrations/address_based/ZVAddressBasedIntegration.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
 #include "services/kit/FakeQueryRoutes.h"
-#include "services/kit/LogCapture.h"
+#include "testkit/LogCapture.h"
 #include "services/kit/RecordingSession.h"
 #include "services/kit/ServiceFixtures.h"
 #include "testkit/FakeServer.h"
@@ -124,6 +124,8 @@ std::string treeDescription(const ZVIntegration::ProjectList& projects);
 
 /// Whether `call` throws the shared no-connection error.
 ::testing::AssertionResult throwsNoConnection(const std::function<void()>& call);
+/// Whether `call` throws the shared error of refused credentials.
+::testing::AssertionResult throwsAuthenticationError(const std::function<void()>& call);
 /// Whether `call` throws an error of code -346 with exactly this failure reason.
 ::testing::AssertionResult throwsFailureReason(const std::function<void()>& call, const std::string& reason);
 /// Whether `call` throws the generic posting error (code -345, no text of its own).

@@ -393,6 +393,7 @@ ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) 
             response = center.download(url, [&](ZVURLRequest& http) {
                 http.method = method;
                 http.followsRedirects = false;
+                if (request.replyLimit) http.maximumResponseBytes = *request.replyLimit;
                 for (const auto& [name, value] : request.headers) http.setHeader(name, value);
                 if (sendsBody) {
                     if (request.json) {

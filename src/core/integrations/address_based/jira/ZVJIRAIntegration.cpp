@@ -1,5 +1,7 @@
 #include "core/integrations/address_based/jira/ZVJIRAIntegration.h"
 
+#include <strings.h>
+
 #include <ctime>
 #include <map>
 
@@ -88,6 +90,14 @@ std::string deploymentName(ZVJIRADeploymentType type) {
     return type == ZVJIRADeploymentType::cloud ? cloudDeploymentName : dataCenterDeploymentName;
 }
 
+/// Whether the last answer set the server's session cookie.
+bool setsSessionCookie(const ZVDownloadCenter& center) {
+    const std::string prefix = std::string(sessionCookieName) + "=";
+    for (const auto& [name, value] : center.lastResponseHeaders())
+        if (strcasecmp(name.c_str(), "Set-Cookie") == 0 && value.starts_with(prefix)) return true;
+    return false;
+}
+
 [[noreturn]] void throwInvalidIssueData(const nlohmann::json& page) {
     ZVLog([&] { return "Invalid issues dict " + page.dump(); });
     throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Invalid issue data received."));
@@ -172,14 +182,35 @@ ZVJIRADeploymentType ZVJIRAIntegration::detectDeploymentType() {
     return detected;
 }
 
+std::string ZVJIRAIntegration::sessionOwner() const {
+    return usernamePasswordAuthentication().username() + " at " + JIRABaseURL();
+}
+
+bool ZVJIRAIntegration::usesSessionCookie(ZVJIRADeploymentType deployment) const {
+    return deployment != ZVJIRADeploymentType::cloud && !usesPersonalAccessToken() && !ignoresSessionCookies();
+}
+
 bool ZVJIRAIntegration::_hasValidCookie() {
     if (ignoresSessionCookies()) return false;
+    {
+        // The cookie of an anonymous request holds no session.
+        std::lock_guard lock(_sessionLock);
+        if (_loggedInAs != sessionOwner()) return false;
+    }
     const std::string cookieURL = JIRABaseURL() + favouriteFiltersPath;
     for (const auto& cookie : downloadCenter().cookies(cookieURL)) {
         if (cookie.name != sessionCookieName) continue;
         return !cookie.expires || *cookie.expires > ZVNow();
     }
     return false;
+}
+
+void ZVJIRAIntegration::_invalidateCookie() {
+    {
+        std::lock_guard lock(_sessionLock);
+        _loggedInAs.clear();
+    }
+    downloadCenter().clearCookies(JIRABaseURL() + favouriteFiltersPath);
 }
 
 void ZVJIRAIntegration::addCredentialsUnlessLoggedIn(ZVURLRequest& request) {
@@ -211,12 +242,29 @@ void ZVJIRAIntegration::requireAcceptedCredentials(ZVJIRADeploymentType deployme
             ZVLocalizedString("Jira Cloud did not accept the e-mail address and API token."));
     if (usesPersonalAccessToken())
         throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Jira did not accept the personal access token."));
+    throw ZVIntegrationAuthenticationError();
 }
 
 nlohmann::json ZVJIRAIntegration::requireReply(const std::string& url, const RequestModifier& modifier,
                                                ZVJIRADeploymentType deployment, bool dictionaryOnly) {
     ZVDownloadCenter& center = downloadCenter();
-    auto reply = dictionaryOnly ? center.downloadJSONDictionary(url, modifier) : center.downloadJSON(url, modifier);
+    const auto download = [&] {
+        return dictionaryOnly ? center.downloadJSONDictionary(url, modifier) : center.downloadJSON(url, modifier);
+    };
+    // The modifier sends the credentials exactly when this is false.
+    bool leansOnSession = usesSessionCookie(deployment) && _hasValidCookie();
+    auto reply = download();
+    if (leansOnSession && center.lastHTTPStatusCode() == unauthorizedStatus) {
+        ZVLog([&] { return name() + ": the server ended the session; logging in again"; });
+        _invalidateCookie();
+        leansOnSession = false;
+        reply = download();
+    }
+    // A session begins where the answer to the credentials sets the cookie.
+    if (usesSessionCookie(deployment) && !leansOnSession && lastResponseSucceeded() && setsSessionCookie(center)) {
+        std::lock_guard lock(_sessionLock);
+        _loggedInAs = sessionOwner();
+    }
     requireAcceptedCredentials(deployment);
     requireEndpointNotGone(url);
     if (!reply) throw ZVIntegrationNoConnectionError();
@@ -249,7 +297,7 @@ std::vector<nlohmann::json> ZVJIRAIntegration::projectObjects(ZVJIRADeploymentTy
         auto values = ZVJSON::arrayOfDictionaries(page, "values");
         if (!values) throw invalid(page);
         projects.insert(projects.end(), values->begin(), values->end());
-        return ZVPaging::OffsetPage{values->size(), ZVJSON::boolean(page, "isLast")};
+        return ZVPaging::OffsetPage{values->size(), ZVJSON::boolean(page, "isLast"), ZVPaging::fingerprint(*values)};
     }, cloudProjectsMaximumPages);
     return projects;
 }
@@ -258,15 +306,17 @@ void ZVJIRAIntegration::searchIssues(ZVJIRADeploymentType deployment, const std:
                                      const RequestModifier& modifier, const IssuesHandler& takeIssues) {
     const std::string base = JIRABaseURL();
     if (deployment != ZVJIRADeploymentType::cloud) {
-        for (int startAt = 0;; startAt += issuesPageSize) {
+        // A page short of the size asked for is the last one.
+        ZVPaging::walkOffsetPages([&](std::size_t startAt) {
             const std::string url = base + searchPath + "?jql=" + encodedQuery + "&startAt=" + std::to_string(startAt) +
                                     "&maxResults=" + std::to_string(issuesPageSize);
             const auto page = requireReply(url, modifier, deployment, true);
             const auto issues = ZVJSON::arrayOfDictionaries(page, "issues");
             if (!issues) throwInvalidIssueData(page);
             takeIssues(*issues);
-            if (issues->size() < static_cast<size_t>(issuesPageSize)) break;
-        }
+            return ZVPaging::OffsetPage{issues->size(), issues->size() < static_cast<std::size_t>(issuesPageSize),
+                                        ZVPaging::fingerprint(*issues)};
+        });
         return;
     }
     ZVPaging::walkTokenPages([&](const std::optional<std::string>& token) {
@@ -278,7 +328,7 @@ void ZVJIRAIntegration::searchIssues(ZVJIRADeploymentType deployment, const std:
         if (!issues) throwInvalidIssueData(page);
         takeIssues(*issues);
         return ZVPaging::TokenPage{issues->size(), ZVJSON::boolean(page, "isLast"),
-                                   ZVJSON::string(page, "nextPageToken")};
+                                   ZVJSON::string(page, "nextPageToken"), ZVPaging::fingerprint(*issues)};
     });
 }
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,12 @@ enum class ZVJIRADeploymentType : int { unknown = 0, cloud = 1, dataCenter = 2 }
 /// valid and with the user name and password otherwise, or, when the account
 /// says so, send the password field as a personal access token. On Cloud
 /// every request carries the e-mail address and API token.
+///
+/// The session cookie counts only once the answer to a request with the user
+/// name and password has set it: the same cookie set by an anonymous request
+/// (the server information sets one) is no session. A request that leant on
+/// the cookie and was refused is sent again with the credentials; a 401 to
+/// the credentials themselves means they were refused.
 class ZVJIRAIntegration : public ZVAddressBasedIntegration {
 public:
     static constexpr const char* synchronizationTypeKey = "KDJIRASynchronizationType";
@@ -88,8 +95,15 @@ private:
 
     /// scheme://address, the scheme from isSSLEnabled alone.
     std::string JIRABaseURL() const;
-    /// Whether the server's session cookie may log the requests in.
+    /// Whether the server's session cookie may log the requests in: the
+    /// answer to the account's credentials set it, and it is still there.
     bool _hasValidCookie();
+    /// Forgets the session and clears the server's cookies.
+    void _invalidateCookie();
+    /// Whose session a cookie of the server would hold: address and user.
+    std::string sessionOwner() const;
+    /// Whether this deployment's requests may lean on the session cookie.
+    bool usesSessionCookie(ZVJIRADeploymentType deployment) const;
     /// Adds the credentials unless the session cookie logs the request in.
     void addCredentialsUnlessLoggedIn(ZVURLRequest& request);
     /// The credentials as this deployment takes them.
@@ -111,4 +125,8 @@ private:
     ProjectList _synchronizeWithFilters(ZVJIRADeploymentType deployment);
 
     std::atomic<int> _deploymentType{0};
+    /// The sessionOwner() whose credentials were answered with the session
+    /// cookie; empty while none were, or since the server ended the session.
+    std::mutex _sessionLock;
+    std::string _loggedInAs;
 };

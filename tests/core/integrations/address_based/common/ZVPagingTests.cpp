@@ -4,8 +4,16 @@
 
 #include "core/integrations/ZVIntegrationError.h"
 #include "core/integrations/address_based/common/ZVPaging.h"
+#include "testkit/LogCapture.h"
 
 namespace {
+
+/// A page of `count` items numbered from `first`.
+std::vector<nlohmann::json> items(int first, int count) {
+    std::vector<nlohmann::json> page;
+    for (int number = first; number < first + count; ++number) page.push_back({{"key", "WEB-" + std::to_string(number)}});
+    return page;
+}
 
 using ZVPaging::OffsetPage;
 using ZVPaging::TokenPage;
@@ -68,6 +76,7 @@ TEST(TokenPaging, ARepeatedTokenEndsWithAnError) {
 }
 
 TEST(TokenPaging, StopsWithAnErrorAfterTheMostPages) {
+    LogCapture log;
     int asked = 0;
     const auto endless = [&](const std::optional<std::string>&) {
         ++asked;
@@ -76,6 +85,21 @@ TEST(TokenPaging, StopsWithAnErrorAfterTheMostPages) {
     EXPECT_EQ(failureReason([&] { ZVPaging::walkTokenPages(endless, 25); }),
               "The server kept sending more pages, so the list could not be loaded completely.");
     EXPECT_EQ(asked, 25);
+    EXPECT_TRUE(log.contains("Gave up paging after 25 pages")) << log.joined();
+}
+
+TEST(TokenPaging, APageThatComesBackUnderANewTokenEndsWithAnError) {
+    // The server names a new token each time but ignores the one it is given.
+    LogCapture log;
+    int asked = 0;
+    const auto ignoringTheToken = [&](const std::optional<std::string>&) {
+        ++asked;
+        return TokenPage{100, false, "t" + std::to_string(asked), ZVPaging::fingerprint(items(0, 100))};
+    };
+    EXPECT_EQ(failureReason([&] { ZVPaging::walkTokenPages(ignoringTheToken); }),
+              "The server sent the same page twice, so the list could not be loaded completely.");
+    EXPECT_EQ(asked, 2);
+    EXPECT_TRUE(log.contains("Page 2 repeats page 1; paging ends")) << log.joined();
 }
 
 TEST(OffsetPaging, StartsEachPageAfterTheItemsReceived) {
@@ -108,6 +132,26 @@ TEST(OffsetPaging, AnEmptyPageEndsAPagingThatNeverSaysLast) {
               }),
               "The server kept sending more pages, so the list could not be loaded completely.");
     EXPECT_EQ(asked, 12);
+}
+
+TEST(OffsetPaging, APageThatHoldsWhatAnEarlierPageHeldEndsWithAnError) {
+    // The first full page for ever, from a server that ignores startAt; or a
+    // circle back to any earlier page.
+    const std::vector<std::vector<int>> walks = {{0, 0}, {0, 10, 20, 10}};
+    for (const auto& firstItems : walks) {
+        std::size_t asked = 0;
+        EXPECT_EQ(failureReason([&] {
+                      ZVPaging::walkOffsetPages([&](std::size_t) {
+                          const auto page = items(firstItems.at(asked++), 999);
+                          return OffsetPage{page.size(), false, ZVPaging::fingerprint(page)};
+                      });
+                  }),
+                  "The server sent the same page twice, so the list could not be loaded completely.");
+        EXPECT_EQ(asked, firstItems.size());
+    }
+    // The same items in another order, or cut elsewhere, are another page.
+    EXPECT_NE(ZVPaging::fingerprint(items(0, 2)), ZVPaging::fingerprint({items(0, 2)[1], items(0, 2)[0]}));
+    EXPECT_NE(ZVPaging::fingerprint({"ab", "c"}), ZVPaging::fingerprint({"a", "bc"}));
 }
 
 }  // namespace

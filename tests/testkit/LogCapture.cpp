@@ -1,4 +1,4 @@
-#include "services/kit/LogCapture.h"
+#include "testkit/LogCapture.h"
 
 #include "ZVLog.h"
 

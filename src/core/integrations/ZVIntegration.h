@@ -197,6 +197,10 @@ public:
     /// per-account headers belong in each call's request modifier instead.
     void setupURLRequest(ZVURLRequest& request, const std::string& url) override;
 
+    /// Where a HEAD request tells, before a synchronization, whether the
+    /// computer is online: any answer counts. Nothing skips the test.
+    virtual std::optional<std::string> connectionProbeURL() const { return std::nullopt; }
+
     // Behaviours of a service.
 
     /// A fresh tree of the service's projects, with integration set. Throws

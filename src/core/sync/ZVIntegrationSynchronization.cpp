@@ -48,9 +48,9 @@ void ZVIntegration::synchronize() {
     dropURLCache();
 
     auto probeAddress = ZVPreferences::shared().value(ZVSynchronizationThread::connectionProbeAddressKey);
-    const std::string address = probeAddress && probeAddress->string() ? *probeAddress->string()
-                                                                        : ZVSynchronizationThread::defaultConnectionProbeAddress;
-    if (!downloadCenter().sendHeadRequest(address)) {
+    const std::optional<std::string> address =
+        probeAddress && probeAddress->string() ? std::optional(*probeAddress->string()) : connectionProbeURL();
+    if (address && !downloadCenter().sendHeadRequest(*address)) {
         ZVLog([] { return std::string("Computer doesn't seem to have Internet connection."); });
         return;
     }

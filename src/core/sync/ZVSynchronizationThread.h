@@ -28,10 +28,11 @@ public:
     /// application's reply to its pending termination). Called on the main thread.
     static void setTerminationReply(std::function<void(bool)> reply);
 
-    /// The preference holding the address whose answer to a HEAD request
-    /// tells that the computer is online; only the presence of an answer counts.
+    /// The preference holding an address whose answer to a HEAD request
+    /// tells that the computer is online; only the presence of an answer
+    /// counts. Without it each account asks its own server
+    /// (connectionProbeURL()): Norvo talks to no host the user did not name.
     static constexpr const char* connectionProbeAddressKey = "ZVConnectionProbeAddress";
-    static constexpr const char* defaultConnectionProbeAddress = "https://www.example.com/";
     /// When on, a failing refresh leaves nothing but a log line.
     static constexpr const char* silenceSyncErrorsKey = "ZVSilenceSyncErrors";
 

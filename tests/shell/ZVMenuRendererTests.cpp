@@ -5,8 +5,6 @@
 #include "core/ui/ZVMenu.h"
 #include "ui_elements/ZVMenuRenderer.h"
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 // Opening a menu without showing it: what Qt does right before the popup.
@@ -35,14 +33,14 @@ TEST(ZVMenuRenderer, ItemsBecomeActionsWithTitleStateAndSeparators) {
     ZVMenuRenderer::fill(menu, model);
     const auto actions = menu.actions();
     ASSERT_EQ(actions.size(), 6);
-    EXPECT_EQ(actions[0]->text(), u"Start Timer"_s);
+    EXPECT_EQ(actions[0]->text(), QStringLiteral("Start Timer"));
     EXPECT_TRUE(actions[0]->isEnabled());
     EXPECT_FALSE(actions[0]->isChecked());
     EXPECT_FALSE(actions[1]->isEnabled());
     EXPECT_TRUE(actions[2]->isSeparator());
     EXPECT_TRUE(actions[3]->isChecked());
     EXPECT_EQ(actions[3]->toolTip(), QString::fromUtf8("Projects ➔ Website"));
-    EXPECT_EQ(actions[4]->text(), u"Research && Development"_s) << "a lone & would be a mnemonic";
+    EXPECT_EQ(actions[4]->text(), QStringLiteral("Research && Development")) << "a lone & would be a mnemonic";
     EXPECT_FALSE(actions[5]->isEnabled()) << "an item without a handler is disabled";
 
     actions[0]->trigger();
@@ -70,12 +68,12 @@ TEST(ZVMenuRenderer, SubmenusAreFilledWhenTheyOpenAndTriggerTheirItems) {
     ASSERT_EQ(menu.actions().size(), 1);
     QMenu* submenu = menu.actions()[0]->menu();
     ASSERT_NE(submenu, nullptr);
-    EXPECT_EQ(menu.actions()[0]->text(), u"Website (2)"_s);
+    EXPECT_EQ(menu.actions()[0]->text(), QStringLiteral("Website (2)"));
     EXPECT_TRUE(submenu->actions().isEmpty()) << "submenus are built when they open";
 
     aboutToOpen(*submenu);
     ASSERT_EQ(submenu->actions().size(), 3);
-    EXPECT_EQ(submenu->actions()[2]->text(), u"Post time for 'Build'"_s)
+    EXPECT_EQ(submenu->actions()[2]->text(), QStringLiteral("Post time for 'Build'"))
         << "the Option-key item is a visible entry of its own";
     submenu->actions()[1]->trigger();
     EXPECT_EQ(selected, "Build");
@@ -95,9 +93,9 @@ TEST(ZVMenuRenderer, MenuIsRebuiltAtEachOpening) {
     });
     aboutToOpen(menu);
     ASSERT_EQ(menu.actions().size(), 1);
-    EXPECT_EQ(menu.actions()[0]->text(), u"Start"_s);
+    EXPECT_EQ(menu.actions()[0]->text(), QStringLiteral("Start"));
     aboutToOpen(menu);
     ASSERT_EQ(menu.actions().size(), 1);
-    EXPECT_EQ(menu.actions()[0]->text(), u"Stop"_s);
+    EXPECT_EQ(menu.actions()[0]->text(), QStringLiteral("Stop"));
     EXPECT_EQ(builds, 2);
 }

@@ -1,13 +1,18 @@
 #include "ShellTestEnvironment.h"
 
+#include <stdlib.h>
+#include <QDir>
+#include <QFileInfo>
 #include <QThread>
 #include <cstdlib>
-#include <stdlib.h>
 
-#include "app/ZVQtMainQueue.h"
 #include "ZVPreferences.h"
+#include "app/ZVNorvoAppDelegate.h"
+#include "app/ZVQtMainQueue.h"
 #include "app/ZVQtTimerFactory.h"
 #include "core/sync/ZVSynchronizationThread.h"
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -83,4 +88,45 @@ ZVIntegrationProject::Pointer ShellFixture::addProject(const std::shared_ptr<ZVI
         account->addProject(project);
     }
     return project;
+}
+
+QStringList words(const char* line) { return QString::fromUtf8(line).split(QLatin1Char(' ')); }
+
+QString buildTreePath(const QString& relative) {
+    const QString self = QFileInfo(u"/proc/self/exe"_s).canonicalFilePath();
+    return QFileInfo(QFileInfo(self).dir().absoluteFilePath(relative)).absoluteFilePath();
+}
+
+std::string titles(const ZVMenu& menu) {
+    std::string result;
+    for (const auto& item : menu.items) result += (result.empty() ? "" : "|") + (item->isSeparator ? "-" : item->title);
+    return result;
+}
+
+ScopedVariable::ScopedVariable(const char* name, const std::string& value) : _name(name) {
+    if (const char* old = std::getenv(name)) _old = old;
+    setenv(name, value.c_str(), 1);
+}
+
+void ScopedVariable::restore() {
+    if (_old)
+        setenv(_name, _old->c_str(), 1);
+    else
+        unsetenv(_name);
+}
+
+LaunchedAppFixture::LaunchedAppFixture() {
+    delegate = std::make_unique<ZVNorvoAppDelegate>(true);
+    delegate->awakeFromNib();
+    delegate->applicationDidFinishLaunching();
+    waitForRefresh();
+}
+
+LaunchedAppFixture::~LaunchedAppFixture() {
+    waitForRefresh();
+    delegate.reset();
+}
+
+void LaunchedAppFixture::waitForRefresh() {
+    EXPECT_TRUE(processEventsUntil([] { return !ZVIntegrationCenter::shared().synchronizationIsInProgress(); }, 10000));
 }

@@ -4,16 +4,24 @@
 
 #include <QApplication>
 #include <QElapsedTimer>
+#include <QStringList>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "core/heart_beat/ZVHeartBeat.h"
 #include "core/integrations/ZVIntegration.h"
 #include "core/integrations/center/ZVIntegrationCenter.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
 #include "core/integrations/local/ZVNorvoIntegration.h"
+#include "core/ui/ZVMenu.h"
 #include "testkit/InMemoryKeychain.h"
+#include "testkit/ScriptedUserInterface.h"
 #include "testkit/TemporaryHome.h"
+
+class ZVNorvoAppDelegate;
 
 /// The process's QApplication (offscreen unless a platform is chosen) with
 /// the Qt main queue and timers installed; made once, before the first test.
@@ -21,6 +29,27 @@ QApplication& shellApplication();
 
 /// Spins the Qt event loop until the condition holds or the time is up.
 bool processEventsUntil(const std::function<bool()>& condition, int timeoutMilliseconds = 2000);
+
+/// The words of a command line, split at single spaces.
+QStringList words(const char* line);
+
+/// A path relative to the folder of the running test executable, in the build tree.
+QString buildTreePath(const QString& relative);
+
+/// The titles of a menu's items joined by "|", "-" for a separator.
+std::string titles(const ZVMenu& menu);
+
+/// Sets an environment variable for the life of the object.
+class ScopedVariable {
+public:
+    ScopedVariable(const char* name, const std::string& value);
+    ~ScopedVariable() { restore(); }
+    void restore();
+
+private:
+    const char* _name;
+    std::optional<std::string> _old;
+};
 
 /// A remote account for shell tests that never reaches a network.
 class ZVShellTestIntegration : public ZVIntegration {
@@ -50,4 +79,17 @@ protected:
 
     TemporaryHome home;
     InMemoryKeychain keychain;
+};
+
+/// The launched application with its windows, answering alerts from a script.
+class LaunchedAppFixture : public ShellFixture {
+protected:
+    LaunchedAppFixture();
+    ~LaunchedAppFixture() override;
+
+    /// Waits for a refresh that is under way (the launch starts one).
+    static void waitForRefresh();
+
+    ScriptedUserInterface ui;
+    std::unique_ptr<ZVNorvoAppDelegate> delegate;
 };

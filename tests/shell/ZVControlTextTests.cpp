@@ -4,7 +4,10 @@
 #include <QFile>
 #include <QTemporaryDir>
 
+#include "ShellTestEnvironment.h"
 #include "norvoctl/ZVControlText.h"
+
+using namespace Qt::StringLiterals;
 
 using namespace ZVControlText;
 
@@ -17,19 +20,20 @@ std::optional<ZVControlRequest> parse(const QStringList& arguments, QString* err
     return request;
 }
 
+std::optional<ZVControlRequest> parse(const char* line) { return parse(words(line)); }
+
 QString parseError(const QStringList& arguments) {
     QString error;
     EXPECT_FALSE(parse(arguments, &error).has_value()) << arguments.join(QLatin1Char(' ')).toStdString();
     return error;
 }
 
-const QJsonObject runningState{{QStringLiteral("running"), true},
-                               {QStringLiteral("clock"), QStringLiteral("01:02:05")},
-                               {QStringLiteral("seconds"), 3725},
-                               {QStringLiteral("project"), QStringLiteral("Acme \u2794 Client \u2794 Web")},
-                               {QStringLiteral("name"), QStringLiteral("Web")},
-                               {QStringLiteral("task"), QStringLiteral("Layout")},
-                               {QStringLiteral("syncing"), false}};
+QString parseError(const char* line) { return parseError(words(line)); }
+
+const QJsonObject runningState{{u"running"_s, true},  {u"clock"_s, u"01:02:05"_s},
+                               {u"seconds"_s, 3725},  {u"project"_s, u"Acme \u2794 Client \u2794 Web"_s},
+                               {u"name"_s, u"Web"_s}, {u"task"_s, u"Layout"_s},
+                               {u"syncing"_s, false}};
 
 QString format(const QJsonObject& state, const QString& text) {
     QString error;
@@ -41,73 +45,68 @@ QString format(const QJsonObject& state, const QString& text) {
 }  // namespace
 
 TEST(ZVControlTextTest, ReadsCommandsWithTheirArgumentsAndOptionsInAnyOrder) {
-    auto request = parse({QStringLiteral("start"), QStringLiteral("acme"), QStringLiteral(">"), QStringLiteral("web")});
+    auto request = parse("start acme > web");
     ASSERT_TRUE(request);
-    EXPECT_EQ(request->command, QStringLiteral("start"));
-    EXPECT_EQ(request->argument, QStringLiteral("acme > web"));
+    EXPECT_EQ(request->command, u"start"_s);
+    EXPECT_EQ(request->argument, u"acme > web"_s);
 
-    request = parse({QStringLiteral("--format={clock}"), QStringLiteral("watch")});
+    request = parse("--format={clock} watch");
     ASSERT_TRUE(request);
-    EXPECT_EQ(request->format, QStringLiteral("{clock}"));
+    EXPECT_EQ(request->format, u"{clock}"_s);
 
-    request = parse({QStringLiteral("export"), QStringLiteral("--to"), QStringLiteral("today"), QStringLiteral("--from=yesterday"),
-                     QStringLiteral("--out"), QStringLiteral("log.csv")});
+    request = parse("export --to today --from=yesterday --out log.csv");
     ASSERT_TRUE(request);
-    EXPECT_EQ(request->from, QStringLiteral("yesterday"));
-    EXPECT_EQ(request->to, QStringLiteral("today"));
-    EXPECT_EQ(request->out, QStringLiteral("log.csv"));
+    EXPECT_EQ(request->from, u"yesterday"_s);
+    EXPECT_EQ(request->to, u"today"_s);
+    EXPECT_EQ(request->out, u"log.csv"_s);
 
     // A task's text is taken as it stands, and an empty one clears the task.
-    request = parse({QStringLiteral("task"), QStringLiteral("--fix"), QStringLiteral("-v")});
+    request = parse("task --fix -v");
     ASSERT_TRUE(request);
-    EXPECT_EQ(request->argument, QStringLiteral("--fix -v"));
-    request = parse({QStringLiteral("task"), QString()});
+    EXPECT_EQ(request->argument, u"--fix -v"_s);
+    request = parse({u"task"_s, QString()});
     ASSERT_TRUE(request);
     EXPECT_TRUE(request->argument.isEmpty());
 
-    EXPECT_EQ(parse({QStringLiteral("stop"), QStringLiteral("--help")})->command, QStringLiteral("help"));
+    EXPECT_EQ(parse("stop --help")->command, u"help"_s);
 }
 
 TEST(ZVControlTextTest, RefusesCommandLinesThatCannotMeanAnything) {
-    EXPECT_TRUE(parseError({}).startsWith(QStringLiteral("no command")));
-    EXPECT_EQ(parseError({QStringLiteral("pause")}), QStringLiteral("unknown command \"pause\"; see norvoctl --help"));
-    EXPECT_EQ(parseError({QStringLiteral("status"), QStringLiteral("-x")}), QStringLiteral("unknown option -x"));
-    EXPECT_EQ(parseError({QStringLiteral("stop"), QStringLiteral("now")}), QStringLiteral("stop takes no argument \"now\""));
-    EXPECT_EQ(parseError({QStringLiteral("search")}), QStringLiteral("search needs a query"));
-    EXPECT_EQ(parseError({QStringLiteral("search"), QStringLiteral("  ")}), QStringLiteral("search needs a query"));
-    EXPECT_EQ(parseError({QStringLiteral("task")}), QStringLiteral("task needs a text (\"\" clears it)"));
-    EXPECT_EQ(parseError({QStringLiteral("status"), QStringLiteral("--format")}), QStringLiteral("--format needs a value"));
-    EXPECT_EQ(parseError({QStringLiteral("status"), QStringLiteral("--json"), QStringLiteral("--format"), QStringLiteral("{clock}")}),
-              QStringLiteral("--json and --format exclude each other"));
-    EXPECT_EQ(parseError({QStringLiteral("stop"), QStringLiteral("--json")}), QStringLiteral("stop takes no --json"));
-    EXPECT_EQ(parseError({QStringLiteral("export"), QStringLiteral("--from"), QStringLiteral("today")}),
-              QStringLiteral("export needs --from DAY --to DAY --out FILE"));
-    EXPECT_EQ(parseError({QStringLiteral("status"), QStringLiteral("--out"), QStringLiteral("x")}),
-              QStringLiteral("only export takes --from, --to and --out"));
+    EXPECT_TRUE(parseError(QStringList{}).startsWith(u"no command"_s));
+    EXPECT_EQ(parseError("pause"), u"unknown command \"pause\"; see norvoctl --help"_s);
+    EXPECT_EQ(parseError("status -x"), u"unknown option -x"_s);
+    EXPECT_EQ(parseError("stop now"), u"stop takes no argument \"now\""_s);
+    EXPECT_EQ(parseError("search"), u"search needs a query"_s);
+    EXPECT_EQ(parseError({u"search"_s, u"  "_s}), u"search needs a query"_s);
+    EXPECT_EQ(parseError("task"), u"task needs a text (\"\" clears it)"_s);
+    EXPECT_EQ(parseError("status --format"), u"--format needs a value"_s);
+    EXPECT_EQ(parseError("status --json --format {clock}"), u"--json and --format exclude each other"_s);
+    EXPECT_EQ(parseError("stop --json"), u"stop takes no --json"_s);
+    EXPECT_EQ(parseError("export --from today"), u"export needs --from DAY --to DAY --out FILE"_s);
+    EXPECT_EQ(parseError("status --out x"), u"only export takes --from, --to and --out"_s);
 }
 
 TEST(ZVControlTextTest, FormatsTheStateFieldByField) {
     EXPECT_EQ(format(runningState, QString::fromLatin1(defaultFormat)),
-              QStringLiteral("running 01:02:05 Acme \u2794 Client \u2794 Web"));
-    EXPECT_EQ(format(runningState, QStringLiteral("{hm} {name}: {task} [{account}] {seconds}s {running}/{syncing}")),
-              QStringLiteral("01:02 Web: Layout [Acme] 3725s true/false"));
-    EXPECT_EQ(format(runningState, QStringLiteral("{{{clock}}}")), QStringLiteral("{01:02:05}"));
+              u"running 01:02:05 Acme \u2794 Client \u2794 Web"_s);
+    EXPECT_EQ(format(runningState, u"{hm} {name}: {task} [{account}] {seconds}s {running}/{syncing}"_s),
+              u"01:02 Web: Layout [Acme] 3725s true/false"_s);
+    EXPECT_EQ(format(runningState, u"{{{clock}}}"_s), u"{01:02:05}"_s);
     // Hours beyond 99 keep all their digits.
     QJsonObject longRun = runningState;
-    longRun.insert(QStringLiteral("clock"), QStringLiteral("100:00:00"));
-    EXPECT_EQ(format(longRun, QStringLiteral("{hm}")), QStringLiteral("100:00"));
+    longRun.insert(u"clock"_s, u"100:00:00"_s);
+    EXPECT_EQ(format(longRun, u"{hm}"_s), u"100:00"_s);
 
-    const QJsonObject idle{{QStringLiteral("running"), false}, {QStringLiteral("clock"), QStringLiteral("00:00:00")},
-                           {QStringLiteral("project"), QString()}};
-    EXPECT_EQ(format(idle, QString::fromLatin1(defaultFormat)), QStringLiteral("stopped 00:00:00 no project"));
-    EXPECT_EQ(format(idle, QStringLiteral("{account}|{task}")), QStringLiteral("|"));
+    const QJsonObject idle{{u"running"_s, false}, {u"clock"_s, u"00:00:00"_s}, {u"project"_s, QString()}};
+    EXPECT_EQ(format(idle, QString::fromLatin1(defaultFormat)), u"stopped 00:00:00 no project"_s);
+    EXPECT_EQ(format(idle, u"{account}|{task}"_s), u"|"_s);
 }
 
 TEST(ZVControlTextTest, NamesWhatIsWrongWithAFormat) {
     for (const auto& [text, message] :
-         {std::pair{QStringLiteral("{clok}"), QStringLiteral("unknown field {clok} in the format; see norvoctl --help")},
-          std::pair{QStringLiteral("{clock"), QStringLiteral("unclosed \"{\" in the format")},
-          std::pair{QStringLiteral("clock}"), QStringLiteral("unmatched \"}\" in the format")}}) {
+         {std::pair{u"{clok}"_s, u"unknown field {clok} in the format; see norvoctl --help"_s},
+          std::pair{u"{clock"_s, u"unclosed \"{\" in the format"_s},
+          std::pair{u"clock}"_s, u"unmatched \"}\" in the format"_s}}) {
         QString error;
         EXPECT_FALSE(formatState(runningState, text, error).has_value()) << text.toStdString();
         EXPECT_EQ(error, message);
@@ -116,47 +115,45 @@ TEST(ZVControlTextTest, NamesWhatIsWrongWithAFormat) {
 
 TEST(ZVControlTextTest, ReadsFullDatesAndTheTwoNamedDays) {
     const QDate today(2026, 3, 1);
-    EXPECT_EQ(parseDay(QStringLiteral("today"), today), today);
-    EXPECT_EQ(parseDay(QStringLiteral(" Yesterday "), today), QDate(2026, 2, 28));
-    EXPECT_EQ(parseDay(QStringLiteral("2024-02-29"), today), QDate(2024, 2, 29));
+    EXPECT_EQ(parseDay(u"today"_s, today), today);
+    EXPECT_EQ(parseDay(u" Yesterday "_s, today), QDate(2026, 2, 28));
+    EXPECT_EQ(parseDay(u"2024-02-29"_s, today), QDate(2024, 2, 29));
     for (const char* text : {"2023-02-29", "2024-13-01", "2024-1-5", "01.02.2024", "tomorrow", "", "2024-02-29x"})
         EXPECT_FALSE(parseDay(QString::fromLatin1(text), today).has_value()) << text;
 }
 
 TEST(ZVControlTextTest, EditDistanceCountsSingleCharacterChangesIgnoringCase) {
-    EXPECT_EQ(editDistance(QStringLiteral("Website"), QStringLiteral("website")), 0);
-    EXPECT_EQ(editDistance(QStringLiteral("websiet"), QStringLiteral("website")), 2);
-    EXPECT_EQ(editDistance(QStringLiteral("kitten"), QStringLiteral("sitting")), 3);
-    EXPECT_EQ(editDistance(QString(), QStringLiteral("abc")), 3);
-    EXPECT_EQ(editDistance(QStringLiteral("Bücher"), QStringLiteral("BÜCHER")), 0);
+    EXPECT_EQ(editDistance(u"Website"_s, u"website"_s), 0);
+    EXPECT_EQ(editDistance(u"websiet"_s, u"website"_s), 2);
+    EXPECT_EQ(editDistance(u"kitten"_s, u"sitting"_s), 3);
+    EXPECT_EQ(editDistance(QString(), u"abc"_s), 3);
+    EXPECT_EQ(editDistance(u"Bücher"_s, u"BÜCHER"_s), 0);
 }
 
 TEST(ZVControlTextTest, ClosestProjectsCompareAsManyTrailingComponentsAsTheQueryHas) {
-    const QStringList paths{QStringLiteral("Acme \u2794 Website"), QStringLiteral("Acme \u2794 Webinar"),
-                            QStringLiteral("Projects \u2794 Billing"), QStringLiteral("Initech \u2794 Website"),
-                            QStringLiteral("Projects \u2794 Web")};
+    const QStringList paths{u"Acme \u2794 Website"_s, u"Acme \u2794 Webinar"_s, u"Projects \u2794 Billing"_s,
+                            u"Initech \u2794 Website"_s, u"Projects \u2794 Web"_s};
     // By the leaf's name: "Website" twice (distance 2), then "Webinar" and "Web" (4 each) in their order.
-    EXPECT_EQ(closestProjects(QStringLiteral("Websiet"), paths),
-              (QStringList{QStringLiteral("Acme \u2794 Website"), QStringLiteral("Initech \u2794 Website"),
-                           QStringLiteral("Acme \u2794 Webinar")}));
+    EXPECT_EQ(closestProjects(u"Websiet"_s, paths),
+              (QStringList{u"Acme \u2794 Website"_s, u"Initech \u2794 Website"_s, u"Acme \u2794 Webinar"_s}));
     // A path query compares with the account's name too.
-    EXPECT_EQ(closestProjects(QStringLiteral("initeck>websit"), paths, 1), QStringList{QStringLiteral("Initech \u2794 Website")});
-    EXPECT_EQ(closestProjects(QStringLiteral("x"), {}, 3), QStringList{});
-    EXPECT_EQ(closestProjects(QStringLiteral("x"), paths, 10).size(), paths.size());
+    EXPECT_EQ(closestProjects(u"initeck>websit"_s, paths, 1), QStringList{u"Initech \u2794 Website"_s});
+    EXPECT_EQ(closestProjects(u"x"_s, {}, 3), QStringList{});
+    EXPECT_EQ(closestProjects(u"x"_s, paths, 10).size(), paths.size());
 }
 
 TEST(ZVControlTextTest, TellsWhyAnOutputPathCannotBeWritten) {
     QTemporaryDir folder;
     ASSERT_TRUE(folder.isValid());
-    EXPECT_TRUE(outputPathProblem(folder.filePath(QStringLiteral("log.csv"))).isEmpty());
-    EXPECT_EQ(outputPathProblem(folder.path()), folder.path() + QStringLiteral(" is a folder"));
-    EXPECT_EQ(outputPathProblem(folder.filePath(QStringLiteral("missing/log.csv"))),
-              QStringLiteral("the folder %1 does not exist").arg(folder.filePath(QStringLiteral("missing"))));
-    EXPECT_EQ(outputPathProblem(QString()), QStringLiteral("the output path is empty"));
-    EXPECT_EQ(outputPathProblem(QStringLiteral("/proc/version/log.csv")), QStringLiteral("/proc/version is not a folder"));
+    EXPECT_TRUE(outputPathProblem(folder.filePath(u"log.csv"_s)).isEmpty());
+    EXPECT_EQ(outputPathProblem(folder.path()), folder.path() + u" is a folder"_s);
+    EXPECT_EQ(outputPathProblem(folder.filePath(u"missing/log.csv"_s)),
+              u"the folder %1 does not exist"_s.arg(folder.filePath(u"missing"_s)));
+    EXPECT_EQ(outputPathProblem(QString()), u"the output path is empty"_s);
+    EXPECT_EQ(outputPathProblem(u"/proc/version/log.csv"_s), u"/proc/version is not a folder"_s);
     // A file whose folder takes no new file, not even from the superuser.
-    EXPECT_EQ(outputPathProblem(QStringLiteral("/proc/version")), QStringLiteral("/proc/version cannot be written"));
-    QFile existing(folder.filePath(QStringLiteral("old.csv")));
+    EXPECT_EQ(outputPathProblem(u"/proc/version"_s), u"/proc/version cannot be written"_s);
+    QFile existing(folder.filePath(u"old.csv"_s));
     ASSERT_TRUE(existing.open(QIODevice::WriteOnly));
     existing.write("kept");
     existing.close();
@@ -164,18 +161,17 @@ TEST(ZVControlTextTest, TellsWhyAnOutputPathCannotBeWritten) {
     ASSERT_TRUE(existing.open(QIODevice::ReadOnly));
     EXPECT_EQ(existing.readAll(), QByteArrayLiteral("kept")) << "checking a path must not change the file";
     existing.close();
-    EXPECT_EQ(QDir(folder.path()).entryList(QDir::Files | QDir::Hidden), QStringList{QStringLiteral("old.csv")})
+    EXPECT_EQ(QDir(folder.path()).entryList(QDir::Files | QDir::Hidden), QStringList{u"old.csv"_s})
         << "checking leaves nothing behind";
 }
 
 TEST(ZVControlTextTest, AFolderWithoutWriteRightsCannotTakeTheFile) {
     QTemporaryDir folder;
     ASSERT_TRUE(folder.isValid());
-    const QString locked = folder.filePath(QStringLiteral("locked"));
+    const QString locked = folder.filePath(u"locked"_s);
     ASSERT_TRUE(QDir().mkdir(locked));
     QFile::setPermissions(locked, QFile::ReadOwner | QFile::ExeOwner);
     if (QFileInfo(locked).isWritable()) GTEST_SKIP() << "runs with rights that ignore permissions";
-    EXPECT_EQ(outputPathProblem(locked + QStringLiteral("/log.csv")),
-              locked + QStringLiteral("/log.csv cannot be written"));
+    EXPECT_EQ(outputPathProblem(locked + u"/log.csv"_s), locked + u"/log.csv cannot be written"_s);
     QFile::setPermissions(locked, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }

@@ -15,19 +15,17 @@
 #include "testkit/ScriptedUserInterface.h"
 #include "ui_elements/ZVProjectQuickSearch.h"
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 QJsonObject object(const QString& json) { return QJsonDocument::fromJson(json.toUtf8()).object(); }
 
 // The service of an in-process application, called as the bus would call it
 // but without a bus; what it announces is recorded.
-class ZVDBusServiceTest : public ShellFixture {
+class ZVDBusServiceTest : public LaunchedAppFixture {
 protected:
     ZVDBusServiceTest() {
-        delegate = std::make_unique<ZVNorvoAppDelegate>(true);
-        delegate->awakeFromNib();
-        delegate->applicationDidFinishLaunching();
-        EXPECT_TRUE(processEventsUntil([] { return !ZVIntegrationCenter::shared().synchronizationIsInProgress(); }, 10000));
         service = std::make_unique<ZVDBusService>(*delegate);
         QObject::connect(service.get(), &ZVDBusService::StateChanged,
                          [this](const QString& json) { announced.push_back(object(json)); });
@@ -37,10 +35,7 @@ protected:
         settle();
         announced.clear();
     }
-    ~ZVDBusServiceTest() override {
-        service.reset();
-        delegate.reset();
-    }
+    ~ZVDBusServiceTest() override { service.reset(); }
 
     // Lets queued announcements go out.
     static void settle() {
@@ -56,8 +51,6 @@ protected:
 
     QLineEdit& taskField() { return *delegate->window()->currentTaskTextField(); }
 
-    ScriptedUserInterface ui;
-    std::unique_ptr<ZVNorvoAppDelegate> delegate;
     std::unique_ptr<ZVDBusService> service;
     std::shared_ptr<ZVNorvoIntegration> local;
     ZVIntegrationProject::Pointer website;
@@ -69,20 +62,20 @@ protected:
 
 TEST_F(ZVDBusServiceTest, StartAndStopLeaveTheSameRunInTheLogAsTheMenuCommands) {
     ZVIntegrationCenter::shared().setCurrentProject(website);
-    taskField().setText(QStringLiteral("Layout"));
+    taskField().setText(u"Layout"_s);
     performMenuItem("Start");
     ASSERT_TRUE(ZVHeartBeat::sharedHeartBeat().isBeating());
     performMenuItem("Stop");
 
     ZVIntegrationCenter::shared().setCurrentProject(billing);
-    taskField().setText(QStringLiteral("Layout"));
+    taskField().setText(u"Layout"_s);
     const QJsonObject started = object(service->Start());
-    EXPECT_TRUE(started.value(QStringLiteral("running")).toBool());
+    EXPECT_TRUE(started.value(u"running"_s).toBool());
     EXPECT_TRUE(ZVHeartBeat::sharedHeartBeat().isBeating());
     // Starting a running timer changes nothing.
-    EXPECT_TRUE(object(service->Start()).value(QStringLiteral("running")).toBool());
+    EXPECT_TRUE(object(service->Start()).value(u"running"_s).toBool());
     const QJsonObject stopped = object(service->Stop());
-    EXPECT_FALSE(stopped.value(QStringLiteral("running")).toBool());
+    EXPECT_FALSE(stopped.value(u"running"_s).toBool());
     EXPECT_FALSE(ZVHeartBeat::sharedHeartBeat().isBeating());
 
     for (const auto& project : {website, billing}) {
@@ -92,13 +85,13 @@ TEST_F(ZVDBusServiceTest, StartAndStopLeaveTheSameRunInTheLogAsTheMenuCommands) 
         EXPECT_EQ(run->text(), "Layout");
         EXPECT_TRUE(run->stopDate().has_value());
     }
-    EXPECT_EQ(stopped.value(QStringLiteral("project")).toString(), QStringLiteral("Projects \u2794 Billing"));
-    EXPECT_EQ(stopped.value(QStringLiteral("task")).toString(), QStringLiteral("Layout"));
+    EXPECT_EQ(stopped.value(u"project"_s).toString(), u"Projects \u2794 Billing"_s);
+    EXPECT_EQ(stopped.value(u"task"_s).toString(), u"Layout"_s);
 }
 
 TEST_F(ZVDBusServiceTest, ToggleRunsTheTimerLikeTheMenuAndStartWithoutProjectShowsTheSameAlert) {
     EXPECT_TRUE(service->Start().isEmpty());
-    EXPECT_EQ(service->lastError(), QStringLiteral("No project selected."));
+    EXPECT_EQ(service->lastError(), u"No project selected."_s);
     EXPECT_FALSE(ZVHeartBeat::sharedHeartBeat().isBeating());
     EXPECT_TRUE(service->Toggle().isEmpty());
     performMenuItem("Start");
@@ -106,8 +99,8 @@ TEST_F(ZVDBusServiceTest, ToggleRunsTheTimerLikeTheMenuAndStartWithoutProjectSho
               (std::vector<std::string>{"No project selected.", "No project selected.", "No project selected."}));
 
     ZVIntegrationCenter::shared().setCurrentProject(website);
-    EXPECT_TRUE(object(service->Toggle()).value(QStringLiteral("running")).toBool());
-    EXPECT_FALSE(object(service->Toggle()).value(QStringLiteral("running")).toBool());
+    EXPECT_TRUE(object(service->Toggle()).value(u"running"_s).toBool());
+    EXPECT_FALSE(object(service->Toggle()).value(u"running"_s).toBool());
     EXPECT_EQ(website->logEntries().size(), 1u);
     EXPECT_TRUE(service->lastError().isEmpty());
 }
@@ -122,19 +115,19 @@ TEST_F(ZVDBusServiceTest, StatusNamesTheCurrentProjectByPathAndIdentifiers) {
     ZVHeartBeat::sharedHeartBeat().setCurrentTime(3725);
 
     const QJsonObject state = object(service->Status());
-    EXPECT_EQ(state.value(QStringLiteral("project")).toString(), QStringLiteral("Acme \u2794 Client \u2794 Ticket 7"));
-    EXPECT_EQ(state.value(QStringLiteral("name")).toString(), QStringLiteral("Ticket 7"));
-    EXPECT_EQ(state.value(QStringLiteral("clock")).toString(), QStringLiteral("01:02:05"));
-    EXPECT_EQ(state.value(QStringLiteral("seconds")).toInteger(), 3725);
-    EXPECT_EQ(state.value(QStringLiteral("projectIdentifiers")).toArray(),
-              (QJsonArray{QStringLiteral("Ticket 7-id"), QStringLiteral("T-7")}));
-    EXPECT_EQ(state.value(QStringLiteral("accountIdentifier")).toString(), QString::fromStdString(account->integrationID()));
-    EXPECT_FALSE(state.value(QStringLiteral("syncing")).toBool());
+    EXPECT_EQ(state.value(u"project"_s).toString(), u"Acme \u2794 Client \u2794 Ticket 7"_s);
+    EXPECT_EQ(state.value(u"name"_s).toString(), u"Ticket 7"_s);
+    EXPECT_EQ(state.value(u"clock"_s).toString(), u"01:02:05"_s);
+    EXPECT_EQ(state.value(u"seconds"_s).toInteger(), 3725);
+    EXPECT_EQ(state.value(u"projectIdentifiers"_s).toArray(), (QJsonArray{u"Ticket 7-id"_s, u"T-7"_s}));
+    EXPECT_EQ(state.value(u"accountIdentifier"_s).toString(), QString::fromStdString(account->integrationID()));
+    EXPECT_FALSE(state.value(u"syncing"_s).toBool());
 
     // The identity that the state gives names the project again.
     ZVIntegrationCenter::shared().setCurrentProject(website);
     QJsonObject identity = state;
-    for (const char* key : {"running", "clock", "seconds", "task", "syncing"}) identity.remove(QString::fromLatin1(key));
+    for (const char* key : {"running", "clock", "seconds", "task", "syncing"})
+        identity.remove(QString::fromLatin1(key));
     service->SetCurrentProject(QString::fromUtf8(QJsonDocument(identity).toJson()));
     EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), ticket);
 }
@@ -146,12 +139,12 @@ TEST_F(ZVDBusServiceTest, SearchGivesTheQuickSearchResultsInTheirOrder) {
     const auto expected = ZVProjectQuickSearch::searchAllProjects("web");
     ASSERT_EQ(expected.size(), 3u);
 
-    const QJsonArray results = QJsonDocument::fromJson(service->Search(QStringLiteral("web")).toUtf8()).array();
+    const QJsonArray results = QJsonDocument::fromJson(service->Search(u"web"_s).toUtf8()).array();
     ASSERT_EQ(results.size(), 3);
     for (qsizetype i = 0; i < results.size(); ++i)
-        EXPECT_EQ(results[i].toObject().value(QStringLiteral("project")).toString().toStdString(),
+        EXPECT_EQ(results[i].toObject().value(u"project"_s).toString().toStdString(),
                   expected[static_cast<std::size_t>(i)]->fullProjectPath());
-    EXPECT_TRUE(QJsonDocument::fromJson(service->Search(QStringLiteral("nothing like it")).toUtf8()).array().isEmpty());
+    EXPECT_TRUE(QJsonDocument::fromJson(service->Search(u"nothing like it"_s).toUtf8()).array().isEmpty());
 }
 
 TEST_F(ZVDBusServiceTest, SetCurrentProjectTakesAPathInAnySpellingOrRefusesAnUnknownOne) {
@@ -168,7 +161,7 @@ TEST_F(ZVDBusServiceTest, SetCurrentProjectTakesAPathInAnySpellingOrRefusesAnUnk
     // A part of a path is a search, not a path; a branch is no project to track.
     for (const char* path : {"Acme > Client > We", "Acme > Client", "{\"accountIdentifier\":\"x\"}"}) {
         EXPECT_TRUE(service->SetCurrentProject(QString::fromUtf8(path)).isEmpty()) << path;
-        EXPECT_TRUE(service->lastError().startsWith(QStringLiteral("No project matches"))) << path;
+        EXPECT_TRUE(service->lastError().startsWith(u"No project matches"_s)) << path;
     }
     EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), web);
 }
@@ -177,15 +170,15 @@ TEST_F(ZVDBusServiceTest, SetTaskTextTitlesTheLastRunLikeTypingIntoTheField) {
     ZVIntegrationCenter::shared().setCurrentProject(website);
     service->Start();
     service->Stop();
-    const QJsonObject state = object(service->SetTaskText(QStringLiteral("Review")));
-    EXPECT_EQ(state.value(QStringLiteral("task")).toString(), QStringLiteral("Review"));
-    EXPECT_EQ(taskField().text(), QStringLiteral("Review"));
+    const QJsonObject state = object(service->SetTaskText(u"Review"_s));
+    EXPECT_EQ(state.value(u"task"_s).toString(), u"Review"_s);
+    EXPECT_EQ(taskField().text(), u"Review"_s);
     ASSERT_EQ(website->logEntries().size(), 1u);
     EXPECT_EQ(website->logEntries().front()->text(), "Review");
 
     // Without any run yet, the text gets a run of the time so far, as the field does.
     ZVIntegrationCenter::shared().setCurrentProject(billing);
-    service->SetTaskText(QStringLiteral("Invoices"));
+    service->SetTaskText(u"Invoices"_s);
     ASSERT_EQ(billing->logEntries().size(), 1u);
     EXPECT_EQ(billing->logEntries().front()->text(), "Invoices");
 }
@@ -198,12 +191,12 @@ TEST_F(ZVDBusServiceTest, AnnouncesEachChangeOnceAndNothingWhileIdle) {
     ZVIntegrationCenter::shared().setCurrentProject(website);
     settle();
     ASSERT_EQ(announced.size(), 1u);
-    EXPECT_EQ(announced.back().value(QStringLiteral("name")).toString(), QStringLiteral("Website"));
+    EXPECT_EQ(announced.back().value(u"name"_s).toString(), u"Website"_s);
 
     service->Start();
     settle();
     ASSERT_EQ(announced.size(), 2u);
-    EXPECT_TRUE(announced.back().value(QStringLiteral("running")).toBool());
+    EXPECT_TRUE(announced.back().value(u"running"_s).toBool());
     EXPECT_TRUE(service->isMinuteUpdateArmed());
     EXPECT_GT(service->minuteUpdateInterval(), 500);
     EXPECT_LE(service->minuteUpdateInterval(), 60500);
@@ -212,8 +205,8 @@ TEST_F(ZVDBusServiceTest, AnnouncesEachChangeOnceAndNothingWhileIdle) {
     ZVIntegrationCenter::shared().setCurrentProject(billing);
     settle();
     ASSERT_EQ(announced.size(), 3u);
-    EXPECT_TRUE(announced.back().value(QStringLiteral("running")).toBool());
-    EXPECT_EQ(announced.back().value(QStringLiteral("name")).toString(), QStringLiteral("Billing"));
+    EXPECT_TRUE(announced.back().value(u"running"_s).toBool());
+    EXPECT_EQ(announced.back().value(u"name"_s).toString(), u"Billing"_s);
 
     // The clock moving on, and a time change that leaves the state as it was, say nothing.
     ZVHeartBeat::sharedHeartBeat().setCurrentTime(42);
@@ -221,15 +214,15 @@ TEST_F(ZVDBusServiceTest, AnnouncesEachChangeOnceAndNothingWhileIdle) {
     settle();
     EXPECT_EQ(announced.size(), 3u);
 
-    service->SetTaskText(QStringLiteral("Invoices"));
+    service->SetTaskText(u"Invoices"_s);
     settle();
     ASSERT_EQ(announced.size(), 4u);
-    EXPECT_EQ(announced.back().value(QStringLiteral("task")).toString(), QStringLiteral("Invoices"));
+    EXPECT_EQ(announced.back().value(u"task"_s).toString(), u"Invoices"_s);
 
     service->Stop();
     settle();
     ASSERT_EQ(announced.size(), 5u);
-    EXPECT_FALSE(announced.back().value(QStringLiteral("running")).toBool());
+    EXPECT_FALSE(announced.back().value(u"running"_s).toBool());
     EXPECT_FALSE(service->isMinuteUpdateArmed());
 
     ZVNotificationCenter::shared().post(ZVIntegrationCenterSynchronizationDidStartNotification);
@@ -239,34 +232,34 @@ TEST_F(ZVDBusServiceTest, AnnouncesEachChangeOnceAndNothingWhileIdle) {
 
 TEST_F(ZVDBusServiceTest, ExportWritesTheRunsOfTheGivenDaysOrSaysWhatIsWrong) {
     ZVIntegrationCenter::shared().setCurrentProject(website);
-    taskField().setText(QStringLiteral("Layout"));
+    taskField().setText(u"Layout"_s);
     service->Start();
     service->Stop();
-    const QString file = QString::fromStdString(home.path()) + QStringLiteral("/log.csv");
+    const QString file = QString::fromStdString(home.path()) + u"/log.csv"_s;
     const QString today = QDate::currentDate().toString(Qt::ISODate);
     const QString yesterday = QDate::currentDate().addDays(-1).toString(Qt::ISODate);
 
     EXPECT_FALSE(service->ExportCSV(today, today, file).isEmpty()) << service->lastError().toStdString();
     QFile written(file);
     ASSERT_TRUE(written.open(QIODevice::ReadOnly));
-    const QStringList lines = QString::fromUtf8(written.readAll()).split(QStringLiteral("\r\n"), Qt::SkipEmptyParts);
+    const QStringList lines = QString::fromUtf8(written.readAll()).split(u"\r\n"_s, Qt::SkipEmptyParts);
     ASSERT_EQ(lines.size(), 2);
-    EXPECT_TRUE(lines[0].startsWith(QStringLiteral("Start,Stop,Comment")));
-    EXPECT_TRUE(lines[1].contains(QStringLiteral("Layout"))) << lines[1].toStdString();
+    EXPECT_TRUE(lines[0].startsWith(u"Start,Stop,Comment"_s));
+    EXPECT_TRUE(lines[1].contains(u"Layout"_s)) << lines[1].toStdString();
     written.close();
 
     EXPECT_FALSE(service->ExportCSV(yesterday, yesterday, file).isEmpty());
     ASSERT_TRUE(written.open(QIODevice::ReadOnly));
-    EXPECT_EQ(QString::fromUtf8(written.readAll()).split(QStringLiteral("\r\n"), Qt::SkipEmptyParts).size(), 1);
+    EXPECT_EQ(QString::fromUtf8(written.readAll()).split(u"\r\n"_s, Qt::SkipEmptyParts).size(), 1);
 
-    EXPECT_TRUE(service->ExportCSV(QStringLiteral("2024-13-01"), today, file).isEmpty());
-    EXPECT_EQ(service->lastError(), QStringLiteral("\"2024-13-01\" is not a date (YYYY-MM-DD)."));
+    EXPECT_TRUE(service->ExportCSV(u"2024-13-01"_s, today, file).isEmpty());
+    EXPECT_EQ(service->lastError(), u"\"2024-13-01\" is not a date (YYYY-MM-DD)."_s);
     EXPECT_TRUE(service->ExportCSV(today, yesterday, file).isEmpty());
-    EXPECT_TRUE(service->ExportCSV(today, today, QStringLiteral("log.csv")).isEmpty());
+    EXPECT_TRUE(service->ExportCSV(today, today, u"log.csv"_s).isEmpty());
     EXPECT_TRUE(ui.alertMessages().empty());
 
     // A file that cannot be written gets the log drawer's alert as well.
-    EXPECT_TRUE(service->ExportCSV(today, today, QStringLiteral("/proc/norvo/log.csv")).isEmpty());
+    EXPECT_TRUE(service->ExportCSV(today, today, u"/proc/norvo/log.csv"_s).isEmpty());
     EXPECT_EQ(ui.alertMessages(), std::vector<std::string>{"The log could not be exported."});
 }
 
@@ -274,12 +267,12 @@ TEST_F(ZVDBusServiceTest, PostAndSynchronizeRefuseLocalProjectsTheWayTheCommands
     ZVIntegrationCenter::shared().setCurrentProject(website);
     EXPECT_TRUE(service->PostCurrent().isEmpty());
     EXPECT_EQ(ui.beepCount(), 1) << "the post command beeps for a local project";
-    EXPECT_EQ(service->lastError(), QStringLiteral("The time of local projects is not posted anywhere."));
+    EXPECT_EQ(service->lastError(), u"The time of local projects is not posted anywhere."_s);
     EXPECT_TRUE(service->Synchronize().isEmpty());
     EXPECT_FALSE(service->lastError().isEmpty());
 
     ZVIntegrationCenter::shared().setCurrentProject(nullptr);
     EXPECT_TRUE(service->PostCurrent().isEmpty());
     EXPECT_EQ(ui.beepCount(), 2);
-    EXPECT_EQ(service->lastError(), QStringLiteral("No project selected."));
+    EXPECT_EQ(service->lastError(), u"No project selected."_s);
 }

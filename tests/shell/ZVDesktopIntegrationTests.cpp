@@ -21,28 +21,12 @@
 #include "testkit/ScriptedUserInterface.h"
 #include "ui_elements/ZVStatusItemController.h"
 
+using namespace Qt::StringLiterals;
+
 using ::testing::HasSubstr;
 using ::testing::Not;
 
 namespace {
-
-/// Sets an environment variable for the life of the object.
-class ScopedVariable {
-public:
-    ScopedVariable(const char* name, const std::string& value) : _name(name) {
-        if (const char* old = std::getenv(name)) _old = old;
-        setenv(name, value.c_str(), 1);
-    }
-    ~ScopedVariable() { restore(); }
-    void restore() {
-        if (_old) setenv(_name, _old->c_str(), 1);
-        else unsetenv(_name);
-    }
-
-private:
-    const char* _name;
-    std::optional<std::string> _old;
-};
 
 void writeText(const std::string& path, const std::string& text) {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
@@ -60,7 +44,7 @@ protected:
     ZVLaunchAtLoginTest() : systemConfig("XDG_CONFIG_DIRS", home.path() + "/etc-xdg") {}
 
     QCheckBox& startAtLoginBox() {
-        auto* box = window.findChild<QCheckBox*>(QStringLiteral("startAtLoginButton"));
+        auto* box = window.findChild<QCheckBox*>(u"startAtLoginButton"_s);
         if (!box) throw std::runtime_error("the General pane has no start-at-login box");
         return *box;
     }
@@ -149,28 +133,17 @@ protected:
     ScriptedUserInterface ui;
 };
 
-std::vector<std::string> titles(const ZVMenu& menu) {
-    std::vector<std::string> result;
-    for (const auto& item : menu.items) result.push_back(item->isSeparator ? "-" : item->title);
-    return result;
-}
-
 }  // namespace
 
-TEST_F(ZVGermanCatalogTest, TheActionMenuSpeaksGerman) {
-    auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
-    ZVIntegrationCenter::shared().setCurrentProject(project);
-    const auto menu = ZVMenuManager::shared().actionMenu();
-    EXPECT_EQ(titles(*menu), (std::vector<std::string>{
-                                 "Timer starten", "Timer zurücksetzen …", "-", "Zeit in Projekt verschieben …",
-                                 "Zeit aus Projekt verschieben …", "Zeit in Projekt kopieren …",
-                                 "Zeit aus Projekt kopieren …", "-", "Zeit runden …", "Zeit bearbeiten …"}));
-}
-
-TEST_F(ZVGermanCatalogTest, AlertsFillTheirPlaceholdersInTheGermanText) {
+TEST_F(ZVGermanCatalogTest, MenusAndAlertsSpeakGermanAndFillTheirPlaceholders) {
     auto local = ZVNorvoIntegration::sharedIntegration();
     auto project = addProject(local, "Website");
-    auto menu = local->integrationMenu(nullptr, nullptr, true);
+    ZVIntegrationCenter::shared().setCurrentProject(project);
+    EXPECT_EQ(titles(*ZVMenuManager::shared().actionMenu()),
+              "Timer starten|Timer zurücksetzen …|-|Zeit in Projekt verschieben …|Zeit aus Projekt verschieben …|"
+              "Zeit in Projekt kopieren …|Zeit aus Projekt kopieren …|-|Zeit runden …|Zeit bearbeiten …");
+
+    const auto menu = local->integrationMenu(nullptr, nullptr, true);
     ZVMenuItem* remove = menu->itemWithTitle("„Website“ entfernen …");
     ASSERT_NE(remove, nullptr);
     ui.answerWith("Abbrechen");
@@ -185,44 +158,37 @@ TEST_F(ZVGermanCatalogTest, AlertsFillTheirPlaceholdersInTheGermanText) {
               "Zeit für „Website“ auf 01:00:00 geändert");
 }
 
-TEST_F(ZVGermanCatalogTest, CountsTakeTheGermanSingularAndPlural) {
+// English has no catalog and keeps its own plural words.
+TEST_F(ZVGermanCatalogTest, CountsTakeTheSingularAndPluralOfTheLanguage) {
     auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
-    const std::pair<std::uint64_t, std::string> cases[] = {
-        {1, "1 SEKUNDE"}, {2, "2 SEKUNDEN"}, {0, "0 SEKUNDEN"},
-        {61, "1 MINUTE 1 SEK."}, {125, "2 MINUTEN 5 SEK."},
-        {3600, "1 STUNDE 0 MIN."}, {7260, "2 STUNDEN 1 MIN."},
+    const std::tuple<const char*, std::uint64_t, const char*> totals[] = {
+        {"de", 1, "1 SEKUNDE"},           {"de", 2, "2 SEKUNDEN"},           {"de", 0, "0 SEKUNDEN"},
+        {"de", 61, "1 MINUTE 1 SEK."},    {"de", 125, "2 MINUTEN 5 SEK."},   {"de", 3600, "1 STUNDE 0 MIN."},
+        {"de", 7260, "2 STUNDEN 1 MIN."}, {"en", 61, "1 MINUTES 1 SECONDS"},
     };
-    for (const auto& [seconds, text] : cases) {
+    for (const auto& [lang, seconds, text] : totals) {
+        setenv("LANGUAGE", lang, 1);
+        ZVPrepareLocalization();
         project->setTimeWithoutSaving(seconds);
-        EXPECT_EQ(project->totalTimeString(), text) << seconds;
+        EXPECT_EQ(project->totalTimeString(), text) << lang << " " << seconds;
     }
-    EXPECT_EQ(ZVLocalizedPluralFormat("%@ minute", "%@ minutes", 1, {"1"}), "1 Minute");
-    EXPECT_EQ(ZVLocalizedPluralFormat("%@ minute", "%@ minutes", 15, {"15"}), "15 Minuten");
-}
-
-TEST_F(ShellFixture, EnglishKeepsItsOwnPluralWordsWithoutACatalog) {
-    ScopedVariable language("LANGUAGE", "en");
-    ZVPrepareLocalization();
-    struct Restore {
-        ScopedVariable& variable;
-        ~Restore() {
-            variable.restore();
-            ZVPrepareLocalization();
-        }
-    } restoreAfterwards{language};
-    auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
-    project->setTimeWithoutSaving(61);
-    EXPECT_EQ(project->totalTimeString(), "1 MINUTES 1 SECONDS");
-    EXPECT_EQ(ZVLocalizedPluralFormat("%@ minute", "%@ minutes", 1, {"1"}), "1 minute");
-    EXPECT_EQ(ZVLocalizedPluralFormat("%@ minute", "%@ minutes", 5, {"5"}), "5 minutes");
+    const std::tuple<const char*, unsigned long, const char*> minutes[] = {
+        {"de", 1, "1 Minute"}, {"de", 15, "15 Minuten"}, {"en", 1, "1 minute"}, {"en", 5, "5 minutes"}};
+    for (const auto& [lang, count, text] : minutes) {
+        setenv("LANGUAGE", lang, 1);
+        ZVPrepareLocalization();
+        EXPECT_EQ(ZVLocalizedPluralFormat("%@ minute", "%@ minutes", count, {std::to_string(count)}), text) << lang;
+    }
 }
 
 TEST_F(ShellFixture, TheTrayKeepsItsClockAndShowsTheThemedStateIconWhereTheClockCannotBeRead) {
     ZVStatusItemView view;
-    view.setTimeString(QStringLiteral("01:02:03"));
+    view.setTimeString(u"01:02:03"_s);
     const QImage clock = view.render();
     const QIcon stoppedLight = ZVStatusItemController::trayIcon(view, false);
-    EXPECT_EQ(stoppedLight.pixmap(ZVStatusItemView::iconSize, ZVStatusItemView::iconSize).toImage().convertToFormat(clock.format()),
+    EXPECT_EQ(stoppedLight.pixmap(ZVStatusItemView::iconSize, ZVStatusItemView::iconSize)
+                  .toImage()
+                  .convertToFormat(clock.format()),
               clock)
         << "the live clock is what a tray of the usual size shows";
 
@@ -238,7 +204,7 @@ TEST_F(ShellFixture, TheTrayKeepsItsClockAndShowsTheThemedStateIconWhereTheClock
     const QIcon syncing = ZVStatusItemController::trayIcon(view, false);
     EXPECT_NE(small(syncing), small(running));
 
-    EXPECT_EQ(ZVStatusItemController::stateIconName(false, false, false), QStringLiteral("com.tesselwick.Norvo-stopped"));
-    EXPECT_EQ(ZVStatusItemController::stateIconName(true, false, true), QStringLiteral("com.tesselwick.Norvo-running-dark"));
-    EXPECT_EQ(ZVStatusItemController::stateIconName(true, true, false), QStringLiteral("com.tesselwick.Norvo-syncing"));
+    EXPECT_EQ(ZVStatusItemController::stateIconName(false, false, false), u"com.tesselwick.Norvo-stopped"_s);
+    EXPECT_EQ(ZVStatusItemController::stateIconName(true, false, true), u"com.tesselwick.Norvo-running-dark"_s);
+    EXPECT_EQ(ZVStatusItemController::stateIconName(true, true, false), u"com.tesselwick.Norvo-syncing"_s);
 }

@@ -8,31 +8,28 @@
 #include "ShellTestEnvironment.h"
 #include "ZVPreferences.h"
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
-// The executable sits in the build tree's src folder, beside this suite's tests folder.
-QString norvoExecutable() {
-    const QString self = QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath();
-    return QFileInfo(self).dir().absoluteFilePath(QStringLiteral("../src/norvo"));
-}
-
 QString artifactsFolder() {
-    const QString self = QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath();
-    QDir folder(QFileInfo(self).dir().absoluteFilePath(QStringLiteral("artifacts")));
-    folder.mkpath(QStringLiteral("."));
+    QDir folder(buildTreePath(u"artifacts"_s));
+    folder.mkpath(u"."_s);
     return folder.absolutePath();
 }
 
-QString run(const QString& program, const QStringList& arguments) {
+/// Runs a command line (split at single spaces) to its end and gives its first line of output.
+QString run(const QString& line) {
     QProcess process;
-    process.start(program, arguments);
+    QStringList arguments = line.split(QLatin1Char(' '));
+    process.start(arguments.takeFirst(), arguments);
     process.waitForFinished(10000);
-    return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
+    return QString::fromUtf8(process.readAllStandardOutput()).section(QLatin1Char('\n'), 0, 0).trimmed();
 }
 
 bool screenshot(const QString& path) {
     QFile::remove(path);
-    run(QStringLiteral("import"), {QStringLiteral("-window"), QStringLiteral("root"), path});
+    QProcess::execute(u"import"_s, {u"-window"_s, u"root"_s, path});
     return QFileInfo(path).size() > 0;
 }
 
@@ -46,7 +43,7 @@ TEST(NorvoEndToEnd, ShowsTheTimerWindowAndTheStatusMenu) {
     if (!display || !*display) GTEST_SKIP() << "needs an X display (run under Xvfb)";
     for (const char* tool : {"import", "xdotool", "trayer"})
         if (QStandardPaths::findExecutable(QString::fromUtf8(tool)).isEmpty()) GTEST_SKIP() << tool << " is missing";
-    const QString executable = norvoExecutable();
+    const QString executable = buildTreePath(u"../src/norvo"_s);
     if (!QFileInfo::exists(executable)) GTEST_SKIP() << "the norvo executable is not built";
 
     TemporaryHome home;
@@ -54,10 +51,7 @@ TEST(NorvoEndToEnd, ShowsTheTimerWindowAndTheStatusMenu) {
     ASSERT_TRUE(ZVPreferences::shared().synchronize());
 
     QProcess tray;
-    tray.start(QStringLiteral("trayer"), {QStringLiteral("--edge"), QStringLiteral("top"), QStringLiteral("--align"),
-                                          QStringLiteral("right"), QStringLiteral("--height"), QStringLiteral("28"),
-                                          QStringLiteral("--widthtype"), QStringLiteral("pixel"),
-                                          QStringLiteral("--width"), QStringLiteral("80")});
+    tray.start(u"trayer"_s, words("--edge top --align right --height 28 --widthtype pixel --width 80"));
     ASSERT_TRUE(tray.waitForStarted());
     QThread::msleep(800);
 
@@ -67,26 +61,20 @@ TEST(NorvoEndToEnd, ShowsTheTimerWindowAndTheStatusMenu) {
     QString windowID;
     for (int attempt = 0; attempt < 50 && windowID.isEmpty(); ++attempt) {
         QThread::msleep(200);
-        windowID = run(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
-                                                   QStringLiteral("--name"), QStringLiteral("^Norvo$")})
-                       .section(QLatin1Char('\n'), 0, 0);
+        windowID = run(u"xdotool search --onlyvisible --name ^Norvo$"_s);
     }
     EXPECT_FALSE(windowID.isEmpty()) << "the timer window did not appear";
     QThread::msleep(1500);
     const QString folder = artifactsFolder();
-    EXPECT_TRUE(screenshot(folder + QStringLiteral("/timer-window.png")));
+    EXPECT_TRUE(screenshot(folder + u"/timer-window.png"_s));
 
     // The tray icon is the first child of trayer's window; a right click opens the status menu.
-    const QString trayWindow = run(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--class"),
-                                                              QStringLiteral("trayer")})
-                                   .section(QLatin1Char('\n'), 0, 0);
+    const QString trayWindow = run(u"xdotool search --class trayer"_s);
     if (!trayWindow.isEmpty()) {
-        run(QStringLiteral("xdotool"), {QStringLiteral("mousemove"), QStringLiteral("--window"), trayWindow,
-                                        QStringLiteral("12"), QStringLiteral("14"), QStringLiteral("click"),
-                                        QStringLiteral("3")});
+        run(u"xdotool mousemove --window "_s + trayWindow + u" 12 14 click 3"_s);
         QThread::msleep(1200);
-        EXPECT_TRUE(screenshot(folder + QStringLiteral("/status-menu.png")));
-        run(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("Escape")});
+        EXPECT_TRUE(screenshot(folder + u"/status-menu.png"_s));
+        run(u"xdotool key Escape"_s);
     }
 
     EXPECT_EQ(norvo.state(), QProcess::Running) << "norvo ended: " << norvo.readAllStandardError().toStdString();

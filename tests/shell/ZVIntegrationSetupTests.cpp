@@ -26,7 +26,18 @@
 #include "testkit/ScriptedUserInterface.h"
 #include "ui_elements/ZVProjectPopUpButton.h"
 
+using namespace Qt::StringLiterals;
+
 namespace {
+
+using Names = std::vector<std::string>;
+
+/// The text in front of a field of a form.
+QString rowLabel(QWidget* field) {
+    auto* form = qobject_cast<QFormLayout*>(field->parentWidget()->layout());
+    auto* label = form ? qobject_cast<QLabel*>(form->labelForField(field)) : nullptr;
+    return label ? label->text() : u"<no label>"_s;
+}
 
 /// A Generic account that counts its synchronizations instead of running them.
 class CountingGenericIntegration : public ZVGenericAddressBasedIntegration {
@@ -58,18 +69,8 @@ ZVMenuItem* itemOfProject(const ZVMenu& menu, const ZVIntegrationProject::Pointe
     return nullptr;
 }
 
-class ZVIntegrationSetupTest : public ShellFixture {
+class ZVIntegrationSetupTest : public LaunchedAppFixture {
 protected:
-    ZVIntegrationSetupTest() {
-        delegate = std::make_unique<ZVNorvoAppDelegate>(true);
-        delegate->awakeFromNib();
-        delegate->applicationDidFinishLaunching();
-    }
-    ~ZVIntegrationSetupTest() override {
-        processEventsUntil([] { return !ZVIntegrationCenter::shared().synchronizationIsInProgress(); }, 10000);
-        delegate.reset();
-    }
-
     ZVPopover& popover() { return *delegate->popover(); }
     template <class Controller>
     Controller* content() {
@@ -77,7 +78,7 @@ protected:
     }
     ZVIntegrationSetupViewController& openSetup() {
         // A refresh that is still running would turn away the one that saving starts.
-        processEventsUntil([] { return !ZVIntegrationCenter::shared().synchronizationIsInProgress(); }, 10000);
+        waitForRefresh();
         delegate->addIntegration();
         auto* controller = content<ZVIntegrationSetupViewController>();
         if (!controller) ADD_FAILURE() << "the setup popover did not open";
@@ -93,10 +94,28 @@ protected:
         if (!controller.setupView()) return nullptr;
         return controller.setupView()->findChild<QLineEdit*>(QString::fromUtf8(name));
     }
+    /// Fills in a Generic account of the server for "alice" as the user types it.
+    static void typeGenericAccount(ZVIntegrationSetupViewController& setup, const std::string& address,
+                                   const char* password) {
+        choose(setup, "Generic");
+        ASSERT_NE(field(setup, "addressField"), nullptr);
+        field(setup, "addressField")->setText(QString::fromStdString(address));
+        field(setup, "usernameField")->setText(u"alice"_s);
+        field(setup, "passwordField")->setText(QString::fromUtf8(password));
+    }
+    static void typeGenericAccount(ZVIntegrationSetupViewController& setup, const FakeServer& server,
+                                   const char* password) {
+        typeGenericAccount(setup, server.baseURL(), password);
+        setup.setupView()->findChild<QCheckBox*>(u"sslButton"_s)->setChecked(false);
+    }
     void clickBesideThePopover() {
         QMouseEvent press(QEvent::MouseButtonPress, QPointF(3, 3), QPointF(3, 3), Qt::LeftButton, Qt::LeftButton,
                           Qt::NoModifier);
         QApplication::sendEvent(delegate->window(), &press);
+    }
+    void pressEscape() {
+        QKeyEvent escape(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier);
+        QApplication::sendEvent(&popover(), &escape);
     }
     std::shared_ptr<CountingGenericIntegration> addGenericAccount(const std::string& name) {
         auto account = ZVIntegration::makeNew<CountingGenericIntegration>();
@@ -105,9 +124,6 @@ protected:
         ZVIntegrationCenter::shared().addIntegration(account);
         return account;
     }
-
-    ScriptedUserInterface ui;
-    std::unique_ptr<ZVNorvoAppDelegate> delegate;
 };
 
 }  // namespace
@@ -116,12 +132,7 @@ TEST_F(ZVIntegrationSetupTest, AccountSetUpInThePanelSynchronizesItsTreeIntoTheM
     FakeServer server;
     serveGenericTree(server);
     ZVIntegrationSetupViewController& setup = openSetup();
-    choose(setup, "Generic");
-    ASSERT_NE(field(setup, "addressField"), nullptr);
-    field(setup, "addressField")->setText(QString::fromStdString(server.baseURL()));
-    setup.setupView()->findChild<QCheckBox*>(QStringLiteral("sslButton"))->setChecked(false);
-    field(setup, "usernameField")->setText(QStringLiteral("alice"));
-    field(setup, "passwordField")->setText(QStringLiteral("right"));
+    typeGenericAccount(setup, server, "right");
     setup.saveButton()->click();
 
     EXPECT_FALSE(popover().isShown());
@@ -147,22 +158,35 @@ TEST_F(ZVIntegrationSetupTest, AccountSetUpInThePanelSynchronizesItsTreeIntoTheM
     EXPECT_NE(itemOfProject(*websiteItem->submenu, website->subprojects().front()), nullptr);
 }
 
+TEST_F(ZVIntegrationSetupTest, SaveWithWrongCredentialsStillAddsTheAccount) {
+    FakeServer server;
+    serveGenericTree(server);
+    ZVIntegrationSetupViewController& setup = openSetup();
+    typeGenericAccount(setup, server, "wrong");
+    setup.saveButton()->click();
+
+    ASSERT_EQ(ZVIntegrationCenter::shared().integrations().size(), 1u);
+    ASSERT_TRUE(processEventsUntil([&] { return server.requestCount() > 0; }, 10000));
+    waitForRefresh();
+    const auto accounts = ZVIntegrationCenter::shared().integrations();
+    ASSERT_EQ(accounts.size(), 1u);
+    EXPECT_TRUE(accounts.front()->availableProjects().empty());
+}
+
 TEST_F(ZVIntegrationSetupTest, ChoosingAnotherServiceDropsWhatWasTypedAndTheSameServiceKeepsIt) {
     ZVIntegrationSetupViewController& setup = openSetup();
-    choose(setup, "Generic");
+    typeGenericAccount(setup, "tracker.example.org", "secret");
     auto typedInto = setup.currentIntegration();
-    field(setup, "addressField")->setText(QStringLiteral("tracker.example.org"));
-    field(setup, "usernameField")->setText(QStringLiteral("alice"));
 
     choose(setup, "Generic");
     EXPECT_EQ(setup.currentIntegration(), typedInto);
-    EXPECT_EQ(field(setup, "addressField")->text(), QStringLiteral("tracker.example.org"));
-    EXPECT_EQ(field(setup, "usernameField")->text(), QStringLiteral("alice"));
+    EXPECT_EQ(field(setup, "addressField")->text(), u"tracker.example.org"_s);
+    EXPECT_EQ(field(setup, "usernameField")->text(), u"alice"_s);
 
     choose(setup, "JIRA");
     EXPECT_NE(std::dynamic_pointer_cast<ZVJIRAIntegration>(setup.currentIntegration()), nullptr);
     EXPECT_TRUE(field(setup, "addressField")->text().isEmpty());
-    EXPECT_NE(setup.setupView()->findChild<QWidget*>(QStringLiteral("JIRA")), nullptr);
+    EXPECT_NE(setup.setupView()->findChild<QWidget*>(u"JIRA"_s), nullptr);
 
     choose(setup, "Generic");
     EXPECT_NE(setup.currentIntegration(), typedInto);
@@ -177,18 +201,15 @@ TEST_F(ZVIntegrationSetupTest, ServiceWithAFixedHostShowsItReadOnlyAndNoSSLSwitc
     ASSERT_NE(address, nullptr);
     EXPECT_TRUE(address->isReadOnly());
     EXPECT_FALSE(address->text().isEmpty());
-    EXPECT_EQ(setup.setupView()->findChild<QCheckBox*>(QStringLiteral("sslButton")), nullptr);
+    EXPECT_EQ(setup.setupView()->findChild<QCheckBox*>(u"sslButton"_s), nullptr);
     ASSERT_NE(field(setup, "rateField"), nullptr);
-    field(setup, "rateField")->setText(QStringLiteral("85.5"));
+    field(setup, "rateField")->setText(u"85.5"_s);
     EXPECT_EQ(setup.currentIntegration()->dictionaryRepresentation().at("KDKashFlowRate").description(), "85.5");
 }
 
 TEST_F(ZVIntegrationSetupTest, CancelAfterTypingLeavesNoAccountAndNoStoredCredential) {
     ZVIntegrationSetupViewController& setup = openSetup();
-    choose(setup, "Generic");
-    field(setup, "addressField")->setText(QStringLiteral("tracker.example.org"));
-    field(setup, "usernameField")->setText(QStringLiteral("alice"));
-    field(setup, "passwordField")->setText(QStringLiteral("secret"));
+    typeGenericAccount(setup, "tracker.example.org", "secret");
     setup.cancelButton()->click();
 
     EXPECT_FALSE(popover().isShown());
@@ -197,35 +218,16 @@ TEST_F(ZVIntegrationSetupTest, CancelAfterTypingLeavesNoAccountAndNoStoredCreden
     EXPECT_EQ(keychain.saveCount(), 0u);
 }
 
-TEST_F(ZVIntegrationSetupTest, SaveWithWrongCredentialsStillAddsTheAccount) {
-    FakeServer server;
-    serveGenericTree(server);
+// What was typed into the setup panel goes only with "Cancel" or a second
+// "Add Account": a click beside it and Escape leave it open.
+TEST_F(ZVIntegrationSetupTest, OnlyAddAccountAgainClosesTheSetupPanelAndDiscardsIt) {
     ZVIntegrationSetupViewController& setup = openSetup();
-    choose(setup, "Generic");
-    field(setup, "addressField")->setText(QString::fromStdString(server.baseURL()));
-    setup.setupView()->findChild<QCheckBox*>(QStringLiteral("sslButton"))->setChecked(false);
-    field(setup, "usernameField")->setText(QStringLiteral("alice"));
-    field(setup, "passwordField")->setText(QStringLiteral("wrong"));
-    setup.saveButton()->click();
-
-    ASSERT_EQ(ZVIntegrationCenter::shared().integrations().size(), 1u);
-    ASSERT_TRUE(processEventsUntil([&] { return server.requestCount() > 0; }, 10000));
-    ASSERT_TRUE(processEventsUntil([] { return !ZVIntegrationCenter::shared().synchronizationIsInProgress(); }, 10000));
-    const auto accounts = ZVIntegrationCenter::shared().integrations();
-    ASSERT_EQ(accounts.size(), 1u);
-    EXPECT_TRUE(accounts.front()->availableProjects().empty());
-}
-
-TEST_F(ZVIntegrationSetupTest, ClickBesideTheSetupPanelLeavesItOpen) {
-    openSetup();
+    field(setup, "usernameField")->setText(u"alice"_s);
     clickBesideThePopover();
+    pressEscape();
     EXPECT_TRUE(popover().isShown());
-    EXPECT_NE(content<ZVIntegrationSetupViewController>(), nullptr);
-}
+    EXPECT_EQ(content<ZVIntegrationSetupViewController>(), &setup);
 
-TEST_F(ZVIntegrationSetupTest, AddAccountAgainClosesTheSetupPanelAndDiscardsIt) {
-    ZVIntegrationSetupViewController& setup = openSetup();
-    field(setup, "usernameField")->setText(QStringLiteral("alice"));
     delegate->addIntegration();
     EXPECT_FALSE(popover().isShown());
     EXPECT_TRUE(ZVIntegrationCenter::shared().integrations().empty());
@@ -234,38 +236,33 @@ TEST_F(ZVIntegrationSetupTest, AddAccountAgainClosesTheSetupPanelAndDiscardsIt) 
     EXPECT_TRUE(field(*content<ZVIntegrationSetupViewController>(), "usernameField")->text().isEmpty());
 }
 
-TEST_F(ZVIntegrationSetupTest, EditPanelHidesTheServiceChoiceAndSynchronizesWhenAClickBesideClosesIt) {
+TEST_F(ZVIntegrationSetupTest, EditPanelHidesTheServiceChoiceAndSynchronizesWhenItCloses) {
     auto account = addGenericAccount("Office server");
     account->usernamePasswordAuthentication().setUsername("alice");
     const int synchronizationsBefore = account->synchronizeCount;
     delegate->editIntegration(account);
+    popover().closePopover();
+    EXPECT_EQ(account->synchronizeCount, synchronizationsBefore + 1) << "closing without changes synchronizes too";
 
+    delegate->editIntegration(account);
     auto* edit = content<ZVIntegrationEditViewController>();
     ASSERT_NE(edit, nullptr);
     ASSERT_TRUE(popover().isShown());
     EXPECT_TRUE(edit->integrationPopUp()->isHidden());
     EXPECT_TRUE(edit->saveButton()->isHidden());
     EXPECT_TRUE(edit->cancelButton()->isHidden());
-    EXPECT_EQ(field(*edit, "addressField")->text(), QStringLiteral("server.invalid"));
-    EXPECT_EQ(field(*edit, "usernameField")->text(), QStringLiteral("alice"));
-    field(*edit, "usernameField")->setText(QStringLiteral("bob"));
+    EXPECT_EQ(field(*edit, "addressField")->text(), u"server.invalid"_s);
+    EXPECT_EQ(field(*edit, "usernameField")->text(), u"alice"_s);
+    field(*edit, "usernameField")->setText(u"bob"_s);
 
     clickBesideThePopover();
     EXPECT_FALSE(popover().isShown());
-    EXPECT_EQ(account->synchronizeCount, synchronizationsBefore + 1);
+    EXPECT_EQ(account->synchronizeCount, synchronizationsBefore + 2);
     EXPECT_EQ(account->usernamePasswordAuthentication().username(), "bob");
     EXPECT_EQ(ZVIntegrationCenter::shared().integrations().size(), 1u);
 }
 
-TEST_F(ZVIntegrationSetupTest, ClosingTheEditPanelSynchronizesEvenWithoutChanges) {
-    auto account = addGenericAccount("Office server");
-    const int synchronizationsBefore = account->synchronizeCount;
-    delegate->editIntegration(account);
-    popover().closePopover();
-    EXPECT_EQ(account->synchronizeCount, synchronizationsBefore + 1);
-}
-
-TEST_F(ZVIntegrationSetupTest, EditingAnotherAccountWhileThePanelIsOpenIsRefused) {
+TEST_F(ZVIntegrationSetupTest, EditingOrManagingWhileAnAccountIsEditedIsRefused) {
     auto first = addGenericAccount("Office server");
     auto second = addGenericAccount("Client server");
     delegate->editIntegration(first);
@@ -275,25 +272,20 @@ TEST_F(ZVIntegrationSetupTest, EditingAnotherAccountWhileThePanelIsOpenIsRefused
     ASSERT_EQ(ui.alertMessages().size(), 1u);
     EXPECT_EQ(ui.alertMessages()[0],
               "You need to save or discard changes to currently edited integration before editing 'Client server'");
-    EXPECT_EQ(ui.alerts()[0].buttons, std::vector<std::string>{"OK"});
+    EXPECT_EQ(ui.alerts()[0].buttons, Names{"OK"});
     ASSERT_TRUE(popover().isShown());
     EXPECT_EQ(content<ZVIntegrationEditViewController>()->currentIntegration(), first);
 
     popover().closePopover();
     openSetup();
     delegate->editIntegration(second);
-    EXPECT_EQ(ui.alertMessages().size(), 2u);
+    delegate->manageNorvoProjects();
+    ASSERT_EQ(ui.alertMessages().size(), 3u);
+    EXPECT_EQ(ui.alertMessages()[2],
+              "You need to save or discard changes to currently edited integration before "
+              "managing local Norvo projects");
     EXPECT_NE(content<ZVIntegrationSetupViewController>(), nullptr);
 }
-
-namespace {
-/// The text in front of a field of a form.
-QString rowLabel(QWidget* field) {
-    auto* form = qobject_cast<QFormLayout*>(field->parentWidget()->layout());
-    auto* label = form ? qobject_cast<QLabel*>(form->labelForField(field)) : nullptr;
-    return label ? label->text() : QStringLiteral("<no label>");
-}
-}  // namespace
 
 TEST_F(ZVIntegrationSetupTest, JIRACredentialViewSaysWhatEachDeploymentTakes) {
     ZVIntegrationSetupViewController& setup = openSetup();
@@ -301,49 +293,48 @@ TEST_F(ZVIntegrationSetupTest, JIRACredentialViewSaysWhatEachDeploymentTakes) {
     auto jira = std::dynamic_pointer_cast<ZVJIRAIntegration>(setup.currentIntegration());
     ASSERT_NE(jira, nullptr);
     QWidget* view = setup.setupView();
-    auto* hint = view->findChild<QLabel*>(QStringLiteral("credentialHint"));
-    auto* tokenPage = view->findChild<QPushButton*>(QStringLiteral("APITokenPageButton"));
-    auto* tokenBox = view->findChild<QCheckBox*>(QStringLiteral("personalAccessTokenButton"));
+    auto* hint = view->findChild<QLabel*>(u"credentialHint"_s);
+    auto* tokenPage = view->findChild<QPushButton*>(u"APITokenPageButton"_s);
+    auto* tokenBox = view->findChild<QCheckBox*>(u"personalAccessTokenButton"_s);
     QLineEdit* username = field(setup, "usernameField");
     QLineEdit* password = field(setup, "passwordField");
     ASSERT_TRUE(hint && tokenPage && tokenBox && username && password);
-    const QString dataCenterWords = QStringLiteral("User name and password, or a personal access token");
+    const QString dataCenterWords = u"User name and password, or a personal access token"_s;
 
     // Without an address the view asks as Data Center does.
     EXPECT_EQ(hint->text(), dataCenterWords);
     EXPECT_TRUE(tokenPage->isHidden());
     EXPECT_FALSE(tokenBox->isHidden());
 
-    field(setup, "addressField")->setText(QStringLiteral("https://acme.atlassian.net/"));
-    EXPECT_EQ(hint->text(), QStringLiteral("E-mail and API token"));
-    EXPECT_EQ(rowLabel(username), QStringLiteral("E-mail"));
-    EXPECT_EQ(rowLabel(password), QStringLiteral("API token"));
+    field(setup, "addressField")->setText(u"https://acme.atlassian.net/"_s);
+    EXPECT_EQ(hint->text(), u"E-mail and API token"_s);
+    EXPECT_EQ(rowLabel(username), u"E-mail"_s);
+    EXPECT_EQ(rowLabel(password), u"API token"_s);
     EXPECT_FALSE(tokenPage->isHidden());
     EXPECT_TRUE(tokenBox->isHidden());
     tokenPage->click();
-    EXPECT_EQ(ui.openedURLs(),
-              std::vector<std::string>{"https://id.atlassian.com/manage-profile/security/api-tokens"});
+    EXPECT_EQ(ui.openedURLs(), Names{"https://id.atlassian.com/manage-profile/security/api-tokens"});
 
-    field(setup, "addressField")->setText(QStringLiteral("jira.example.com/jira"));
+    field(setup, "addressField")->setText(u"jira.example.com/jira"_s);
     EXPECT_EQ(hint->text(), dataCenterWords);
-    EXPECT_EQ(rowLabel(username), QStringLiteral("Username"));
-    EXPECT_EQ(rowLabel(password), QStringLiteral("Password"));
+    EXPECT_EQ(rowLabel(username), u"Username"_s);
+    EXPECT_EQ(rowLabel(password), u"Password"_s);
     EXPECT_TRUE(tokenPage->isHidden());
     tokenBox->setChecked(true);
     EXPECT_TRUE(jira->usesPersonalAccessToken());
-    EXPECT_EQ(rowLabel(password), QStringLiteral("Personal access token"));
-    password->setText(QStringLiteral("NjM4MDY1pat"));
+    EXPECT_EQ(rowLabel(password), u"Personal access token"_s);
+    password->setText(u"NjM4MDY1pat"_s);
     EXPECT_EQ(jira->usernamePasswordAuthentication().password(), "NjM4MDY1pat");
     tokenBox->setChecked(false);
     EXPECT_FALSE(jira->usesPersonalAccessToken());
-    EXPECT_EQ(rowLabel(password), QStringLiteral("Password"));
+    EXPECT_EQ(rowLabel(password), u"Password"_s);
 }
 
 namespace {
 
 /// The local projects' names as the preferences store holds them now.
-std::vector<std::string> namesInTheStore() {
-    std::vector<std::string> names;
+Names namesInTheStore() {
+    Names names;
     const auto stored = ZVPreferences::shared().value(ZVNorvoIntegrationPreferencesKey);
     if (!stored || !stored->array()) return names;
     for (const auto& project : *stored->array())
@@ -353,16 +344,16 @@ std::vector<std::string> namesInTheStore() {
 }
 
 /// The local projects as the preferences store holds them after a restart.
-std::vector<std::string> storedLocalProjectNames() {
+Names storedLocalProjectNames() {
     ZVNorvoIntegration::resetSharedIntegration();
-    std::vector<std::string> names;
+    Names names;
     for (const auto& project : ZVNorvoIntegration::sharedIntegration()->availableProjects())
         names.push_back(project->name());
     return names;
 }
 
-std::vector<std::string> rowTitles(const ZVNorvoProjectListModel& model) {
-    std::vector<std::string> titles;
+Names rowTitles(const ZVNorvoProjectListModel& model) {
+    Names titles;
     for (int row = 0; row < model.rowCount(); ++row)
         titles.push_back(model.data(model.index(row), Qt::DisplayRole).toString().toStdString());
     return titles;
@@ -395,69 +386,50 @@ TEST_F(ZVNorvoProjectManagementTest, RenamesAndMovesAreSavedAsTheyHappen) {
     auto& controller = openManagement({"Alpha", "Beta", "Gamma"});
     ASSERT_TRUE(popover().isShown());
     auto& model = *controller.model();
-    EXPECT_EQ(rowTitles(model), (std::vector<std::string>{"Alpha", "Beta", "Gamma"}));
+    EXPECT_EQ(rowTitles(model), (Names{"Alpha", "Beta", "Gamma"}));
 
-    EXPECT_TRUE(model.setData(model.index(1), QStringLiteral("Beta 2"), Qt::EditRole));
+    EXPECT_TRUE(model.setData(model.index(1), u"Beta 2"_s, Qt::EditRole));
     EXPECT_FALSE(model.setData(model.index(1), 42, Qt::EditRole)) << "only text is a name";
-    EXPECT_FALSE(model.setData(model.index(7), QStringLiteral("Nowhere"), Qt::EditRole));
+    EXPECT_FALSE(model.setData(model.index(7), u"Nowhere"_s, Qt::EditRole));
     EXPECT_EQ(ZVNorvoIntegration::sharedIntegration()->availableProjects()[1]->name(), "Beta 2");
-    EXPECT_EQ(namesInTheStore(), (std::vector<std::string>{"Alpha", "Beta 2", "Gamma"}));
+    EXPECT_EQ(namesInTheStore(), (Names{"Alpha", "Beta 2", "Gamma"}));
 
-    drag(model, 0, 3);  // below the last row
-    EXPECT_EQ(rowTitles(model), (std::vector<std::string>{"Beta 2", "Gamma", "Alpha"}));
-    drag(model, 2, 0);  // back to the top
-    EXPECT_EQ(rowTitles(model), (std::vector<std::string>{"Alpha", "Beta 2", "Gamma"}));
-    drag(model, 0, 2);  // into the gap between the second and third row
-    EXPECT_EQ(rowTitles(model), (std::vector<std::string>{"Beta 2", "Alpha", "Gamma"}));
-    drag(model, 1, -1);  // on the empty space under the rows
-    EXPECT_EQ(rowTitles(model), (std::vector<std::string>{"Beta 2", "Gamma", "Alpha"}));
-    EXPECT_EQ(namesInTheStore(), (std::vector<std::string>{"Beta 2", "Gamma", "Alpha"}));
+    const std::tuple<int, int, Names> drags[] = {
+        {0, 3, {"Beta 2", "Gamma", "Alpha"}},   // below the last row
+        {2, 0, {"Alpha", "Beta 2", "Gamma"}},   // back to the top
+        {0, 2, {"Beta 2", "Alpha", "Gamma"}},   // into the gap between the second and third row
+        {1, -1, {"Beta 2", "Gamma", "Alpha"}},  // on the empty space under the rows
+    };
+    for (const auto& [row, gap, order] : drags) {
+        drag(model, row, gap);
+        EXPECT_EQ(rowTitles(model), order) << row << " to " << gap;
+    }
+    EXPECT_EQ(namesInTheStore(), (Names{"Beta 2", "Gamma", "Alpha"}));
     QMimeData foreign;
-    foreign.setText(QStringLiteral("0"));
+    foreign.setText(u"0"_s);
     EXPECT_FALSE(model.canDropMimeData(&foreign, Qt::MoveAction, 0, 0, {}));
 
-    // Escape closes the panel, as "Done" does.
-    QKeyEvent escape(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier);
-    QApplication::sendEvent(&popover(), &escape);
+    pressEscape();  // closes this panel, as "Done" does
     EXPECT_FALSE(popover().isShown());
-    EXPECT_EQ(storedLocalProjectNames(), (std::vector<std::string>{"Beta 2", "Gamma", "Alpha"}));
+    EXPECT_EQ(storedLocalProjectNames(), (Names{"Beta 2", "Gamma", "Alpha"}));
 
-    auto& again = openManagement({});
-    again.findChild<QPushButton*>(QStringLiteral("doneButton"))->click();
+    openManagement({}).findChild<QPushButton*>(u"doneButton"_s)->click();
     EXPECT_FALSE(popover().isShown());
 }
 
 TEST_F(ZVNorvoProjectManagementTest, AddAsksForANameAndRemoveTakesTheSelectedRowOnly) {
     auto& controller = openManagement({"Alpha", "Beta"});
     auto& model = *controller.model();
-
     controller.remove();  // nothing selected
     EXPECT_EQ(model.rowCount(), 2);
 
     ui.answerTextPromptWith(std::string("Gamma"));
     controller.add();
-    EXPECT_EQ(rowTitles(model), (std::vector<std::string>{"Alpha", "Beta", "Gamma"}));
+    EXPECT_EQ(rowTitles(model), (Names{"Alpha", "Beta", "Gamma"}));
     EXPECT_EQ(ZVIntegrationCenter::shared().currentProject()->name(), "Gamma");
 
     controller.tableView()->setCurrentIndex(model.index(0));
     controller.remove();
-    EXPECT_EQ(rowTitles(model), (std::vector<std::string>{"Beta", "Gamma"}));
-    EXPECT_EQ(storedLocalProjectNames(), (std::vector<std::string>{"Beta", "Gamma"}));
-}
-
-TEST_F(ZVNorvoProjectManagementTest, ManagingWhileAnAccountIsEditedIsRefused) {
-    openSetup();
-    ui.clearRecords();
-    delegate->manageNorvoProjects();
-    ASSERT_EQ(ui.alertMessages().size(), 1u);
-    EXPECT_EQ(ui.alertMessages()[0],
-              "You need to save or discard changes to currently edited integration before managing local Norvo "
-              "projects");
-    EXPECT_NE(content<ZVIntegrationSetupViewController>(), nullptr);
-
-    // Escape leaves the setup panel open, as a click beside it does: what
-    // was typed there goes only with "Cancel".
-    QKeyEvent escape(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier);
-    QApplication::sendEvent(&popover(), &escape);
-    EXPECT_TRUE(popover().isShown());
+    EXPECT_EQ(rowTitles(model), (Names{"Beta", "Gamma"}));
+    EXPECT_EQ(storedLocalProjectNames(), (Names{"Beta", "Gamma"}));
 }

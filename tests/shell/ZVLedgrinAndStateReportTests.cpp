@@ -18,6 +18,8 @@
 #include "preferences/ZVNorvoPreferences.h"
 #include "testkit/ScriptedUserInterface.h"
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 /// The desktop as the test scripts it: what xdg-mime answers and which URLs were opened.
@@ -47,30 +49,27 @@ public:
 };
 
 void writeDesktopEntry(const std::string& dataDirectory, const QString& name, const QString& contents) {
-    const QString folder = QString::fromStdString(dataDirectory) + QStringLiteral("/applications");
+    const QString folder = QString::fromStdString(dataDirectory) + u"/applications"_s;
     ASSERT_TRUE(QDir().mkpath(folder));
     QFile file(folder + QLatin1Char('/') + name);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
     file.write(contents.toUtf8());
 }
 
-class ZVLedgrinBridgeTest : public ShellFixture {
+class ZVLedgrinBridgeTest : public LaunchedAppFixture {
 protected:
-    ZVLedgrinBridgeTest() {
-        delegate = std::make_unique<ZVNorvoAppDelegate>(true);
-        delegate->awakeFromNib();
-        delegate->applicationDidFinishLaunching();
-    }
-    ~ZVLedgrinBridgeTest() override {
-        ZVLedgrinIntegration::sharedIntegration().setEnvironment(nullptr);
-        delegate.reset();
-    }
+    ~ZVLedgrinBridgeTest() override { ZVLedgrinIntegration::sharedIntegration().setEnvironment(nullptr); }
 
     std::string dataHome() const { return home.path() + "/.local/share"; }
+    /// Ledgrin of the version as the desktop knows it, handed to the bridge.
+    void installLedgrin(const char* version) {
+        desktop.handler = u"ledgrin.desktop"_s;
+        writeDesktopEntry(dataHome(), u"ledgrin.desktop"_s,
+                          u"[Desktop Entry]\nX-Ledgrin-Version="_s + QString::fromUtf8(version) + u"\n"_s);
+        ZVLedgrinIntegration::sharedIntegration().setEnvironment(desktop.environment());
+    }
 
-    ScriptedUserInterface ui;
     ScriptedDesktop desktop;
-    std::unique_ptr<ZVNorvoAppDelegate> delegate;
 };
 
 }  // namespace
@@ -79,18 +78,17 @@ TEST_F(ZVLedgrinBridgeTest, InstalledMeansAHandlerOfTheSchemeAndItsEntryGivesThe
     auto environment = desktop.environment();
     EXPECT_FALSE(environment->isInstalled());
     ASSERT_FALSE(desktop.commands.empty());
-    EXPECT_EQ(desktop.commands.front(), (QStringList{QStringLiteral("xdg-mime"), QStringLiteral("query"),
-                                                     QStringLiteral("default"),
-                                                     QStringLiteral("x-scheme-handler/ledgrin")}));
+    EXPECT_EQ(desktop.commands.front(),
+              (QStringList{u"xdg-mime"_s, u"query"_s, u"default"_s, u"x-scheme-handler/ledgrin"_s}));
 
-    desktop.handler = QStringLiteral("\n");
+    desktop.handler = u"\n"_s;
     EXPECT_FALSE(environment->isInstalled());
 
-    desktop.handler = QStringLiteral("ledgrin.desktop\n");
+    desktop.handler = u"ledgrin.desktop\n"_s;
     EXPECT_TRUE(environment->isInstalled());
     EXPECT_EQ(environment->installedVersion(), std::nullopt);
 
-    writeDesktopEntry(dataHome(), QStringLiteral("ledgrin.desktop"),
+    writeDesktopEntry(dataHome(), u"ledgrin.desktop"_s,
                       QStringLiteral("[Desktop Entry]\nType=Application\nName=Ledgrin\nX-Ledgrin-Version = 2.3.4\n"
                                      "[Desktop Action New]\nX-Ledgrin-Version=1.0.0\n"));
     EXPECT_EQ(environment->installedVersion(), std::optional<std::string>("2.3.4"));
@@ -101,28 +99,19 @@ TEST_F(ZVLedgrinBridgeTest, ActionMenuOffersSendingOnlyToAnIntegrableVersion) {
     ZVIntegrationCenter::shared().setCurrentProject(project);
     const std::string title = "Send Time to Ledgrin 2…";
 
-    desktop.handler = QStringLiteral("ledgrin.desktop");
-    writeDesktopEntry(dataHome(), QStringLiteral("ledgrin.desktop"),
-                      QStringLiteral("[Desktop Entry]\nX-Ledgrin-Version=2.3.0\n"));
-    ZVLedgrinIntegration::sharedIntegration().setEnvironment(desktop.environment());
+    installLedgrin("2.3.0");
     EXPECT_EQ(ZVMenuManager::shared().actionMenu()->itemWithTitle(title), nullptr);
-
-    writeDesktopEntry(dataHome(), QStringLiteral("ledgrin.desktop"),
-                      QStringLiteral("[Desktop Entry]\nX-Ledgrin-Version=2.2.2\n"));
-    ZVLedgrinIntegration::sharedIntegration().setEnvironment(desktop.environment());
+    installLedgrin("2.2.2");
     EXPECT_NE(ZVMenuManager::shared().actionMenu()->itemWithTitle(title), nullptr);
 }
 
 TEST_F(ZVLedgrinBridgeTest, SendingHandsTheTaskTextHoursAndHourPriceToTheDesktop) {
-    desktop.handler = QStringLiteral("ledgrin.desktop");
-    writeDesktopEntry(dataHome(), QStringLiteral("ledgrin.desktop"),
-                      QStringLiteral("[Desktop Entry]\nX-Ledgrin-Version=2.2.2\n"));
-    ZVLedgrinIntegration::sharedIntegration().setEnvironment(desktop.environment());
+    installLedgrin("2.2.2");
     ZVPreferences::shared().perform([](ZVPreferences& store) { ZVNorvoPreferences(store).setHourPrice(80); });
     auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
     project->setTimeWithoutSaving(5400);
     ZVIntegrationCenter::shared().setCurrentProject(project);
-    delegate->window()->currentTaskTextField()->setText(QStringLiteral("Footer & header"));
+    delegate->window()->currentTaskTextField()->setText(u"Footer & header"_s);
 
     const auto menu = ZVMenuManager::shared().actionMenu();
     ZVMenuItem* item = menu->itemWithTitle("Send Time to Ledgrin 2…");

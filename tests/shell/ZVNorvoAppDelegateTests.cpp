@@ -12,30 +12,20 @@
 #include "ui_elements/ZVProjectPopUpButton.h"
 #include "ui_elements/ZVTimeTextField.h"
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
-class ZVNorvoAppDelegateTest : public ShellFixture {
+class ZVNorvoAppDelegateTest : public LaunchedAppFixture {
 protected:
-    ZVNorvoAppDelegateTest() {
-        delegate = std::make_unique<ZVNorvoAppDelegate>(true);
-        delegate->awakeFromNib();
-        delegate->applicationDidFinishLaunching();
-        // The launch starts a refresh; the tests begin when it has found no connection.
-        EXPECT_TRUE(processEventsUntil([] { return !ZVIntegrationCenter::shared().synchronizationIsInProgress(); }, 10000));
-    }
-    ~ZVNorvoAppDelegateTest() override { delegate.reset(); }
-
     ZVNorvoMainWindow& window() { return *delegate->window(); }
-
-    ScriptedUserInterface ui;
-    std::unique_ptr<ZVNorvoAppDelegate> delegate;
 };
 
 }  // namespace
 
 TEST_F(ZVNorvoAppDelegateTest, PickerReadsNoProjectUntilOneIsChosenFromItsMenu) {
     ZVProjectPopUpButton& picker = *window().projectListPopUpButton();
-    EXPECT_EQ(picker.text(), QStringLiteral("No project selected"));
+    EXPECT_EQ(picker.text(), u"No project selected"_s);
     EXPECT_TRUE(picker.toolTip().isEmpty());
 
     auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
@@ -57,7 +47,7 @@ TEST_F(ZVNorvoAppDelegateTest, PickerReadsNoProjectUntilOneIsChosenFromItsMenu) 
     item->perform();
 
     EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), project);
-    EXPECT_EQ(picker.text(), QStringLiteral("Website"));
+    EXPECT_EQ(picker.text(), u"Website"_s);
     EXPECT_EQ(picker.toolTip(), QString::fromUtf8("Projects ➔ Website"));
 }
 
@@ -65,11 +55,11 @@ TEST_F(ZVNorvoAppDelegateTest, StartStopButtonAndClockFollowTheHeartBeat) {
     auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
     project->setTimeWithoutSaving(3723);
     ZVIntegrationCenter::shared().setCurrentProject(project);
-    EXPECT_EQ(window().timeTextField()->text(), QStringLiteral("01:02:03"));
-    EXPECT_EQ(window().startStopButton()->text(), QStringLiteral("Start"));
+    EXPECT_EQ(window().timeTextField()->text(), u"01:02:03"_s);
+    EXPECT_EQ(window().startStopButton()->text(), u"Start"_s);
     window().startStopButton()->click();
     EXPECT_TRUE(ZVHeartBeat::sharedHeartBeat().isBeating());
-    EXPECT_EQ(window().startStopButton()->text(), QStringLiteral("Stop"));
+    EXPECT_EQ(window().startStopButton()->text(), u"Stop"_s);
     window().startStopButton()->click();
     EXPECT_FALSE(ZVHeartBeat::sharedHeartBeat().isBeating());
 }
@@ -78,7 +68,7 @@ TEST_F(ZVNorvoAppDelegateTest, TaskTextJoinsTheLogOfAProjectWithTimeButNoLog) {
     auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
     project->setTimeWithoutSaving(600);
     ZVIntegrationCenter::shared().setCurrentProject(project);
-    window().currentTaskTextField()->setText(QStringLiteral("Fixing the footer"));
+    window().currentTaskTextField()->setText(u"Fixing the footer"_s);
     Q_EMIT window().currentTaskTextField()->editingFinished();
     auto entry = project->lastTimeLogEntry();
     ASSERT_NE(entry, nullptr);
@@ -86,19 +76,27 @@ TEST_F(ZVNorvoAppDelegateTest, TaskTextJoinsTheLogOfAProjectWithTimeButNoLog) {
 
     // While the timer runs, the text is the open run's title alone.
     window().startStopButton()->click();
-    window().currentTaskTextField()->setText(QStringLiteral("Header"));
+    window().currentTaskTextField()->setText(u"Header"_s);
     Q_EMIT window().currentTaskTextField()->editingFinished();
     EXPECT_EQ(entry->text(), "Fixing the footer");
     window().startStopButton()->click();
     EXPECT_EQ(project->lastTimeLogEntry()->text(), "Header");
 }
 
-TEST_F(ZVNorvoAppDelegateTest, QuitWithUnpostedTimeAsksAndCancelKeepsRunning) {
+TEST_F(ZVNorvoAppDelegateTest, QuitAsksOnlyAboutUnpostedTimeAndOnlyWhenTheSettingIsOn) {
+    auto tracked = addProject(addAccount("Jira"), "Tracked");
+    tracked->setTimeWithoutSaving(120);
+    window().show();
+    EXPECT_EQ(delegate->applicationShouldTerminate(), ZVNorvoAppDelegate::TerminateReply::terminateNow)
+        << "the setting is off at first";
+    EXPECT_TRUE(ZVNorvoPreferences::shared().mainWindowIsVisible());
     ZVPreferences::shared().setBoolean(true, "KDWarnAboutUnpostedTimes");
-    auto account = addAccount("Jira");
-    addProject(account, "Tracked")->setTimeWithoutSaving(120);
-    window().hide();
+    tracked->setTimeWithoutSaving(0);
+    EXPECT_EQ(delegate->applicationShouldTerminate(), ZVNorvoAppDelegate::TerminateReply::terminateNow);
+    EXPECT_TRUE(ui.alerts().empty());
 
+    tracked->setTimeWithoutSaving(120);
+    window().hide();
     ui.answerWith("Cancel");
     EXPECT_EQ(delegate->applicationShouldTerminate(), ZVNorvoAppDelegate::TerminateReply::terminateCancel);
     ASSERT_EQ(ui.alerts().size(), 1u);
@@ -111,35 +109,19 @@ TEST_F(ZVNorvoAppDelegateTest, QuitWithUnpostedTimeAsksAndCancelKeepsRunning) {
     EXPECT_EQ(delegate->applicationShouldTerminate(), ZVNorvoAppDelegate::TerminateReply::terminateNow);
 }
 
-TEST_F(ZVNorvoAppDelegateTest, QuitWithoutUnpostedTimeAsksNothing) {
-    ZVPreferences::shared().setBoolean(true, "KDWarnAboutUnpostedTimes");
-    addProject(addAccount("Jira"), "Empty");
-    window().show();
-    EXPECT_EQ(delegate->applicationShouldTerminate(), ZVNorvoAppDelegate::TerminateReply::terminateNow);
-    EXPECT_TRUE(ui.alerts().empty());
-    EXPECT_TRUE(ZVNorvoPreferences::shared().mainWindowIsVisible());
-}
-
-TEST_F(ZVNorvoAppDelegateTest, UnpostedTimeIsNotAskedAboutWhenTheSettingIsOff) {
-    addProject(addAccount("Jira"), "Tracked")->setTimeWithoutSaving(120);
-    EXPECT_EQ(delegate->applicationShouldTerminate(), ZVNorvoAppDelegate::TerminateReply::terminateNow);
-    EXPECT_TRUE(ui.alerts().empty());
-}
-
 TEST_F(ZVNorvoAppDelegateTest, KeepAboveOtherWindowsFollowsTheSetting) {
-    ZVPreferences::shared().setBoolean(true, "ZVKeepTimeWindowAboveOtherWindows");
-    delegate->updateMainWindowLevel();
-    EXPECT_TRUE(window().windowFlags().testFlag(Qt::WindowStaysOnTopHint));
-    ZVPreferences::shared().setBoolean(false, "ZVKeepTimeWindowAboveOtherWindows");
-    delegate->updateMainWindowLevel();
-    EXPECT_FALSE(window().windowFlags().testFlag(Qt::WindowStaysOnTopHint));
+    for (const bool above : {true, false}) {
+        ZVPreferences::shared().setBoolean(above, "ZVKeepTimeWindowAboveOtherWindows");
+        delegate->updateMainWindowLevel();
+        EXPECT_EQ(window().windowFlags().testFlag(Qt::WindowStaysOnTopHint), above);
+    }
 }
 
 TEST_F(ZVNorvoAppDelegateTest, WhatsNewComesOnceAndBlocksNothing) {
     delegate->showReleaseNotesOnce();
     QWidget* whatsNew = nullptr;
     for (QWidget* widget : QApplication::topLevelWidgets())
-        if (widget->isVisible() && widget->windowTitle() == QStringLiteral("What's New in Norvo")) whatsNew = widget;
+        if (widget->isVisible() && widget->windowTitle() == u"What's New in Norvo"_s) whatsNew = widget;
     ASSERT_NE(whatsNew, nullptr);
     EXPECT_FALSE(whatsNew->isModal());
     EXPECT_TRUE(ZVPreferences::shared().boolean("ZVReleaseNotes847"));

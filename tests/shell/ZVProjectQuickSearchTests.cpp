@@ -10,14 +10,16 @@
 #include "core/ui/ZVMenu.h"
 #include "ui_elements/ZVProjectQuickSearch.h"
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
-std::vector<std::string> names(const std::vector<ZVIntegrationProject::Pointer>& projects) {
-    std::vector<std::string> result;
-    for (const auto& project : projects) result.push_back(project->name());
+/// The names of the projects joined by "|".
+std::string names(const std::vector<ZVIntegrationProject::Pointer>& projects) {
+    std::string result;
+    for (const auto& project : projects) result += (result.empty() ? "" : "|") + project->name();
     return result;
 }
-
 
 class ZVProjectQuickSearchTest : public ShellFixture {
 protected:
@@ -28,7 +30,11 @@ protected:
         build = addProject(jira, "Build", website);
         mobile = addProject(jira, "Mobile App");
         local = addProject(ZVNorvoIntegration::sharedIntegration(), "Website Notes");
+        ZVMenuManager::shared().setCommands(&commands);
     }
+    ~ZVProjectQuickSearchTest() override { ZVMenuManager::shared().setCommands(nullptr); }
+
+    IgnoredCommands commands;
 
     std::shared_ptr<ZVShellTestIntegration> jira;
     ZVIntegrationProject::Pointer website, design, build, mobile, local;
@@ -42,64 +48,48 @@ TEST(ZVProjectQuickSearchQuery, EverySpellingOfTheSeparatorBecomesTheArrow) {
         const char* normalized;
     };
     const Case cases[] = {
-        {"a > b", "a ➔ b"},   {"a >b", "a ➔ b"},      {"a> b", "a ➔ b"},   {"a>b", "a ➔ b"},
-        {"a  > b", "a  ➔ b"}, {"a>b>c", "a ➔ b ➔ c"}, {"plain", "plain"},  {">", " ➔ "},
+        {"a > b", "a ➔ b"},   {"a >b", "a ➔ b"},      {"a> b", "a ➔ b"},  {"a>b", "a ➔ b"},
+        {"a  > b", "a  ➔ b"}, {"a>b>c", "a ➔ b ➔ c"}, {"plain", "plain"}, {">", " ➔ "},
     };
     for (const Case& c : cases)
         EXPECT_EQ(ZVProjectQuickSearch::normalizedQuery(c.typed), std::string(c.normalized)) << c.typed;
 }
 
-TEST_F(ZVProjectQuickSearchTest, FindsLeavesByAnyPartOfTheirPathNeverTheirParents) {
-    EXPECT_EQ(names(ZVProjectQuickSearch::searchAllProjects("website")),
-              (std::vector<std::string>{"Design", "Build", "Website Notes"}));
-    EXPECT_EQ(names(ZVProjectQuickSearch::searchAllProjects("JIRA")),
-              (std::vector<std::string>{"Design", "Build", "Mobile App"}));
-    EXPECT_EQ(names(ZVProjectQuickSearch::searchAllProjects("uil")), (std::vector<std::string>{"Build"}));
-}
-
-TEST_F(ZVProjectQuickSearchTest, TheFourSeparatorSpellingsFindTheSameLeaves) {
-    for (const char* query : {"website > b", "website >b", "website> b", "website>b"})
-        EXPECT_EQ(names(ZVProjectQuickSearch::searchAllProjects(query)), (std::vector<std::string>{"Build"})) << query;
-    EXPECT_TRUE(ZVProjectQuickSearch::searchAllProjects("website  > b").empty()) << "two spaces stay two spaces";
-}
-
-TEST_F(ZVProjectQuickSearchTest, LocalLeavesComeAfterAllRemoteResults) {
-    auto later = addAccount("Later Account");
-    addProject(later, "Website Later");
-    EXPECT_EQ(names(ZVProjectQuickSearch::searchAllProjects("web")),
-              (std::vector<std::string>{"Design", "Build", "Website Later", "Website Notes"}));
-}
-
-TEST_F(ZVProjectQuickSearchTest, IgnoresCaseBeyondASCII) {
+// Leaves are found by any part of their path, never their parents, ignoring
+// case beyond ASCII; local leaves come after all remote results.
+TEST_F(ZVProjectQuickSearchTest, FindsLeavesByAnyPartOfTheirPath) {
+    addProject(addAccount("Later Account"), "Website Later");
     addProject(ZVNorvoIntegration::sharedIntegration(), "Équipe Öffentlich");
-    EXPECT_EQ(names(ZVProjectQuickSearch::searchAllProjects("équipe ö")),
-              (std::vector<std::string>{"Équipe Öffentlich"}));
+    // Two spaces before the separator stay two spaces.
+    const std::pair<const char*, const char*> cases[] = {
+        {"website", "Design|Build|Website Later|Website Notes"}, {"JIRA", "Design|Build|Mobile App"},
+        {"uil", "Build"}, {"web", "Design|Build|Website Later|Website Notes"}, {"équipe ö", "Équipe Öffentlich"},
+        {"website > b", "Build"}, {"website >b", "Build"}, {"website> b", "Build"}, {"website>b", "Build"},
+        {"website  > b", ""},
+    };
+    for (const auto& [query, expected] : cases)
+        EXPECT_EQ(names(ZVProjectQuickSearch::searchAllProjects(query)), expected) << query;
 }
 
 TEST_F(ZVProjectQuickSearchTest, ResultsListHasTwoLineRowsAndAWidthOfAtLeast220) {
-    IgnoredCommands commands;
-    ZVMenuManager::shared().setCommands(&commands);
-    {
-        ZVTimerViewController panel(commands);
-        ZVSearchFieldWithResults& field = *panel.searchField();
-        field.setText(QStringLiteral("uil"));
-        ASSERT_EQ(field.results().size(), 1);
-        EXPECT_EQ(field.searchResultsWidth(), 220) << "short names still get 200 plus 20";
-        QListView* list = field.resultsList();
-        ASSERT_EQ(list->model()->rowCount(), 1);
-        EXPECT_EQ(list->model()->index(0, 0).data(Qt::SizeHintRole).toSize(), QSize(220, 32));
-        EXPECT_EQ(list->model()->index(0, 0).data(Qt::AccessibleTextRole).toString(), QStringLiteral("Build"));
+    ZVTimerViewController panel(commands);
+    ZVSearchFieldWithResults& field = *panel.searchField();
+    field.setText(u"uil"_s);
+    ASSERT_EQ(field.results().size(), 1);
+    EXPECT_EQ(field.searchResultsWidth(), 220) << "short names still get 200 plus 20";
+    QListView* list = field.resultsList();
+    ASSERT_EQ(list->model()->rowCount(), 1);
+    EXPECT_EQ(list->model()->index(0, 0).data(Qt::SizeHintRole).toSize(), QSize(220, 32));
+    EXPECT_EQ(list->model()->index(0, 0).data(Qt::AccessibleTextRole).toString(), u"Build"_s);
 
-        field.setText(QStringLiteral("nothing like this"));
-        EXPECT_TRUE(field.results().isEmpty());
-        EXPECT_EQ(field.searchResultsWidth(), 220) << "no hit leaves the width as it was";
+    field.setText(u"nothing like this"_s);
+    EXPECT_TRUE(field.results().isEmpty());
+    EXPECT_EQ(field.searchResultsWidth(), 220) << "no hit leaves the width as it was";
 
-        field.setText(QStringLiteral("website>build"));
-        ASSERT_EQ(field.results().size(), 1);
-        field.chooseResult(0);
-        EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), build);
-    }
-    ZVMenuManager::shared().setCommands(nullptr);
+    field.setText(u"website>build"_s);
+    ASSERT_EQ(field.results().size(), 1);
+    field.chooseResult(0);
+    EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), build);
 }
 
 TEST_F(ZVProjectQuickSearchTest, FindsTheTenMatchingTicketsAmongAHundredThousandLeaves) {
@@ -166,7 +156,7 @@ TEST_F(ZVProjectQuickSearchTest, AnswersAsAFreshWalkAfterEveryChangeOfTheTrees) 
 
     addProject(jira, "Backend", mobile);  // a leaf becomes a branch
     expectSameAsWalk("after a leaf got a child");
-    EXPECT_EQ(names(ZVProjectQuickSearch::searchAllProjects("mobile")), (std::vector<std::string>{"Backend"}));
+    EXPECT_EQ(names(ZVProjectQuickSearch::searchAllProjects("mobile")), "Backend");
 
     website->removeSubproject(design);
     expectSameAsWalk("after removing a leaf");
@@ -200,23 +190,18 @@ TEST_F(ZVProjectQuickSearchTest, KeystrokesOverUnchangedTreesReuseTheIndex) {
 }
 
 TEST_F(ZVProjectQuickSearchTest, TheFieldRenewsTheIndexWhenItGetsTheFocusNotAtTheFirstKey) {
-    IgnoredCommands commands;
-    ZVMenuManager::shared().setCommands(&commands);
-    {
-        ZVTimerViewController panel(commands);
-        ZVSearchFieldWithResults& field = *panel.searchField();
-        auto& index = ZVProjectSearchIndex::shared();
-        ZVProjectQuickSearch::searchAllProjects("w");
-        design->setName("Layout");  // a refresh renamed a leaf
-        const std::size_t builds = index.buildCount();
+    ZVTimerViewController panel(commands);
+    ZVSearchFieldWithResults& field = *panel.searchField();
+    auto& index = ZVProjectSearchIndex::shared();
+    ZVProjectQuickSearch::searchAllProjects("w");
+    design->setName("Layout");  // a refresh renamed a leaf
+    const std::size_t builds = index.buildCount();
 
-        QFocusEvent focus(QEvent::FocusIn, Qt::OtherFocusReason);
-        QCoreApplication::sendEvent(&field, &focus);
-        EXPECT_EQ(index.buildCount(), builds + 1);
+    QFocusEvent focus(QEvent::FocusIn, Qt::OtherFocusReason);
+    QCoreApplication::sendEvent(&field, &focus);
+    EXPECT_EQ(index.buildCount(), builds + 1);
 
-        field.setText(QStringLiteral("layout"));
-        EXPECT_EQ(index.buildCount(), builds + 1) << "the keystroke found the index ready";
-        ASSERT_EQ(field.results().size(), 1);
-    }
-    ZVMenuManager::shared().setCommands(nullptr);
+    field.setText(u"layout"_s);
+    EXPECT_EQ(index.buildCount(), builds + 1) << "the keystroke found the index ready";
+    ASSERT_EQ(field.results().size(), 1);
 }

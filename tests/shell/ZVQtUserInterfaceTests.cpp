@@ -10,6 +10,8 @@
 #include "ShellTestEnvironment.h"
 #include "app/ZVQtUserInterface.h"
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 // Runs `inspect` on the modal widget once it is up.
@@ -49,11 +51,15 @@ ZVAlert alertWith(std::vector<std::string> buttons) {
     return alert;
 }
 
+class ZVQtUserInterfaceTest : public ::testing::Test {
+protected:
+    ZVQtUserInterfaceTest() { shellApplication(); }
+    ZVQtUserInterface ui;
+};
+
 }  // namespace
 
-TEST(ZVQtUserInterface, ButtonsKeepTheirOrderAndTheFirstIsTheDefault) {
-    shellApplication();
-    ZVQtUserInterface ui;
+TEST_F(ZVQtUserInterfaceTest, ButtonsKeepTheirOrderTheFirstIsTheDefaultAndAClickGivesItsIndex) {
     std::vector<QString> titles;
     bool firstIsDefault = false;
     QString message;
@@ -62,79 +68,56 @@ TEST(ZVQtUserInterface, ButtonsKeepTheirOrderAndTheFirstIsTheDefault) {
         ASSERT_NE(box, nullptr);
         message = box->text();
         for (QPushButton* button : buttonsLeftToRight(modal)) titles.push_back(button->text());
-        firstIsDefault = box->defaultButton() && box->defaultButton()->text() == QStringLiteral("Cancel");
+        firstIsDefault = box->defaultButton() && box->defaultButton()->text() == u"Cancel"_s;
         box->defaultButton()->click();
     });
     const auto response = ui.runModal(alertWith({"Cancel", "Quit", "Later"}));
-    EXPECT_EQ(titles, (std::vector<QString>{QStringLiteral("Cancel"), QStringLiteral("Quit"), QStringLiteral("Later")}));
+    EXPECT_EQ(titles, (std::vector<QString>{u"Cancel"_s, u"Quit"_s, u"Later"_s}));
     EXPECT_TRUE(firstIsDefault);
-    EXPECT_EQ(message, QStringLiteral("Are you sure you want to reset the timer?"));
+    EXPECT_EQ(message, u"Are you sure you want to reset the timer?"_s);
     EXPECT_EQ(response.buttonIndex, 0);
-}
 
-TEST(ZVQtUserInterface, ClickedButtonGivesItsIndex) {
-    shellApplication();
-    ZVQtUserInterface ui;
     whenModalAppears([](QWidget& modal) { buttonsLeftToRight(modal).at(1)->click(); });
     EXPECT_EQ(ui.runModal(alertWith({"Reset", "Cancel"})).buttonIndex, 1);
 }
 
-TEST(ZVQtUserInterface, EscapeAnswersTheCancelButtonWhereverItStands) {
-    struct Case {
-        std::vector<std::string> buttons;
-        int expected;
-    };
-    const Case cases[] = {
-        {{"Reset", "Cancel"}, 1},
-        {{"Cancel", "Remove"}, 0},
-        {{"OK"}, 0},
-    };
-    shellApplication();
-    ZVQtUserInterface ui;
-    for (const Case& c : cases) {
-        whenModalAppears([](QWidget& modal) { pressKey(modal, Qt::Key_Escape); });
-        EXPECT_EQ(ui.runModal(alertWith(c.buttons)).buttonIndex, c.expected) << c.buttons.front();
+// Without a "Cancel" Escape leaves the alert up, unless "OK" is its only button.
+TEST_F(ZVQtUserInterfaceTest, EscapeAnswersTheCancelButtonWhereverItStands) {
+    const std::pair<std::vector<std::string>, int> cases[] = {
+        {{"Reset", "Cancel"}, 1}, {{"Cancel", "Remove"}, 0}, {{"OK"}, 0}, {{"Keep", "Remove"}, -1}};
+    for (const auto& [buttons, escapeIndex] : cases) {
+        bool stillUpAfterEscape = false;
+        whenModalAppears([&](QWidget& modal) {
+            pressKey(modal, Qt::Key_Escape);
+            stillUpAfterEscape = modal.isVisible();
+            if (stillUpAfterEscape) buttonsLeftToRight(modal).back()->click();
+        });
+        const int answer = ui.runModal(alertWith(buttons)).buttonIndex;
+        EXPECT_EQ(answer, escapeIndex >= 0 ? escapeIndex : 1) << buttons.front();
+        EXPECT_EQ(stillUpAfterEscape, escapeIndex < 0) << buttons.front();
     }
 }
 
-TEST(ZVQtUserInterface, EscapeWithoutACancelButtonLeavesTheAlertUp) {
-    shellApplication();
-    ZVQtUserInterface ui;
-    bool stillUpAfterEscape = false;
-    whenModalAppears([&](QWidget& modal) {
-        pressKey(modal, Qt::Key_Escape);
-        stillUpAfterEscape = modal.isVisible();
-        buttonsLeftToRight(modal).at(1)->click();
-    });
-    EXPECT_EQ(ui.runModal(alertWith({"Keep", "Remove"})).buttonIndex, 1);
-    EXPECT_TRUE(stillUpAfterEscape);
-    EXPECT_EQ(ZVQtUserInterface::escapeButtonIndex({"Keep", "Remove"}), -1);
-}
-
-TEST(ZVQtUserInterface, SuppressionCheckBoxIsReported) {
-    shellApplication();
-    ZVQtUserInterface ui;
+TEST_F(ZVQtUserInterfaceTest, SuppressionCheckBoxIsReported) {
     ZVAlert alert = alertWith({"OK"});
     alert.suppressionButtonTitle = "Do not show this message again";
     whenModalAppears([](QWidget& modal) {
         auto* box = modal.findChild<QCheckBox*>();
         ASSERT_NE(box, nullptr);
-        EXPECT_EQ(box->text(), QStringLiteral("Do not show this message again"));
+        EXPECT_EQ(box->text(), u"Do not show this message again"_s);
         box->setChecked(true);
         buttonsLeftToRight(modal).at(0)->click();
     });
     EXPECT_TRUE(ui.runModal(alert).suppressionChecked);
 }
 
-TEST(ZVQtUserInterface, TextFieldAlertGivesTheTextOrNothing) {
-    shellApplication();
-    ZVQtUserInterface ui;
+TEST_F(ZVQtUserInterfaceTest, TextFieldAlertGivesTheTextOrNothing) {
     bool secureEcho = false;
     whenModalAppears([&](QWidget& modal) {
-        auto* field = modal.findChild<QLineEdit*>(QStringLiteral("alertTextField"));
+        auto* field = modal.findChild<QLineEdit*>(u"alertTextField"_s);
         ASSERT_NE(field, nullptr);
         secureEcho = field->echoMode() == QLineEdit::Password;
-        field->setText(QStringLiteral("Fixed the login page"));
+        field->setText(u"Fixed the login page"_s);
         buttonsLeftToRight(modal).at(0)->click();
     });
     EXPECT_EQ(ui.runModalWithTextField(alertWith({"Post", "Cancel"}), "draft", true),

@@ -13,7 +13,28 @@ class SingleInstanceTests : public ::testing::Test {
 protected:
     SingleInstanceTests() { shellApplication(); }
 
+    /// Runs `work` on a thread of its own, as a later start runs in its own
+    /// process, while the event loop here answers for the running one.
+    static bool runBeside(const std::function<void()>& work, const std::function<bool()>& until = [] { return true; }) {
+        std::atomic<bool> done{false};
+        std::thread other([&] {
+            work();
+            done = true;
+        });
+        const bool finished = processEventsUntil([&] { return done.load() && until(); }, 6000);
+        other.join();
+        return finished;
+    }
+    /// The running instance, counting the activations that reach it.
+    std::unique_ptr<ZVSingleInstance> startRunning() {
+        auto running = std::make_unique<ZVSingleInstance>(runtime.path());
+        EXPECT_TRUE(running->becomePrimaryInstance());
+        QObject::connect(running.get(), &ZVSingleInstance::activationRequested, [this] { ++activations; });
+        return running;
+    }
+
     QTemporaryDir runtime;
+    int activations = 0;
 };
 
 TEST_F(SingleInstanceTests, OnlyOneHolderOfTheLockUntilItEnds) {
@@ -39,28 +60,20 @@ TEST_F(SingleInstanceTests, TwoSessionsWithTheirOwnRuntimeFoldersMeetAtTheLockBe
     EXPECT_TRUE(first.becomePrimaryInstance());
     EXPECT_FALSE(second.becomePrimaryInstance());
     EXPECT_TRUE(first.lockFilePath().startsWith(data.path()));
-    // The other session's socket is not there to be reached.
-    EXPECT_FALSE(second.activateRunningInstance(200));
+    // The other session's socket is not there to be reached, and the attempt gives up in time.
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_FALSE(second.activateRunningInstance(300));
+    EXPECT_LT(timer.elapsed(), 3000);
 }
 
 TEST_F(SingleInstanceTests, LaterStartAsksTheRunningOneToComeToTheFront) {
-    ZVSingleInstance running(runtime.path());
-    ASSERT_TRUE(running.becomePrimaryInstance());
-    int activations = 0;
-    QObject::connect(&running, &ZVSingleInstance::activationRequested, [&] { ++activations; });
-
-    // The later start blocks while it waits for the answer, as in its own
-    // process; the running one answers from its event loop here.
-    std::atomic<bool> done{false};
+    const auto running = startRunning();
     bool reached = false;
-    std::thread later([&] {
+    EXPECT_TRUE(runBeside([&] {
         ZVSingleInstance secondStart(runtime.path());
         if (!secondStart.becomePrimaryInstance()) reached = secondStart.activateRunningInstance(5000);
-        done = true;
-    });
-    EXPECT_TRUE(processEventsUntil([&] { return done.load(); }, 6000));
-    later.join();
-
+    }));
     EXPECT_TRUE(reached);
     EXPECT_EQ(activations, 1);
 }
@@ -70,47 +83,22 @@ TEST_F(SingleInstanceTests, SocketLeftByACrashedInstanceIsReplaced) {
         QFile leftover(ZVSingleInstance(runtime.path()).socketPath());
         ASSERT_TRUE(leftover.open(QIODevice::WriteOnly));
     }
-    ZVSingleInstance running(runtime.path());
-    ASSERT_TRUE(running.becomePrimaryInstance());
-    int activations = 0;
-    QObject::connect(&running, &ZVSingleInstance::activationRequested, [&] { ++activations; });
-
-    std::atomic<bool> done{false};
-    std::thread later([&] {
-        ZVSingleInstance(runtime.path()).activateRunningInstance(5000);
-        done = true;
-    });
-    EXPECT_TRUE(processEventsUntil([&] { return activations == 1 && done.load(); }, 6000));
-    later.join();
-}
-
-TEST_F(SingleInstanceTests, ActivationWithoutARunningInstanceGivesUpInTime) {
-    ZVSingleInstance alone(runtime.path());
-    QElapsedTimer timer;
-    timer.start();
-    EXPECT_FALSE(alone.activateRunningInstance(300));
-    EXPECT_LT(timer.elapsed(), 3000);
+    const auto running = startRunning();
+    EXPECT_TRUE(runBeside([&] { ZVSingleInstance(runtime.path()).activateRunningInstance(5000); },
+                          [&] { return activations == 1; }));
 }
 
 TEST_F(SingleInstanceTests, StrayTextOnTheSocketBringsNothingToTheFront) {
-    ZVSingleInstance running(runtime.path());
-    ASSERT_TRUE(running.becomePrimaryInstance());
-    int activations = 0;
-    QObject::connect(&running, &ZVSingleInstance::activationRequested, [&] { ++activations; });
-
-    std::atomic<bool> done{false};
-    std::thread stranger([&] {
+    const auto running = startRunning();
+    EXPECT_TRUE(runBeside([&] {
         QLocalSocket socket;
-        socket.connectToServer(running.socketPath());
+        socket.connectToServer(running->socketPath());
         if (socket.waitForConnected(2000)) {
             socket.write(QByteArray(200, 'x'));
             socket.waitForBytesWritten(2000);
             socket.waitForDisconnected(2000);
         }
-        done = true;
-    });
-    EXPECT_TRUE(processEventsUntil([&] { return done.load(); }, 6000));
-    stranger.join();
+    }));
     EXPECT_EQ(activations, 0);
 }
 

@@ -34,10 +34,14 @@ TEST(ZVJSONTests, keyPathsReachIntoObjectsAndArrays) {
     for (const auto& c : cases) EXPECT_EQ(ZVJSON::value(document, c.path) != nullptr, c.found) << c.path;
 }
 
-TEST(ZVJSONTests, stringIsNeverConvertedFromANumber) {
+TEST(ZVJSONTests, stringsAreNeverReadFromNumbersNorBooleansFromStrings) {
     EXPECT_FALSE(ZVJSON::string(document, "[fields][count]"));
     EXPECT_FALSE(ZVJSON::string(document, "[fields][flag]"));
     EXPECT_EQ(*ZVJSON::string(document, "[fields][numeric]"), "42");
+    const std::pair<const char*, bool> booleans[] = {
+        {"flag", true}, {"one", true}, {"zero", false}, {"numeric", false}, {"missing", false}};
+    for (const auto& [key, expected] : booleans)
+        EXPECT_EQ(ZVJSON::booleanForKey(document["fields"], key), expected) << key;
 }
 
 TEST(ZVJSONTests, integerConversions) {
@@ -56,15 +60,6 @@ TEST(ZVJSONTests, integerConversions) {
     EXPECT_DOUBLE_EQ(ZVJSON::doubleForKey(fields, "decimal"), 2.75);
     EXPECT_DOUBLE_EQ(ZVJSON::doubleForKey(fields, "float"), 4.9);
     EXPECT_DOUBLE_EQ(ZVJSON::doubleForKey(fields, "word"), 0.0);
-}
-
-TEST(ZVJSONTests, booleansReadNumbersButNotStrings) {
-    const json& fields = document["fields"];
-    EXPECT_TRUE(ZVJSON::booleanForKey(fields, "flag"));
-    EXPECT_TRUE(ZVJSON::booleanForKey(fields, "one"));
-    EXPECT_FALSE(ZVJSON::booleanForKey(fields, "zero"));
-    EXPECT_FALSE(ZVJSON::booleanForKey(fields, "numeric"));
-    EXPECT_FALSE(ZVJSON::booleanForKey(fields, "missing"));
 }
 
 TEST(ZVJSONTests, dictionariesAndArraysOfDictionaries) {

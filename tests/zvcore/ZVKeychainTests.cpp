@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <optional>
 #include <thread>
 #include <unistd.h>
 
@@ -51,10 +52,12 @@ TEST(ZVKeychainTests, inMemoryStoreBehavesTheSame) {
 
 TEST(ZVKeychainTests, withoutASessionBusSecretsGoToTheFileAndThatIsLoggedOnce) {
     TemporaryHome home;
-    const char* oldAddress = std::getenv("DBUS_SESSION_BUS_ADDRESS");
-    std::string savedAddress = oldAddress ? oldAddress : "";
-    const char* oldRuntime = std::getenv("XDG_RUNTIME_DIR");
-    std::string savedRuntime = oldRuntime ? oldRuntime : "";
+    struct Restored {
+        const char* name;
+        const char* old = std::getenv(name);
+        std::optional<std::string> value = old ? std::optional<std::string>(old) : std::nullopt;
+        ~Restored() { value ? setenv(name, value->c_str(), 1) : unsetenv(name); }
+    } address{"DBUS_SESSION_BUS_ADDRESS"}, runtime{"XDG_RUNTIME_DIR"};
     unsetenv("DBUS_SESSION_BUS_ADDRESS");
     setenv("XDG_RUNTIME_DIR", home.path().c_str(), 1);
 
@@ -70,12 +73,6 @@ TEST(ZVKeychainTests, withoutASessionBusSecretsGoToTheFileAndThatIsLoggedOnce) {
     }
     ZVLogSetSink(nullptr);
     ZVLogSetEnabled(wasEnabled);
-    if (oldAddress) setenv("DBUS_SESSION_BUS_ADDRESS", savedAddress.c_str(), 1);
-    if (oldRuntime) {
-        setenv("XDG_RUNTIME_DIR", savedRuntime.c_str(), 1);
-    } else {
-        unsetenv("XDG_RUNTIME_DIR");
-    }
     size_t notices = 0;
     for (const auto& line : lines) {
         notices += line.find("Secret Service is not available") != std::string::npos;

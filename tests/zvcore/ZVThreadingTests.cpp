@@ -11,16 +11,14 @@
 
 namespace {
 
-TEST(ZVThreadingTests, blockOnMainThreadRunsAtOnceWhenAlreadyThere) {
+TEST(ZVThreadingTests, blockOnMainThreadRunsAtOnceThereAndWaitsForItFromElsewhere) {
     ManualMainQueue queue;
     bool ran = false;
     ZV_PERFORM_BLOCK_ON_MAIN_THREAD([&] { ran = true; });
     EXPECT_TRUE(ran);
     EXPECT_EQ(queue.pendingCount(), 0u);
-}
 
-TEST(ZVThreadingTests, blockOnMainThreadFromBackgroundWaitsForTheMainThread) {
-    ManualMainQueue queue;
+    // From a background thread it waits for the main thread to run the block.
     std::atomic<bool> ranOnMain{false};
     std::atomic<bool> returned{false};
     std::thread worker([&] {

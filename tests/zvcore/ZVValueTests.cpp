@@ -7,7 +7,7 @@
 
 namespace {
 
-TEST(ZVValueTests, typedReadsGiveAbsentForOtherTypes) {
+TEST(ZVValueTests, typedReadsAndSubscriptsGiveAbsentForOtherTypes) {
     ZVValue text("12");
     EXPECT_FALSE(text.integer());
     EXPECT_FALSE(text.boolean());
@@ -21,6 +21,11 @@ TEST(ZVValueTests, typedReadsGiveAbsentForOtherTypes) {
     ZVValue number(12);
     EXPECT_EQ(number.string(), nullptr);
     EXPECT_EQ(number.data(), nullptr);
+
+    ZVValue dictionary(ZVDictionary{{"a", ZVDictionary{{"b", "x"}}}});
+    EXPECT_EQ(*dictionary["a"]["b"].string(), "x");
+    EXPECT_TRUE(dictionary["missing"]["b"].isNull());
+    EXPECT_TRUE(ZVValue(3)["a"].isNull());
 }
 
 TEST(ZVValueTests, numbersConvertAmongEachOther) {
@@ -53,13 +58,6 @@ TEST(ZVValueTests, copiesShareUntilWritten) {
     EXPECT_EQ(original.dictionary()->size(), 2u);
     EXPECT_EQ(copy.dictionary()->size(), 3u);
     EXPECT_EQ(original["c"], ZVValue());
-}
-
-TEST(ZVValueTests, subscriptOfMissingOrNonDictionaryIsNull) {
-    ZVValue dictionary(ZVDictionary{{"a", ZVDictionary{{"b", "x"}}}});
-    EXPECT_EQ(*dictionary["a"]["b"].string(), "x");
-    EXPECT_TRUE(dictionary["missing"]["b"].isNull());
-    EXPECT_TRUE(ZVValue(3)["a"].isNull());
 }
 
 TEST(ZVValueTests, dictionaryReadersFallBackOnWrongTypes) {

@@ -377,7 +377,11 @@ ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) 
                 _sessionToken = session;
             }
         }
-        const auto [user, password] = userAndPassword(authentication());
+        // Named copies rather than a structured binding, which lambdas may
+        // not capture before C++20's last compilers.
+        const auto userAndSecret = userAndPassword(authentication());
+        const std::string user = userAndSecret.first;
+        const std::string password = userAndSecret.second;
         const std::string token = credentialToken();
         const std::string home = origin(baseURL());
 

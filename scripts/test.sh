@@ -44,7 +44,9 @@ fi
 
 export QT_QPA_PLATFORM=${QT_QPA_PLATFORM:-xcb}
 
+# -noreset: the X server would otherwise reset whenever its last client
+# goes, and a test starting at that moment could not connect.
 dbus-run-session -- bash -c '
   echo -n norvo-tests | gnome-keyring-daemon --unlock --components=secrets >/dev/null 2>&1 || true
-  xvfb-run -a -s "-screen 0 1280x800x24" ctest --test-dir "$0" --output-on-failure --timeout 120 -j"$(nproc)"
+  xvfb-run -a -s "-screen 0 1280x800x24 -noreset" ctest --test-dir "$0" --output-on-failure --timeout 120 -j"$(nproc)"
 ' "$builddir"

@@ -140,7 +140,7 @@ TEST_F(KashflowServiceTests, InvoicesThatAreNoXMLFail) {
     server.route("POST", servicePath, [this](const FakeRequest& request) {
         if (request.header("SOAPAction") == "\"KashFlow/GetCustomers\"")
             return FakeResponse::xml(fixture("kashflow/get-customers.xml"));
-        return FakeResponse::text("Service Unavailable", 503);
+        return FakeResponse::text("Service Unavailable");
     });
     auto kashflow = account();
 

@@ -400,6 +400,8 @@ ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) 
                 if (request.replyLimit) http.maximumResponseBytes = *request.replyLimit;
                 for (const auto& [name, value] : request.headers) http.setHeader(name, value);
                 if (sendsBody) {
+                    // A content type the service gave stays.
+                    const auto givenType = http.contentType();
                     if (request.json) {
                         http.setJSONBody(*request.json);
                         http.addJSONAcceptToHeader();
@@ -409,6 +411,7 @@ ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) 
                     } else if (request.form) {
                         http.setWWWFormBody(*request.form);
                     }
+                    if (givenType) http.setContentType(*givenType);
                 }
                 if (!ownHost) return;
                 addAccountHeaders(http);
@@ -470,10 +473,12 @@ nlohmann::json ZVAddressBasedIntegration::sendForJSON(const ZVServiceRequest& re
     return std::move(*json);
 }
 
-ZVXMLDocument ZVAddressBasedIntegration::sendForXML(const ZVServiceRequest& request) {
+ZVXMLDocument ZVAddressBasedIntegration::sendForXML(const ZVServiceRequest& request,
+                                                    const std::optional<std::string>& wrongShape) {
     ZVServiceReply reply = send(request);
     auto document = reply.xml();
     if (!document) {
+        if (wrongShape) throw ZVIntegrationErrorWithFailureReason(*wrongShape);
         if (request.purpose == ZVServiceRequest::Purpose::posting) throw ZVIntegrationGenericTimePostingError();
         throw ZVIntegrationErrorWithFailureReason(malformedReplyReason());
     }

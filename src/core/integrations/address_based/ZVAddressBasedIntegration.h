@@ -133,8 +133,8 @@ public:
     ZVServiceReply send(const ZVServiceRequest& request);
     /// send(), whose body must be JSON; else the given reason, or malformedReplyReason().
     nlohmann::json sendForJSON(const ZVServiceRequest& request, const std::optional<std::string>& wrongShape = {});
-    /// send(), whose body must be XML; else malformedReplyReason().
-    ZVXMLDocument sendForXML(const ZVServiceRequest& request);
+    /// send(), whose body must be XML; else the given reason, or malformedReplyReason().
+    ZVXMLDocument sendForXML(const ZVServiceRequest& request, const std::optional<std::string>& wrongShape = {});
     /// The secret that token styles send: the API token where the
     /// credential has one, else the password.
     std::string credentialToken() const;

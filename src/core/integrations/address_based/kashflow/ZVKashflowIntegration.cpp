@@ -34,6 +34,7 @@ pugi::xml_node firstElementChild(const pugi::xml_node& node) {
 /// The records of a reply: the children of the first child of the first
 /// child of the SOAP body (response, then result). Nothing when a step finds
 /// nothing, an empty result included.
+std::optional<std::vector<pugi::xml_node>> records(const ZVXMLDocument&& document) = delete;
 std::optional<std::vector<pugi::xml_node>> records(const ZVXMLDocument& document) {
     const auto bodies = document.nodes(bodyPath);
     if (bodies.empty()) return std::nullopt;
@@ -57,15 +58,15 @@ std::string twoPlaces(double value) {
     return buffer;
 }
 
-/// A POST of the envelope with the headers of a SOAP 1.1 call.
-ZVDownloadCenter::RequestModifier soapRequest(const std::string& call, const std::string& envelope) {
-    return [call, envelope](ZVURLRequest& request) {
-        request.method = "POST";
-        request.setHeader("Content-Type", "text/xml; charset=utf-8");
-        request.setHeader("Content-Length", std::to_string(ZVCharacterCount(envelope)));
-        request.setHeader("SOAPAction", "\"KashFlow/" + call + "\"");
-        request.body = envelope;
-    };
+/// A POST of the envelope to the service, with the headers of a SOAP 1.1 call.
+ZVServiceRequest soapRequest(const std::string& call, const std::string& envelope,
+                             ZVServiceRequest::Purpose purpose = ZVServiceRequest::Purpose::loading) {
+    ZVServiceRequest request = ZVServiceRequest::postXML(servicePath, envelope);
+    request.purpose = purpose;
+    request.headers = {{"Content-Type", "text/xml; charset=utf-8"},
+                       {"Content-Length", std::to_string(ZVCharacterCount(envelope))},
+                       {"SOAPAction", "\"KashFlow/" + call + "\""}};
+    return request;
 }
 }  // namespace
 
@@ -91,15 +92,13 @@ std::string ZVKashflowIntegration::envelope(const std::string& call, const std::
            "</" + call + "></soap:Body></soap:Envelope>";
 }
 
-std::string ZVKashflowIntegration::serviceURL() const { return std::string("https://") + address() + servicePath; }
 
 ZVIntegration::ProjectList ZVKashflowIntegration::loadRemoteProjects() {
-    const auto document =
-        downloadCenter().downloadXMLDocument(serviceURL(), soapRequest(getCustomersCall, envelope(getCustomersCall, "")));
-    if (!document) throw ZVIntegrationNoConnectionError();
-    const auto customers = records(*document);
-    if (!customers)
-        throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Customer response contains no customers."));
+    const std::string noCustomers = ZVLocalizedString("Customer response contains no customers.");
+    // The records point into the document, which must outlive them.
+    const ZVXMLDocument document = sendForXML(soapRequest(getCustomersCall, envelope(getCustomersCall, "")), noCustomers);
+    const auto customers = records(document);
+    if (!customers) throw ZVIntegrationErrorWithFailureReason(noCustomers);
 
     const auto self = shared_from_this();
     ProjectList result;
@@ -120,11 +119,11 @@ ZVIntegration::ProjectList ZVKashflowIntegration::loadRemoteProjects() {
 
 void ZVKashflowIntegration::_addInvoicesToCustomer(ZVIntegrationProject& customer) {
     const std::string body = envelope(getInvoicesForCustomerCall, element("CustID", customer.projectID()));
-    const auto document = downloadCenter().downloadXMLDocument(serviceURL(), soapRequest(getInvoicesForCustomerCall, body));
-    const auto invoices = document ? records(*document) : std::nullopt;
     // A customer without invoices fails the whole load with these words.
-    if (!invoices)
-        throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Invoices response contains no invoices."));
+    const std::string noInvoices = ZVLocalizedString("Invoices response contains no invoices.");
+    const ZVXMLDocument document = sendForXML(soapRequest(getInvoicesForCustomerCall, body), noInvoices);
+    const auto invoices = records(document);
+    if (!invoices) throw ZVIntegrationErrorWithFailureReason(noInvoices);
 
     const auto self = shared_from_this();
     for (const auto& invoiceElement : *invoices) {
@@ -152,10 +151,7 @@ void ZVKashflowIntegration::postTime(ZVIntegrationProject& project) {
     const std::string body =
         envelope(insertInvoiceLineCall, element("InvoiceID", *project.subprojectID()) + element("InvLine", line));
 
-    ZVDownloadCenter& center = downloadCenter();
-    const auto answer = center.downloadWebPage(serviceURL(), soapRequest(insertInvoiceLineCall, body));
-    if (!answer) throw ZVIntegrationNoConnectionError();
-    ZVLog([&] { return "Response " + *answer + "."; });
+    const ZVServiceReply answer = send(soapRequest(insertInvoiceLineCall, body, ZVServiceRequest::Purpose::posting));
     // The body isn't read: a SOAP fault with status 200 counts as success.
-    if (!isSuccessfulStatusCode(center.lastHTTPStatusCode())) throw ZVIntegrationGenericTimePostingError();
+    ZVLog([&] { return "Response " + answer.body + "."; });
 }

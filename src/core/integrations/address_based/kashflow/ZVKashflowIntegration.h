@@ -24,6 +24,8 @@ public:
     double VATRate() const { return numberSetting(VATRateKey); }
     void setVATRate(double rate) { setSettingValue(VATRateKey, rate); }
 
+    /// The credentials travel inside each envelope.
+    ZVCredentialStyle credentialStyle() const override { return {}; }
     ProjectList loadRemoteProjects() override;
     void postTime(ZVIntegrationProject& project) override;
 
@@ -32,6 +34,4 @@ private:
     /// The envelope around one call with the account's user name and
     /// password followed by `parameters` (already XML).
     std::string envelope(const std::string& call, const std::string& parameters) const;
-    /// "https://" + the fixed host + the service's path; every call goes there.
-    std::string serviceURL() const;
 };

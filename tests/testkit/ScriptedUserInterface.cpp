@@ -20,7 +20,10 @@ ZVAlertResponse ScriptedUserInterface::runModal(const ZVAlert& alert) {
     std::lock_guard<std::mutex> guard(_mutex);
     _alerts.push_back(alert);
     ZVAlertResponse response;
-    if (_answers.empty()) return response;
+    if (_answers.empty()) {
+        if (_requiresScriptedAnswers) ADD_FAILURE() << "an alert without a scripted answer: " << alert.messageText;
+        return response;
+    }
     Answer answer = _answers.front();
     _answers.pop_front();
     if (!answer.title) {
@@ -41,7 +44,10 @@ std::optional<std::string> ScriptedUserInterface::runModalWithTextField(const ZV
                                                                         const std::string& initialText, bool) {
     std::lock_guard<std::mutex> guard(_mutex);
     _textPrompts.push_back({alert, initialText});
-    if (_textAnswers.empty()) return initialText;
+    if (_textAnswers.empty()) {
+        if (_requiresScriptedAnswers) ADD_FAILURE() << "a text prompt without a scripted answer: " << alert.messageText;
+        return initialText;
+    }
     auto answer = _textAnswers.front();
     _textAnswers.pop_front();
     return answer;

@@ -36,6 +36,9 @@ public:
     bool openURL(const std::string& url) override;
     void activateApplication() override;
 
+    /// From now on an alert or a text prompt without a scripted answer fails
+    /// the test instead of taking the first button or the initial text.
+    void requireScriptedAnswers() { _requiresScriptedAnswers = true; }
     /// The next alert is answered with the button of that title; an alert
     /// without such a button fails the test.
     void answerWith(const std::string& buttonTitle);
@@ -73,6 +76,7 @@ private:
     std::vector<TextPrompt> _textPrompts;
     std::vector<std::pair<std::string, std::string>> _banners;
     std::vector<std::string> _openedURLs;
+    bool _requiresScriptedAnswers = false;
     int _beeps = 0;
     int _activations = 0;
 };

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "ZVPreferences.h"
 #include "core/actions/ZVIdleTimeHandler.h"
 #include "core/heart_beat/ZVHeartBeat.h"
@@ -53,20 +55,31 @@ TEST_F(IdleTest, ThresholdReadsMinutesBelowSixtyAndSecondsFromThere) {
     }
 }
 
-TEST_F(IdleTest, ThresholdZeroNeverAsks) {
-    setIdleTime(0);
-    heartBeat().start();
-    awayThenBack(100000);
-    EXPECT_TRUE(env.ui.alerts().empty());
-}
-
-TEST_F(IdleTest, StoppedTimerNeverAsks) {
-    awayThenBack(3600);
-    EXPECT_TRUE(env.ui.alerts().empty());
+TEST_F(IdleTest, NothingIsAskedWithoutARunningTimerProjectThresholdOrIdleSource) {
+    awayThenBack(3600);  // the timer stopped
     EXPECT_EQ(handler.idleTimeInterval(), 0.5);
+    const std::vector<std::pair<const char*, std::function<void()>>> situations{
+        {"threshold zero", [&] { setIdleTime(0); }},
+        {"no current project", [&] { ZVIntegrationCenter::shared().setCurrentProject(nullptr); }},
+    };
+    for (const auto& [situation, arrange] : situations) {
+        SCOPED_TRACE(situation);
+        setIdleTime(5);
+        env.setCurrentProject(project);
+        heartBeat().start();
+        arrange();
+        awayThenBack(100000);
+    }
+    // Without an idle source the check stays off.
+    env.setCurrentProject(project);
+    heartBeat().start();
+    source.seconds = std::nullopt;
+    handler.idleCheck();
+    handler.idleCheck();
+    EXPECT_TRUE(env.ui.alerts().empty());
 }
 
-TEST_F(IdleTest, MovingBackNeverGoesBelowZero) {
+TEST_F(IdleTest, MovingBackTakesTheTimeActuallyIdleButNeverGoesBelowZero) {
     heartBeat().start();
     env.ui.answerWith("Move Timer Back");
     awayThenBack(600);
@@ -80,14 +93,11 @@ TEST_F(IdleTest, MovingBackNeverGoesBelowZero) {
     EXPECT_TRUE(alert.ignoresKeyPressesAtFirst);
     EXPECT_EQ(heartBeat().currentTime(), 0u);
     EXPECT_TRUE(heartBeat().isBeating());
-}
 
-TEST_F(IdleTest, TheTextNamesTheTimeActuallyIdle) {
     heartBeat().setCurrentTime(7200);
-    heartBeat().start();
     env.ui.answerWith("Move Timer Back");
     awayThenBack(1500);
-    EXPECT_EQ(env.ui.alerts().at(0).informativeText, "Your computer has been idle for 25 minutes.");
+    EXPECT_EQ(env.ui.alerts().at(1).informativeText, "Your computer has been idle for 25 minutes.");
     EXPECT_EQ(heartBeat().currentTime(), 5700u);
 }
 
@@ -98,13 +108,6 @@ TEST_F(IdleTest, KeepTimeLeavesTheClockAndOnlyOneDialogComes) {
     handler.idleCheck();
     EXPECT_EQ(env.ui.alerts().size(), 1u);
     EXPECT_EQ(heartBeat().currentTime(), 420u);
-}
-
-TEST_F(IdleTest, WithoutACurrentProjectNothingIsAsked) {
-    heartBeat().start();
-    ZVIntegrationCenter::shared().setCurrentProject(nullptr);
-    awayThenBack(600);
-    EXPECT_TRUE(env.ui.alerts().empty());
 }
 
 TEST_F(IdleTest, SleepLongerThanTenSecondsIsNotIdleTime) {
@@ -133,14 +136,6 @@ TEST_F(IdleTest, ShortSleepIsKeptForALaterCheck) {
     handler.idleCheck();
     EXPECT_FALSE(handler.sleepStartDate());
     EXPECT_EQ(handler.idleTimeInterval(), 50);
-}
-
-TEST_F(IdleTest, WithoutAnIdleSourceTheCheckStaysOff) {
-    heartBeat().start();
-    source.seconds = std::nullopt;
-    handler.idleCheck();
-    handler.idleCheck();
-    EXPECT_TRUE(env.ui.alerts().empty());
 }
 
 }  // namespace

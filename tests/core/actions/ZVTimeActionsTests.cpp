@@ -171,7 +171,7 @@ TEST_F(TimeActionsTest, RoundingStopsTheTimerAndLogsTheChange) {
     EXPECT_EQ(entry->text().rfind("Changing time to ", 0), 0u);
 }
 
-TEST_F(TimeActionsTest, RoundingPositionsMapToDirectionsAndDurations) {
+TEST_F(TimeActionsTest, RoundingPositionsMapToDirectionsAndDurationsAndNoneBeyondTheTable) {
     EXPECT_EQ(ZVTimeRounder::directionAtPosition(0), ZVTimeRoundingDirection::nearest);
     EXPECT_EQ(ZVTimeRounder::directionAtPosition(1), ZVTimeRoundingDirection::up);
     EXPECT_EQ(ZVTimeRounder::directionAtPosition(2), ZVTimeRoundingDirection::down);
@@ -190,14 +190,12 @@ TEST_F(TimeActionsTest, RoundingPositionsMapToDirectionsAndDurations) {
         EXPECT_TRUE(rounder.roundTime(testCase.direction, testCase.duration));
         EXPECT_EQ(other->time(), testCase.expected) << testCase.direction << "/" << testCase.duration;
     }
-}
-
-TEST_F(TimeActionsTest, RoundingPositionBeyondTheTableKeepsTheDialogOpen) {
-    ZVTimeRounder rounder(other);
+    // A position beyond the table keeps the dialog open and changes nothing.
+    ZVTimeRounder rounder(current);
     EXPECT_FALSE(rounder.roundTime(1, 7));
     EXPECT_FALSE(rounder.roundTime(1, -1));
-    EXPECT_EQ(other->time(), 300u);
-    EXPECT_TRUE(other->logEntries().empty());
+    EXPECT_EQ(current->time(), 600u);
+    EXPECT_TRUE(current->logEntries().empty());
 }
 
 TEST_F(TimeActionsTest, EditingKeepsTheTimerRunningAndLogsEvenTheSameValue) {
@@ -214,14 +212,12 @@ TEST_F(TimeActionsTest, EditingKeepsTheTimerRunningAndLogsEvenTheSameValue) {
     EXPECT_EQ(entry->newTime(), 605u);
 }
 
-TEST_F(TimeActionsTest, EditingAnotherProjectLeavesTheClockOnTheCurrentOne) {
+TEST_F(TimeActionsTest, EditingAnotherProjectLeavesTheClockAndArrowKeysStopAtZero) {
     ZVTimeEditor editor(other);
     editor.done(1, 90, 0.9);
     EXPECT_EQ(other->time(), 3600u + 5400u);
     EXPECT_EQ(heartBeat().currentTime(), 600u);
-}
-
-TEST_F(TimeActionsTest, ArrowKeysStepFieldsWithoutGoingBelowZero) {
+    // The arrow keys step a field without going below zero.
     EXPECT_EQ(ZVTimeEditor::valueAfterDownKey(0), 0u);
     EXPECT_EQ(ZVTimeEditor::valueAfterDownKey(5), 4u);
     EXPECT_EQ(ZVTimeEditor::valueAfterUpKey(59), 60u);

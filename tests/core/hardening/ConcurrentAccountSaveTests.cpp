@@ -1,4 +1,5 @@
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -8,17 +9,9 @@
 #include <gtest/gtest.h>
 
 #include "ZVPropertyList.h"
-#include "core/heart_beat/ZVHeartBeat.h"
 #include "core/integrations/ZVIntegration.h"
-#include "core/integrations/center/ZVIntegrationCenter.h"
+#include "core/integrations/IntegrationTestFixture.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
-#include "core/integrations/local/ZVNorvoIntegration.h"
-#include "testkit/InMemoryKeychain.h"
-#include "testkit/ManualClock.h"
-#include "testkit/ManualMainQueue.h"
-#include "testkit/ManualTimerFactory.h"
-#include "testkit/ScriptedUserInterface.h"
-#include "testkit/TemporaryHome.h"
 
 namespace {
 
@@ -35,17 +28,8 @@ public:
     void synchronize() override {}
 };
 
-class ConcurrentAccountSaveTests : public ::testing::Test {
+class ConcurrentAccountSaveTests : public IntegrationTestFixture {
 protected:
-    ConcurrentAccountSaveTests() {
-        ZVIntegrationCenter::resetShared();
-        ZVNorvoIntegration::resetSharedIntegration();
-    }
-    ~ConcurrentAccountSaveTests() override {
-        ZVIntegrationCenter::resetShared();
-        ZVNorvoIntegration::resetSharedIntegration();
-        ZVHeartBeat::resetSharedHeartBeat();
-    }
 
     std::shared_ptr<ZVStressedIntegration> addedAccountWithOneProject(int index) {
         auto account = ZVIntegration::makeNew<ZVStressedIntegration>();
@@ -73,27 +57,34 @@ protected:
         }
     }
 
-    TemporaryHome home;
-    InMemoryKeychain keychain;
-    ManualClock clock;
-    ManualTimerFactory timers{clock};
-    ManualMainQueue mainQueue;
-    ScriptedUserInterface ui;
 };
 
 constexpr int threadCount = 4;
 constexpr int savesPerThread = 60;
 
-TEST_F(ConcurrentAccountSaveTests, AccountsSavedFromSeveralThreadsAllKeepTheirLatestState) {
-    std::vector<std::shared_ptr<ZVStressedIntegration>> accounts;
-    for (int index = 0; index < threadCount; ++index) accounts.push_back(addedAccountWithOneProject(index));
-
+// Starts every body on a thread of its own at the same moment; `meanwhile`
+// runs on this thread once they are off. Returns when all are done.
+void runTogether(const std::vector<std::function<void()>>& bodies, const std::function<void()>& meanwhile = {}) {
     std::atomic<bool> go{false};
     std::vector<std::thread> threads;
-    for (int index = 0; index < threadCount; ++index) {
-        threads.emplace_back([&, index] {
+    for (const auto& body : bodies) {
+        threads.emplace_back([&go, body] {
             while (!go) std::this_thread::yield();
-            const auto& account = accounts[static_cast<std::size_t>(index)];
+            body();
+        });
+    }
+    go = true;
+    if (meanwhile) meanwhile();
+    for (auto& thread : threads) thread.join();
+}
+
+TEST_F(ConcurrentAccountSaveTests, AccountsSavedFromSeveralThreadsAllKeepTheirLatestState) {
+    std::vector<std::shared_ptr<ZVStressedIntegration>> accounts;
+    std::vector<std::function<void()>> bodies;
+    for (int index = 0; index < threadCount; ++index) {
+        auto account = addedAccountWithOneProject(index);
+        accounts.push_back(account);
+        bodies.push_back([account, index] {
             for (int round = 1; round <= savesPerThread; ++round) {
                 account->availableProjects().front()->setTimeWithoutSaving(static_cast<std::uint64_t>(round));
                 account->setName("Account " + std::to_string(index) + " round " + std::to_string(round));
@@ -101,15 +92,12 @@ TEST_F(ConcurrentAccountSaveTests, AccountsSavedFromSeveralThreadsAllKeepTheirLa
             }
         });
     }
-    go = true;
-    for (auto& thread : threads) thread.join();
+    runTogether(bodies);
 
     expectFileHoldsLatestState(accounts);
     const ZVDictionary stored = storedDatabase();
     for (const auto& account : accounts) {
-        const auto found = stored.find(account->integrationID());
-        ASSERT_NE(found, stored.end());
-        const ZVDictionary& entry = *found->second.dictionary();
+        const ZVDictionary& entry = *stored.at(account->integrationID()).dictionary();
         const ZVArray& projects = *entry.at(ZVIntegrationCachedProjectsKey).array();
         EXPECT_EQ(projects.front().dictionary()->at(ZVIntegrationProject::timeKey).integer(),
                   std::optional<std::int64_t>(savesPerThread));
@@ -122,55 +110,42 @@ TEST_F(ConcurrentAccountSaveTests, OneAccountSavedFromTwoThreadsEndsWithItsNewes
     std::vector<std::shared_ptr<ZVStressedIntegration>> accounts{addedAccountWithOneProject(0),
                                                                  addedAccountWithOneProject(1)};
     std::atomic<std::uint64_t> counter{0};
-    std::atomic<bool> go{false};
-    std::vector<std::thread> threads;
-    for (int index = 0; index < 2; ++index) {
-        threads.emplace_back([&] {
-            while (!go) std::this_thread::yield();
-            for (int round = 0; round < savesPerThread; ++round) {
-                accounts[0]->availableProjects().front()->setTimeWithoutSaving(++counter);
-                accounts[0]->save();
-            }
-        });
-    }
-    threads.emplace_back([&] {
-        while (!go) std::this_thread::yield();
-        for (int round = 0; round < savesPerThread / 5; ++round) {
-            accounts[1]->availableProjects().front()->setTimeWithoutSaving(static_cast<std::uint64_t>(round));
-            ZVIntegrationCenter::shared().save();
+    const auto saveFirst = [&] {
+        for (int round = 0; round < savesPerThread; ++round) {
+            accounts[0]->availableProjects().front()->setTimeWithoutSaving(++counter);
+            accounts[0]->save();
         }
-    });
-    go = true;
-    for (auto& thread : threads) thread.join();
-
+    };
+    runTogether({saveFirst, saveFirst, [&] {
+                     for (int round = 0; round < savesPerThread / 5; ++round) {
+                         accounts[1]->availableProjects().front()->setTimeWithoutSaving(static_cast<std::uint64_t>(round));
+                         ZVIntegrationCenter::shared().save();
+                     }
+                 }});
     expectFileHoldsLatestState(accounts);
 }
 
 TEST_F(ConcurrentAccountSaveTests, AccountRemovedWhileOthersSaveStaysRemovedAndTheOthersStay) {
     std::vector<std::shared_ptr<ZVStressedIntegration>> accounts;
-    for (int index = 0; index < threadCount; ++index) accounts.push_back(addedAccountWithOneProject(index));
-    const auto removed = addedAccountWithOneProject(threadCount);
-
-    std::atomic<bool> go{false};
-    std::vector<std::thread> threads;
+    std::vector<std::function<void()>> bodies;
     for (int index = 0; index < threadCount; ++index) {
-        threads.emplace_back([&, index] {
-            while (!go) std::this_thread::yield();
-            const auto& account = accounts[static_cast<std::size_t>(index)];
+        auto account = addedAccountWithOneProject(index);
+        accounts.push_back(account);
+        bodies.push_back([account] {
             for (int round = 1; round <= savesPerThread / 3; ++round) {
                 account->availableProjects().front()->setTimeWithoutSaving(static_cast<std::uint64_t>(round));
                 account->save();
             }
         });
     }
-    threads.emplace_back([&] {
-        while (!go) std::this_thread::yield();
+    const auto removed = addedAccountWithOneProject(threadCount);
+    bodies.push_back([removed] {
         for (int round = 0; round < 20; ++round) removed->save();
     });
-    go = true;
-    std::this_thread::yield();
-    ZVIntegrationCenter::shared().removeIntegration(removed);
-    for (auto& thread : threads) thread.join();
+    runTogether(bodies, [&] {
+        std::this_thread::yield();
+        ZVIntegrationCenter::shared().removeIntegration(removed);
+    });
 
     expectFileHoldsLatestState(accounts);
     EXPECT_EQ(storedDatabase().count(removed->integrationID()), 0u);

@@ -16,15 +16,7 @@
 #include "ZVPaths.h"
 #include "ZVPreferences.h"
 #include "ZVPropertyList.h"
-#include "core/heart_beat/ZVHeartBeat.h"
-#include "core/integrations/center/ZVIntegrationCenter.h"
-#include "core/integrations/local/ZVNorvoIntegration.h"
-#include "testkit/InMemoryKeychain.h"
-#include "testkit/ManualClock.h"
-#include "testkit/ManualMainQueue.h"
-#include "testkit/ManualTimerFactory.h"
-#include "testkit/ScriptedUserInterface.h"
-#include "testkit/TemporaryHome.h"
+#include "core/integrations/IntegrationTestFixture.h"
 
 namespace {
 
@@ -178,25 +170,7 @@ std::optional<ZVDictionary> storedRoot(const std::string& path) {
     return *value->dictionary();
 }
 
-class CrashSafetyTests : public ::testing::Test {
-protected:
-    CrashSafetyTests() {
-        ZVIntegrationCenter::resetShared();
-        ZVNorvoIntegration::resetSharedIntegration();
-    }
-    ~CrashSafetyTests() override {
-        ZVIntegrationCenter::resetShared();
-        ZVNorvoIntegration::resetSharedIntegration();
-        ZVHeartBeat::resetSharedHeartBeat();
-    }
-
-    TemporaryHome home;
-    InMemoryKeychain keychain;
-    ManualClock clock;
-    ManualTimerFactory timers{clock};
-    ManualMainQueue mainQueue;
-    ScriptedUserInterface ui;
-};
+class CrashSafetyTests : public IntegrationTestFixture {};
 
 TEST_F(CrashSafetyTests, DatabaseKilledWhileSavingIsTheOldOrTheNewVersion) {
     ZVIntegrationCenter& center = ZVIntegrationCenter::shared();

@@ -49,13 +49,22 @@ protected:
     int stateChanges = 0;
 };
 
-TEST_F(HeartBeatTest, StartAndStopPostOnceEach) {
+TEST_F(HeartBeatTest, StartWithoutProjectTellsTheUserThenStartAndStopPostOnceEach) {
+    ZVIntegrationCenter::shared();
+    heartBeat().start();
+    EXPECT_FALSE(heartBeat().isBeating());
+    EXPECT_EQ(stateChanges, 0);
+    ASSERT_EQ(environment.ui.alerts().size(), 1u);
+    EXPECT_EQ(environment.ui.alerts()[0].messageText, "No project selected.");
+    EXPECT_EQ(environment.ui.alerts()[0].informativeText,
+              "You can either add an integration using the + button in the timer window, or add a local project "
+              "using the pop up button's Norvo menu item.");
+
     selectProject();
     heartBeat().start();
     heartBeat().start();
     EXPECT_TRUE(heartBeat().isBeating());
     EXPECT_EQ(stateChanges, 1);
-
     heartBeat().stop();
     heartBeat().stop();
     EXPECT_FALSE(heartBeat().isBeating());
@@ -63,21 +72,10 @@ TEST_F(HeartBeatTest, StartAndStopPostOnceEach) {
     EXPECT_EQ(environment.timers.activeTimerCount(), 2u);  // the centre's two timers are all that is left
 }
 
-TEST_F(HeartBeatTest, StartWithoutProjectTellsTheUserAndStaysStopped) {
-    ZVIntegrationCenter::shared();
-    heartBeat().start();
-    EXPECT_FALSE(heartBeat().isBeating());
-    EXPECT_EQ(stateChanges, 0);
-    ASSERT_EQ(environment.ui.alerts.size(), 1u);
-    EXPECT_EQ(environment.ui.alerts[0].messageText, "No project selected.");
-    EXPECT_EQ(environment.ui.alerts[0].informativeText,
-              "You can either add an integration using the + button in the timer window, or add a local project "
-              "using the pop up button's Norvo menu item.");
-}
-
-TEST_F(HeartBeatTest, ClockCountsWallTimeFromTheStartDate) {
+TEST_F(HeartBeatTest, ClockCountsWallTimeFromTheStartDateAndTicksWriteNothing) {
     selectProject();
     heartBeat().start();
+    const int savesAtStart = account->saveCount;
     environment.timers.advance(0.5);
     EXPECT_EQ(heartBeat().currentTime(), 100u);
     environment.timers.advance(0.5);
@@ -88,6 +86,14 @@ TEST_F(HeartBeatTest, ClockCountsWallTimeFromTheStartDate) {
     environment.timers.advance(0.5);
     EXPECT_EQ(heartBeat().currentTime(), 111u);
     EXPECT_EQ(heartBeat().currentTimeString(), "00:01:51");
+
+    // A time set while running is measured on from.
+    heartBeat().setCurrentTime(500);
+    EXPECT_EQ(heartBeat().currentTime(), 500u);
+    environment.timers.advance(120);
+    EXPECT_EQ(heartBeat().currentTime(), 620u);
+    EXPECT_EQ(account->saveCount, savesAtStart);
+    EXPECT_EQ(project->time(), 100u);
 }
 
 TEST_F(HeartBeatTest, ClockMovedBackwardsMakesTheTimeJumpForward) {
@@ -96,26 +102,6 @@ TEST_F(HeartBeatTest, ClockMovedBackwardsMakesTheTimeJumpForward) {
     environment.clock.set(environment.clock.now() - std::chrono::duration<double>(30));
     environment.timers.fireAll();
     EXPECT_EQ(heartBeat().currentTime(), 130u);
-}
-
-TEST_F(HeartBeatTest, TicksWriteNothing) {
-    selectProject();
-    heartBeat().start();
-    const int savesAtStart = account->saveCount;
-    environment.timers.advance(120);
-    EXPECT_EQ(account->saveCount, savesAtStart);
-    EXPECT_EQ(project->time(), 100u);
-    EXPECT_EQ(heartBeat().currentTime(), 220u);
-}
-
-TEST_F(HeartBeatTest, SettingTheTimeWhileRunningMeasuresOnFromIt) {
-    selectProject();
-    heartBeat().start();
-    environment.timers.advance(2.5);
-    heartBeat().setCurrentTime(500);
-    EXPECT_EQ(heartBeat().currentTime(), 500u);
-    environment.timers.advance(1.0);
-    EXPECT_EQ(heartBeat().currentTime(), 501u);
 }
 
 struct ClockTextCase {
@@ -155,7 +141,9 @@ TEST_F(HeartBeatTest, VeinsAreToldInOrderAndSeeThePreviousText) {
     EXPECT_EQ(second.texts.size(), 3u);
 }
 
-TEST_F(HeartBeatTest, StopWritesTheTimeSavesAndCountsTheTotal) {
+TEST_F(HeartBeatTest, StopWritesTheTimeSavesAndCountsTheTotalFromZeroForANegativeOne) {
+    ZVPreferences::shared().setInteger(-1, "KDHeartBeatTotalNumberOfBeats");
+    EXPECT_EQ(heartBeat().totalTime(), 0u);
     selectProject();
     heartBeat().start();
     environment.timers.advance(10.4);
@@ -219,31 +207,31 @@ TEST_F(HeartBeatTest, AutomaticPostingFollowsThePreference) {
 TEST_F(HeartBeatTest, ReviewPromptComesOnceInTheFirstTwelveHoursOfAStoreBuild) {
     heartBeat().setStorePageURL("https://store.example/norvo");
     selectProject();
-    environment.ui.answers = {0};
+    environment.ui.answerWithIndex(0);
     heartBeat().start();
     environment.timers.advance(5);
     heartBeat().stop();
 
-    ASSERT_EQ(environment.ui.alerts.size(), 1u);
-    EXPECT_EQ(environment.ui.alerts[0].messageText,
+    ASSERT_EQ(environment.ui.alerts().size(), 1u);
+    EXPECT_EQ(environment.ui.alerts()[0].messageText,
               "You seem to be enjoying using Norvo! If you like Norvo, please, rate it on the AppStore.");
-    EXPECT_EQ(environment.ui.alerts[0].buttons, (std::vector<std::string>{"Rate", "Cancel"}));
-    EXPECT_EQ(environment.ui.openedURLs, (std::vector<std::string>{"https://store.example/norvo"}));
+    EXPECT_EQ(environment.ui.alerts()[0].buttons, (std::vector<std::string>{"Rate", "Cancel"}));
+    EXPECT_EQ(environment.ui.openedURLs(), (std::vector<std::string>{"https://store.example/norvo"}));
     ZVPreferences::shared().reload();  // flushed to disk at once
     EXPECT_TRUE(ZVPreferences::shared().boolean("KDHeartBeatAskedForReview"));
 
     heartBeat().start();
     heartBeat().stop();
-    EXPECT_EQ(environment.ui.alerts.size(), 1u);
+    EXPECT_EQ(environment.ui.alerts().size(), 1u);
 }
 
 TEST_F(HeartBeatTest, ReviewPromptNeverComesAfterTwelveHoursOrOutsideAStore) {
     heartBeat().start();  // no project yet: only the missing project alert
-    environment.ui.alerts.clear();
+    environment.ui.clearRecords();
     selectProject();
     heartBeat().start();
     heartBeat().stop();
-    EXPECT_TRUE(environment.ui.alerts.empty());  // no store page: not a store build
+    EXPECT_TRUE(environment.ui.alerts().empty());  // no store page: not a store build
 
     ZVHeartBeat::resetSharedHeartBeat();
     ZVPreferences::shared().setInteger(43200, "KDHeartBeatTotalNumberOfBeats");
@@ -251,7 +239,7 @@ TEST_F(HeartBeatTest, ReviewPromptNeverComesAfterTwelveHoursOrOutsideAStore) {
     selectProject();
     heartBeat().start();
     heartBeat().stop();
-    EXPECT_TRUE(environment.ui.alerts.empty());
+    EXPECT_TRUE(environment.ui.alerts().empty());
     EXPECT_FALSE(ZVPreferences::shared().boolean("KDHeartBeatAskedForReview"));
 }
 
@@ -278,12 +266,6 @@ TEST_F(HeartBeatTest, SleepStopsARunningTimerAndWakeStartsItAgain) {
     notifications.post(ZVWorkspaceWillSleepNotification);
     notifications.post(ZVWorkspaceDidWakeNotification);
     EXPECT_FALSE(heartBeat().isBeating());
-}
-
-TEST(HeartBeatStoredTotalTest, ANegativeStoredTotalIsReadAsZero) {
-    TimerTestEnvironment environment;
-    ZVPreferences::shared().setInteger(-1, "KDHeartBeatTotalNumberOfBeats");
-    EXPECT_EQ(ZVHeartBeat::sharedHeartBeat().totalTime(), 0u);
 }
 
 }  // namespace

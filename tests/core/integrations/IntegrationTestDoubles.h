@@ -1,17 +1,12 @@
 #pragma once
 
-#include <deque>
 #include <optional>
 #include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "core/integrations/ZVIntegration.h"
 #include "core/integrations/ZVIntegrationRegistry.h"
 #include "core/integrations/address_based/ZVAddressBasedIntegration.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
-#include "core/ui/ZVUserInterface.h"
 
 /// An account class outside the table of services, stored as
 /// "Norvo.ZVTestIntegration"; it logs in with a user name and a password.
@@ -61,51 +56,6 @@ struct TestIntegrationClasses {
         ZVTestIntegration::storedClassName, "com.tesselwick.norvo.test", "Test")};
     ZVIntegrationRegistry::ScopedTestClass addressTest{ZVIntegrationClass::of<ZVTestAddressBasedIntegration>(
         ZVTestAddressBasedIntegration::storedClassName, "com.tesselwick.norvo.testaddress", "Address Test")};
-};
-
-/// Answers alerts from a script and records what was shown. An alert
-/// without a scripted answer fails the test and answers the first button.
-class AlertScript : public ZVUserInterface {
-public:
-    AlertScript() { ZVUserInterface::install(this); }
-    ~AlertScript() override { ZVUserInterface::install(nullptr); }
-
-    /// The next alert answers with this button.
-    void answerButton(int index) { _answers.push_back(Answer{index, std::nullopt}); }
-    /// The next text-field alert answers with this text (or a cancel).
-    void answerText(std::optional<std::string> text) { _answers.push_back(Answer{0, std::move(text)}); }
-
-    ZVAlertResponse runModal(const ZVAlert& alert) override {
-        shown.push_back(alert);
-        return {next().buttonIndex, false};
-    }
-    std::optional<std::string> runModalWithTextField(const ZVAlert& alert, const std::string&, bool) override {
-        shown.push_back(alert);
-        return next().text;
-    }
-    void beep() override {}
-    void showBanner(const std::string&, const std::string&) override {}
-    bool openURL(const std::string&) override { return true; }
-
-    std::size_t unansweredCount() const { return _answers.size(); }
-    std::vector<ZVAlert> shown;
-
-private:
-    struct Answer {
-        int buttonIndex;
-        std::optional<std::string> text;
-    };
-    Answer next() {
-        if (_answers.empty()) {
-            ADD_FAILURE() << "an alert without a scripted answer: "
-                          << (shown.empty() ? std::string() : shown.back().messageText);
-            return {0, std::nullopt};
-        }
-        Answer answer = _answers.front();
-        _answers.pop_front();
-        return answer;
-    }
-    std::deque<Answer> _answers;
 };
 
 /// A leaf or branch node for the trees of the tests.

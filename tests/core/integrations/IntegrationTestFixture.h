@@ -10,6 +10,7 @@
 #include "testkit/ManualClock.h"
 #include "testkit/ManualMainQueue.h"
 #include "testkit/ManualTimerFactory.h"
+#include "testkit/ScriptedUserInterface.h"
 #include "testkit/TemporaryHome.h"
 
 /// A throw-away home with the integration centre and the local account made
@@ -20,6 +21,8 @@ protected:
     IntegrationTestFixture() {
         ZVIntegrationCenter::resetShared();
         ZVNorvoIntegration::resetSharedIntegration();
+        // An alert that a test did not expect fails it.
+        ui.requireScriptedAnswers();
     }
     ~IntegrationTestFixture() override {
         ZVIntegrationCenter::resetShared();
@@ -39,6 +42,6 @@ protected:
     ManualClock clock;
     ManualTimerFactory timers{clock};
     ManualMainQueue mainQueue;
-    AlertScript ui;
+    ScriptedUserInterface ui;
     TestIntegrationClasses classes;
 };

@@ -103,15 +103,15 @@ TEST_F(IntegrationMenuTests, RemoveAccountAsksAndOnlyRemoveRemoves) {
     ZVMenuItem* remove = menu->itemWithTitle("Remove Account...");
     ASSERT_NE(remove, nullptr);
 
-    ui.answerButton(0);  // Cancel
+    ui.answerWith("Cancel");
     remove->perform();
-    ASSERT_EQ(ui.shown.size(), 1u);
-    EXPECT_EQ(ui.shown[0].messageText, "Do you really want to remove account 'My Test Account'?");
-    EXPECT_EQ(ui.shown[0].informativeText, "All recorded times will be discarded. This action cannot be undone.");
-    EXPECT_EQ(ui.shown[0].buttons, (std::vector<std::string>{"Cancel", "Remove"}));
+    ASSERT_EQ(ui.alerts().size(), 1u);
+    EXPECT_EQ(ui.alerts()[0].messageText, "Do you really want to remove account 'My Test Account'?");
+    EXPECT_EQ(ui.alerts()[0].informativeText, "All recorded times will be discarded. This action cannot be undone.");
+    EXPECT_EQ(ui.alerts()[0].buttons, (std::vector<std::string>{"Cancel", "Remove"}));
     EXPECT_EQ(ZVIntegrationCenter::shared().integrations().size(), 1u);
 
-    ui.answerButton(1);  // Remove
+    ui.answerWith("Remove");
     remove->perform();
     EXPECT_TRUE(ZVIntegrationCenter::shared().integrations().empty());
     EXPECT_FALSE(ZVIntegrationCenter::shared().readIntegrationsFromDisk().contains(account->integrationID()));

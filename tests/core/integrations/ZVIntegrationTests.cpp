@@ -34,30 +34,24 @@ TEST_F(IntegrationTests, NewAccountIsNamedAfterItsServiceWithAFreshUUID) {
     EXPECT_EQ(first->authentication()->accountInformation(), "test-account");
 }
 
-TEST_F(IntegrationTests, StoredAccountWithoutNameIsUntitledAndWithoutUIDGetsANewOneEachTime) {
+TEST_F(IntegrationTests, StoredAccountWithoutOrWithWrongValuesIsUntitledWithANewUUIDEachTime) {
     const ZVDictionary bare{{"KDIntegrationClass", "Norvo.ZVTestIntegration"}};
-    auto first = ZVIntegration::integrationWithDictionary(bare);
-    auto second = ZVIntegration::integrationWithDictionary(bare);
-    ASSERT_NE(first, nullptr);
-    ASSERT_NE(second, nullptr);
-    EXPECT_EQ(first->name(), "Untitled");
-    EXPECT_TRUE(isUUID(first->integrationID()));
-    EXPECT_NE(first->integrationID(), second->integrationID());
-    EXPECT_TRUE(first->availableProjects().empty());
-}
-
-TEST_F(IntegrationTests, ValuesOfTheWrongTypeReadAsDefaults) {
     const ZVDictionary odd{{"KDIntegrationClass", "Norvo.ZVTestIntegration"},
                            {"KDIntegrationName", 7},
                            {"KDIntegrationUID", ZVArray{}},
                            {"KDIntegrationCachedProjects", "not a list"},
                            {"KDIntegrationAuthentication", "not a dictionary"}};
-    auto account = ZVIntegration::integrationWithDictionary(odd);
-    ASSERT_NE(account, nullptr);
-    EXPECT_EQ(account->name(), "Untitled");
-    EXPECT_TRUE(isUUID(account->integrationID()));
-    EXPECT_TRUE(account->availableProjects().empty());
-    EXPECT_EQ(account->usernamePasswordAuthentication().username(), "");
+    for (const ZVDictionary& stored : {bare, odd}) {
+        auto first = ZVIntegration::integrationWithDictionary(stored);
+        auto second = ZVIntegration::integrationWithDictionary(stored);
+        ASSERT_NE(first, nullptr);
+        ASSERT_NE(second, nullptr);
+        EXPECT_EQ(first->name(), "Untitled");
+        EXPECT_TRUE(isUUID(first->integrationID()));
+        EXPECT_NE(first->integrationID(), second->integrationID());
+        EXPECT_TRUE(first->availableProjects().empty());
+        EXPECT_EQ(first->usernamePasswordAuthentication().username(), "");
+    }
 }
 
 // Finding the class again.
@@ -102,21 +96,6 @@ TEST(IntegrationClassNames, OldPrefixesAreExchanged) {
               "Norvo.ZVRedmineIntegration");
     EXPECT_EQ(ZVIntegrationRegistry::normalizedClassName("Norvo.ZVKDIntegration"), "Norvo.ZVKDIntegration");
     EXPECT_EQ(ZVIntegrationRegistry::normalizedClassName("xNSKVONotifying_KDA"), "xNSKVONotifying_KDA");
-}
-
-TEST_F(IntegrationTests, UnknownClassIsDroppedWhileTheRestOfTheDatabaseLoads) {
-    ZVDictionary database{
-        {"uid-1", storedAccount("Norvo.ZVTestIntegration")},
-        {"uid-2", storedAccount("Norvo.ZVRetiredIntegration")},
-        {"uid-3", ZVDictionary{{"KDIntegrationName", "No class"}}},
-        {"uid-4", ZVDictionary{{"KDIntegrationClass", "KDTestIntegration"}, {"KDIntegrationUID", "uid-4"}}},
-    };
-    ASSERT_TRUE(ZVPropertyList::writeFile(ZVValue(database), home.dataDirectory() + "/Integrations.edb"));
-
-    const auto accounts = ZVIntegrationCenter::shared().integrations();
-    ASSERT_EQ(accounts.size(), 2u);
-    EXPECT_EQ(accounts[0]->integrationID(), "uid-1");
-    EXPECT_EQ(accounts[1]->integrationID(), "uid-4");
 }
 
 // Trees in the dictionary form.
@@ -192,17 +171,16 @@ TEST_F(IntegrationTests, ProjectsWithNonZeroTimeAreLeavesWithTime) {
     std::vector<std::string> names;
     for (const auto& node : account->projectsWithNonZeroTime()) names.push_back(node->name());
     EXPECT_EQ(names, (std::vector<std::string>{"Timed", "Deeper", "Leaf"}));
-}
 
-TEST_F(IntegrationTests, UnpostedTimeIsFoundAtAnyDepth) {
-    auto account = ZVIntegration::makeNew<ZVTestIntegration>();
+    // Unposted time is found at any depth.
+    auto other = ZVIntegration::makeNew<ZVTestIntegration>();
     auto top = makeNode("Top", "1");
     auto middle = makeNode("Middle", "1", 0, "m");
     top->addSubproject(middle);
-    account->addProject(top);
-    EXPECT_FALSE(account->containsProjectWithUnpostedTime());
+    other->addProject(top);
+    EXPECT_FALSE(other->containsProjectWithUnpostedTime());
     middle->addSubproject(makeNode("Bottom", "1", 3, "b"));
-    EXPECT_TRUE(account->containsProjectWithUnpostedTime());
+    EXPECT_TRUE(other->containsProjectWithUnpostedTime());
 }
 
 // Adding and removing nodes.
@@ -263,17 +241,6 @@ TEST_F(IntegrationTests, SaveWritesOnlyAccountsThatTheCentreHolds) {
     std::string bytes;
     ASSERT_TRUE(ZVPaths::readFile(ZVIntegrationCenter::shared().saveURL(), bytes));
     EXPECT_EQ(bytes.find("s3cret"), std::string::npos);
-}
-
-TEST_F(IntegrationTests, SaveKeepsTheOtherAccountsOfTheFile) {
-    auto first = addedAccount();
-    auto second = addedAccount();
-    second->setName("Renamed");
-    second->save();
-    const ZVDictionary stored = ZVIntegrationCenter::shared().readIntegrationsFromDisk();
-    EXPECT_EQ(stored.size(), 2u);
-    EXPECT_TRUE(stored.contains(first->integrationID()));
-    EXPECT_EQ(stored.at(second->integrationID())["KDIntegrationName"], ZVValue("Renamed"));
 }
 
 // A save copies the other accounts from the file it wrote itself; a file
@@ -338,12 +305,7 @@ TEST_F(IntegrationTests, TokenAccessorAlsoAcceptsTheUserNameVariant) {
     EXPECT_EQ(account->usernameAPITokenAuthentication().usernameLabel(), "Username");
 }
 
-TEST_F(IntegrationTests, WrongCredentialAccessorIsAProgrammingError) {
-    auto account = ZVIntegration::makeNew<ZVTestIntegration>();
-    EXPECT_DEATH(account->APITokenAuthentication(), "APITokenAuthentication");
-}
-
-TEST_F(IntegrationTests, MissingBehavioursAreProgrammingErrorsNamingTheOperation) {
+TEST_F(IntegrationTests, MissingBehavioursAndWrongCredentialAccessorsAreProgrammingErrors) {
     class Bare : public ZVIntegration {
     public:
         std::string className() const override { return "Norvo.ZVBareIntegration"; }
@@ -354,11 +316,13 @@ TEST_F(IntegrationTests, MissingBehavioursAreProgrammingErrorsNamingTheOperation
     EXPECT_DEATH(bare->postTime(*project), "postTime\\(for:\\)");
     EXPECT_DEATH(bare->integrationName(), "integrationName");
     EXPECT_DEATH(bare->accountIdentifier(), "accountIdentifier");
+    // So is asking an account for a credential of another kind.
+    EXPECT_DEATH(ZVIntegration::makeNew<ZVTestIntegration>()->APITokenAuthentication(), "APITokenAuthentication");
 }
 
 // Download centres.
 
-TEST_F(IntegrationTests, AccountsOnOneThreadShareTheCentreOfTheFirst) {
+TEST_F(IntegrationTests, AccountsOnOneThreadShareTheCentreOfTheFirstWhileItLives) {
     auto first = ZVIntegration::makeNew<ZVTestIntegration>();
     auto second = ZVIntegration::makeNew<ZVTestIntegration>();
     ZVDownloadCenter* firstCenter = &first->downloadCenter();
@@ -374,14 +338,12 @@ TEST_F(IntegrationTests, AccountsOnOneThreadShareTheCentreOfTheFirst) {
     }).join();
     EXPECT_NE(otherThreadCenter, firstCenter);
     EXPECT_EQ(otherThreadOwner, second.get());
-}
 
-TEST_F(IntegrationTests, CentreOfAnAccountThatIsGoneIsHandedOn) {
-    auto first = ZVIntegration::makeNew<ZVTestIntegration>();
-    (void)first->downloadCenter();
+    // The centre of an account that is gone is handed on.
     first.reset();
-    auto second = ZVIntegration::makeNew<ZVTestIntegration>();
-    EXPECT_EQ(second->downloadCenter().owner(), second.get());
+    second.reset();
+    auto third = ZVIntegration::makeNew<ZVTestIntegration>();
+    EXPECT_EQ(third->downloadCenter().owner(), third.get());
 }
 
 }  // namespace

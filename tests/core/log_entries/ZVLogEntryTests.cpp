@@ -98,35 +98,27 @@ TEST(LogEntryTest, WrongTypesReadAsDefaults) {
     EXPECT_FALSE(run->stopDate());
 }
 
-TEST(TimeLogEntryTest, RunWithoutStopDateLeavesTheKeyOut) {
-    ManualClock clock;
-    ZVTimeLogEntry run;
-    run.setText("Design");
-    const ZVDictionary dictionary = run.dictionaryRepresentation();
-    EXPECT_EQ(dictionary.count("KDLogEntryStopDate"), 0u);
-    EXPECT_EQ(ZVStringValue(dictionary, "KDLogEntryClass"), "Norvo.ZVTimeLogEntry");
-
-    const auto read = std::dynamic_pointer_cast<ZVTimeLogEntry>(ZVLogEntry::logEntryWithDictionary(dictionary));
-    ASSERT_TRUE(read);
-    EXPECT_FALSE(read->stopDate());
-}
-
-TEST(TimeLogEntryTest, RunSurvivesTheDatabaseFormat) {
+TEST(TimeLogEntryTest, RunSurvivesTheDatabaseFormatWithOrWithoutAStopDate) {
     ManualClock clock;
     ZVTimeLogEntry run;
     run.setText("Ticket 42 \u2013 review");
-    run.setStopDate(clock.now() + std::chrono::duration<double>(3600));
-
-    // Through the property-list text, as in the database file.
-    const auto stored = ZVPropertyList::read(ZVPropertyList::writeXML(ZVValue(run.dictionaryRepresentation())));
-    ASSERT_TRUE(stored && stored->dictionary());
-    const auto read = ZVLogEntry::logEntryWithDictionary(*stored->dictionary());
-    const auto readRun = std::dynamic_pointer_cast<ZVTimeLogEntry>(read);
-    ASSERT_TRUE(readRun);
-    EXPECT_EQ(typeid(*read), typeid(ZVTimeLogEntry));
-    EXPECT_EQ(readRun->text(), run.text());
-    EXPECT_EQ(readRun->startDate(), run.startDate());
-    EXPECT_EQ(readRun->stopDate(), run.stopDate());
+    for (const bool stopped : {false, true}) {
+        SCOPED_TRACE(stopped);
+        if (stopped) run.setStopDate(clock.now() + std::chrono::duration<double>(3600));
+        const ZVDictionary dictionary = run.dictionaryRepresentation();
+        EXPECT_EQ(dictionary.count("KDLogEntryStopDate"), stopped ? 1u : 0u);
+        EXPECT_EQ(ZVStringValue(dictionary, "KDLogEntryClass"), "Norvo.ZVTimeLogEntry");
+        // Through the property-list text, as in the database file.
+        const auto stored = ZVPropertyList::read(ZVPropertyList::writeXML(ZVValue(dictionary)));
+        ASSERT_TRUE(stored && stored->dictionary());
+        const auto read = ZVLogEntry::logEntryWithDictionary(*stored->dictionary());
+        const auto readRun = std::dynamic_pointer_cast<ZVTimeLogEntry>(read);
+        ASSERT_TRUE(readRun);
+        EXPECT_EQ(typeid(*read), typeid(ZVTimeLogEntry));
+        EXPECT_EQ(readRun->text(), run.text());
+        EXPECT_EQ(readRun->startDate(), run.startDate());
+        EXPECT_EQ(readRun->stopDate(), run.stopDate());
+    }
 }
 
 TEST(TimeLogEntryTest, DescriptionShowsTitleOnlyWhenAskedAndPresent) {

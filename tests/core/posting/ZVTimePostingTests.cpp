@@ -44,24 +44,18 @@ protected:
     std::shared_ptr<ZVIntegrationProject> project;
 };
 
-TEST_F(PostingTest, NoTimeMeansNoPromptNoRequestAndTheTimerRunsOn) {
-    project->setTimeWithoutSaving(0);
-    env.setCurrentProject(project);
-    auto& heartBeat = ZVHeartBeat::sharedHeartBeat();
-    heartBeat.start();
-    ZVTimePosting::postTime(*project);
-    EXPECT_TRUE(heartBeat.isBeating());
-    EXPECT_TRUE(env.ui.textPrompts().empty());
-    EXPECT_TRUE(env.ui.alerts().empty());
-    EXPECT_EQ(server.requestCount(), 0u);
-}
-
-TEST_F(PostingTest, PostingAnotherProjectStopsTheRunningTimer) {
+TEST_F(PostingTest, NoTimeLeavesTheTimerRunningButPostingStopsIt) {
     auto running = env.addProject(*account, "7", 0, "Other");
     env.setCurrentProject(running);
     auto& heartBeat = ZVHeartBeat::sharedHeartBeat();
     heartBeat.start();
-    ZVTimePosting::postTime(*project);
+    ZVTimePosting::postTime(*running);  // no time: no prompt, no request
+    EXPECT_TRUE(heartBeat.isBeating());
+    EXPECT_TRUE(env.ui.textPrompts().empty());
+    EXPECT_TRUE(env.ui.alerts().empty());
+    EXPECT_EQ(server.requestCount(), 0u);
+
+    ZVTimePosting::postTime(*project);  // even another project's
     EXPECT_FALSE(heartBeat.isBeating());
     ASSERT_EQ(postedBodies().size(), 1u);
     EXPECT_EQ(postedBodies()[0]["project"], std::string("42"));
@@ -146,7 +140,7 @@ TEST_F(PostingTest, CancelAtThePromptStopsTheTimerAndSendsNothing) {
     EXPECT_EQ(server.requestCount(), 0u);
 }
 
-TEST_F(PostingTest, RoundingUsesTheDurationInMinutesAsTheBase) {
+TEST_F(PostingTest, RoundingUsesTheDurationInMinutesAsTheBaseAndMovesTheClockOfTheCurrentProject) {
     struct Case {
         std::int64_t direction;
         std::int64_t duration;
@@ -166,12 +160,8 @@ TEST_F(PostingTest, RoundingUsesTheDurationInMinutesAsTheBase) {
         ASSERT_EQ(postedBodies().size(), 1u);
         EXPECT_EQ(postedBodies()[0]["seconds"], testCase.expected);
     }
-}
-
-TEST_F(PostingTest, RoundingOfTheCurrentProjectMovesTheClock) {
+    // Rounding the current project moves the clock.
     env.setCurrentProject(project);
-    ZVPreferences::shared().setBoolean(true, ZVTimePosting::automaticallyRoundTimeKey);
-    ZVPreferences::shared().setInteger(1, ZVTimePosting::automaticRoundingDirectionKey);
     ZVPreferences::shared().setInteger(60, ZVTimePosting::automaticRoundingDurationKey);
     ZVTimePosting::postTime(*project);
     EXPECT_EQ(ZVHeartBeat::sharedHeartBeat().currentTime(), 3600u);

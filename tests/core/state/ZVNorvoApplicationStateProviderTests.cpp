@@ -21,20 +21,17 @@ protected:
 
 }  // namespace
 
-TEST_F(ZVNorvoApplicationStateProviderTest, WithNoAccountsOnlyTheLocalAccountIsListedAndNoProjectIsCurrent) {
+TEST_F(ZVNorvoApplicationStateProviderTest, ItemsFollowTheBaseWithOnlyTheLocalAccountAndNoCurrentProject) {
     ZVIntegrationCenter::shared();
-    EXPECT_EQ(item("Active Integrations"), "\tNorvo.ZVNorvoIntegration '" +
-                                               ZVNorvoIntegration::sharedIntegration()->name() +
-                                               "' - project count: 0");
-    EXPECT_EQ(item("Current Project"), "None");
-}
-
-TEST_F(ZVNorvoApplicationStateProviderTest, ItemsOfTheProgramFollowThoseOfTheBase) {
     const auto items = provider.stateItems();
     ASSERT_GE(items.size(), 4u);
     EXPECT_EQ(items.front().name, "Application");
     EXPECT_EQ(items[items.size() - 2].name, "Active Integrations");
     EXPECT_EQ(items.back().name, "Current Project");
+    EXPECT_EQ(item("Active Integrations"), "\tNorvo.ZVNorvoIntegration '" +
+                                               ZVNorvoIntegration::sharedIntegration()->name() +
+                                               "' - project count: 0");
+    EXPECT_EQ(item("Current Project"), "None");
 }
 
 TEST_F(ZVNorvoApplicationStateProviderTest, AccountsWithProjectCountsAndTheCurrentProjectWithItsTime) {

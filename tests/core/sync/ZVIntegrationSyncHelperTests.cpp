@@ -63,20 +63,6 @@ protected:
     std::shared_ptr<TestServiceIntegration> account;
 };
 
-TEST_F(MergeTest, RenamedNodeKeepsItsObjectTimeAndLog) {
-    auto local = node("Old name", "1", std::nullopt, 120);
-    auto run = std::make_shared<ZVTimeLogEntry>(local);
-    local->addLogEntry(run);
-    ProjectList projects{local};
-    merge(projects, {node("New name", "1")});
-    ASSERT_EQ(projects.size(), 1u);
-    EXPECT_EQ(projects[0], local);
-    EXPECT_EQ(local->name(), "New name");
-    EXPECT_EQ(local->time(), 120u);
-    ASSERT_EQ(local->logEntries().size(), 1u);
-    EXPECT_EQ(local->logEntries()[0], run);
-}
-
 TEST_F(MergeTest, NewNodesComeAtTheEndAndSurvivorsKeepTheirOrder) {
     ProjectList projects{node("B", "2"), node("A", "1")};
     merge(projects, {node("C", "3"), node("A", "1"), node("B", "2")});
@@ -117,18 +103,11 @@ TEST_F(MergeTest, DuplicateLocalNodesResolveToTheFirstInListOrder) {
     EXPECT_EQ(names(projects), (std::vector<std::string>{"Renamed", "Second"}));
 }
 
-TEST_F(MergeTest, EmptyRemoteListRemovesNodesWithoutTimeSilently) {
-    ProjectList projects{node("A", "1"), node("B", "2")};
-    merge(projects, {});
-    EXPECT_TRUE(projects.empty());
-    EXPECT_TRUE(env.ui.alerts().empty());
-}
-
-TEST_F(MergeTest, VanishedParentLosesItsEmptyChildThenAsks) {
+TEST_F(MergeTest, VanishedNodesWithoutTimeGoSilentlyAndAParentWithTimeIsAskedAbout) {
     auto withTime = node("Five", "p", "5", 5);
     auto empty = node("Zero", "p", "0", 0);
     auto parent = parentWith("Parent", "p", {withTime, empty});
-    ProjectList projects{parent};
+    ProjectList projects{node("Empty", "1"), parent, node("Also empty", "2")};
     env.ui.answerWith("Remove");
     merge(projects, {});
     EXPECT_EQ(names(parent->subprojects()), (std::vector<std::string>{"Five"}));
@@ -170,14 +149,22 @@ TEST_F(MergeTest, RemovingTheCurrentProjectClearsItAndTellsTheUser) {
               "\"Current\" is no longer available - it has been removed from the server.");
 }
 
-TEST_F(MergeTest, ChildrenMergeUnderTheFoundNode) {
+TEST_F(MergeTest, RenamedNodesKeepTheirObjectTimeAndLogAndTheirChildrenMergeUnderThem) {
     auto child = node("Old child", "1", "c", 10);
-    auto parent = parentWith("Parent", "1", {child});
+    auto run = std::make_shared<ZVTimeLogEntry>(child);
+    child->addLogEntry(run);
+    auto parent = parentWith("Old name", "1", {child}, 120);
     ProjectList projects{parent};
     merge(projects, {parentWith("Parent", "1", {node("New child", "1", "c"), node("Added", "1", "d")})});
+    ASSERT_EQ(projects.size(), 1u);
+    EXPECT_EQ(projects[0], parent);
+    EXPECT_EQ(parent->name(), "Parent");
+    EXPECT_EQ(parent->time(), 120u);
     ASSERT_EQ(parent->subprojects().size(), 2u);
     EXPECT_EQ(parent->subprojects()[0], child);
     EXPECT_EQ(child->name(), "New child");
+    EXPECT_EQ(child->time(), 10u);
+    EXPECT_EQ(child->logEntries(), std::vector<std::shared_ptr<ZVLogEntry>>{run});
     EXPECT_EQ(parent->subprojects()[1]->parentProject(), parent);
 }
 

@@ -45,52 +45,49 @@ TEST_F(AuthenticationTests, MakesTheCredentialClassOfEachAuthenticationType) {
     EXPECT_EQ(ZVAuthenticationTypeFromRawValue(7), std::nullopt);
 }
 
-TEST_F(AuthenticationTests, SecretsAreStoredUnderTheUserNameAndAccountOfEachClass) {
+TEST_F(AuthenticationTests, SecretsAreStoredAndReadBackUnderTheUserNameAndAccountOfEachClass) {
     ZVAPITokenAuthentication token({}, account);
     token.setAPIToken("t0ken");
     token.saveKeychainInformation();
     EXPECT_EQ(keychain.password(account, account), "t0ken");
+    EXPECT_EQ(ZVAPITokenAuthentication({}, account).APIToken(), "t0ken");
 
     ZVUsernameAPITokenAuthentication userToken(withUser, "other.example.com");
     userToken.setAPIToken("user-token");
     userToken.saveKeychainInformation();
     EXPECT_EQ(keychain.password("other.example.com", "other.example.com"), "user-token");
     EXPECT_EQ(keychain.password("ada", "other.example.com"), std::nullopt);
+    ZVUsernameAPITokenAuthentication userTokenRead(withUser, "other.example.com");
+    EXPECT_EQ(userTokenRead.APIToken(), "user-token");
+    EXPECT_EQ(userTokenRead.username(), "ada");
 
     ZVUsernamePasswordAuthentication password(withUser, account);
     password.setPassword("s3cret");
     password.saveKeychainInformation();
     EXPECT_EQ(keychain.password("ada", account), "s3cret");
-
-    ZVUsernamePasswordAPITokenAuthentication combined({{"KDAuthenticationUsername", "grace"}}, account);
-    combined.setAPIToken("abc");
-    combined.setPassword("xyz");
-    combined.saveKeychainInformation();
-    EXPECT_EQ(keychain.password("grace", account), "abc|xyz");
-
-    EXPECT_EQ(keychain.itemCount(), 4u);
+    ZVUsernamePasswordAuthentication passwordRead(withUser, account);
+    EXPECT_EQ(passwordRead.password(), "s3cret");
+    EXPECT_EQ(passwordRead.username(), "ada");
+    EXPECT_EQ(keychain.itemCount(), 3u);
 }
 
-TEST_F(AuthenticationTests, CredentialsReadTheirSecretsBack) {
-    keychain.savePassword("t0ken", account, account);
-    keychain.savePassword("s3cret", "ada", account);
-
-    EXPECT_EQ(ZVAPITokenAuthentication({}, account).APIToken(), "t0ken");
-    ZVUsernameAPITokenAuthentication userToken(withUser, account);
-    EXPECT_EQ(userToken.APIToken(), "t0ken");
-    EXPECT_EQ(userToken.username(), "ada");
-    ZVUsernamePasswordAuthentication password(withUser, account);
-    EXPECT_EQ(password.password(), "s3cret");
-    EXPECT_EQ(password.username(), "ada");
-}
-
-TEST_F(AuthenticationTests, CombinedSecretSplitsAtEveryBar) {
-    struct Case {
-        std::string stored;
-        std::string token;
-        std::string password;
+TEST_F(AuthenticationTests, CombinedSecretIsTokenBarPasswordAndSplitsAtTheFirstAndLastBar) {
+    struct Written {
+        std::string token, password, stored;
     };
-    const Case cases[] = {
+    const Written written[] = {{"abc", "xyz", "abc|xyz"}, {"abc", "x|y", "abc|x|y"}, {"abc", "", "abc|"}};
+    for (const auto& w : written) {
+        SCOPED_TRACE(w.stored);
+        ZVUsernamePasswordAPITokenAuthentication combined({{"KDAuthenticationUsername", "grace"}}, account);
+        combined.setAPIToken(w.token);
+        combined.setPassword(w.password);
+        combined.saveKeychainInformation();
+        EXPECT_EQ(keychain.password("grace", account), w.stored);
+    }
+    struct Read {
+        std::string stored, token, password;
+    };
+    const Read cases[] = {
         {"abc|xyz", "abc", "xyz"},
         {"abc|x|y", "abc", "y"},  // what stands between the first and last bar is lost
         {"abc|", "abc", ""},
@@ -104,26 +101,6 @@ TEST_F(AuthenticationTests, CombinedSecretSplitsAtEveryBar) {
         EXPECT_EQ(credential.APIToken(), c.token);
         EXPECT_EQ(credential.password(), c.password);
     }
-}
-
-TEST_F(AuthenticationTests, CombinedSecretWithABarInThePasswordKeepsOnlyTheLastPiece) {
-    ZVUsernamePasswordAPITokenAuthentication written(withUser, account);
-    written.setAPIToken("abc");
-    written.setPassword("x|y");
-    written.saveKeychainInformation();
-    EXPECT_EQ(keychain.password("ada", account), "abc|x|y");
-
-    ZVUsernamePasswordAPITokenAuthentication read(withUser, account);
-    EXPECT_EQ(read.APIToken(), "abc");
-    EXPECT_EQ(read.password(), "y");
-}
-
-TEST_F(AuthenticationTests, CombinedSecretWithAnEmptyPasswordStoresTheTokenAndABar) {
-    ZVUsernamePasswordAPITokenAuthentication written(withUser, account);
-    written.setAPIToken("abc");
-    written.saveKeychainInformation();
-    EXPECT_EQ(keychain.password("ada", account), "abc|");
-    EXPECT_EQ(ZVUsernamePasswordAPITokenAuthentication(withUser, account).password(), "");
 }
 
 TEST_F(AuthenticationTests, WithoutAUserNameTheStoreIsNeitherAskedNorWritten) {
@@ -140,14 +117,6 @@ TEST_F(AuthenticationTests, WithoutAUserNameTheStoreIsNeitherAskedNorWritten) {
     EXPECT_EQ(keychain.password("", account), "s3cret");
 }
 
-TEST_F(AuthenticationTests, MissingTokenStartsEmptyAndIsNotWrittenBack) {
-    ZVAPITokenAuthentication credential({}, account);
-    EXPECT_EQ(credential.APIToken(), "");
-    EXPECT_TRUE(credential.dictionaryRepresentation().empty());
-    credential.saveKeychainInformation();
-    EXPECT_EQ(keychain.saveCount(), 0u);
-}
-
 TEST_F(AuthenticationTests, EmptySecretNeverOverwritesAStoredOne) {
     keychain.savePassword("s3cret", "ada", account);
     ZVUsernamePasswordAuthentication credential(withUser, account);
@@ -156,8 +125,11 @@ TEST_F(AuthenticationTests, EmptySecretNeverOverwritesAStoredOne) {
     EXPECT_EQ(keychain.password("ada", account), "s3cret");
 }
 
-TEST_F(AuthenticationTests, TokenDictionaryStoresTheTokenButUserNameFormsDoNot) {
+TEST_F(AuthenticationTests, NoDictionaryHoldsASecretAndAMissingTokenIsNotWrittenBack) {
     ZVAPITokenAuthentication token({}, account);
+    EXPECT_EQ(token.APIToken(), "");
+    token.saveKeychainInformation();
+    EXPECT_EQ(keychain.saveCount(), 0u);
     token.setAPIToken("t0ken");
     EXPECT_TRUE(token.dictionaryRepresentation().empty());
     EXPECT_EQ(keychain.password(account, account), "t0ken");

@@ -13,40 +13,9 @@ std::shared_ptr<RecordingIntegration> RecordingIntegration::make(const std::stri
     return account;
 }
 
-ZVAlertResponse ScriptedUserInterface::runModal(const ZVAlert& alert) {
-    alerts.push_back(alert);
-    ZVAlertResponse response;
-    if (!answers.empty()) {
-        response.buttonIndex = answers.front();
-        answers.pop_front();
-    }
-    return response;
-}
+TimerTestEnvironment::TimerTestEnvironment() { resetSharedObjects(); }
 
-std::optional<std::string> ScriptedUserInterface::runModalWithTextField(const ZVAlert& alert, const std::string&,
-                                                                        bool) {
-    alerts.push_back(alert);
-    return std::nullopt;
-}
-
-void ScriptedUserInterface::showBanner(const std::string& title, const std::string& text) {
-    banners.push_back(title + ": " + text);
-}
-
-bool ScriptedUserInterface::openURL(const std::string& url) {
-    openedURLs.push_back(url);
-    return true;
-}
-
-TimerTestEnvironment::TimerTestEnvironment() {
-    resetSharedObjects();
-    ZVUserInterface::install(&ui);
-}
-
-TimerTestEnvironment::~TimerTestEnvironment() {
-    resetSharedObjects();
-    ZVUserInterface::install(nullptr);
-}
+TimerTestEnvironment::~TimerTestEnvironment() { resetSharedObjects(); }
 
 void TimerTestEnvironment::resetSharedObjects() {
     ZVIntegrationCenter::resetShared();

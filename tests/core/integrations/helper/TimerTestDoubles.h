@@ -1,20 +1,18 @@
 #pragma once
 
-#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "core/integrations/ZVIntegration.h"
 #include "core/integrations/ZVIntegrationRegistry.h"
-#include "core/ui/ZVUserInterface.h"
 #include "testkit/InMemoryKeychain.h"
 #include "testkit/ManualClock.h"
 #include "testkit/ManualTimerFactory.h"
+#include "testkit/ScriptedUserInterface.h"
 #include "testkit/TemporaryHome.h"
 
-// Test doubles of the timer core's tests: an account that counts its saves
-// and a user interface that answers from a script.
+// Test doubles of the timer core's tests: an account that counts its saves.
 namespace norvo_timer_tests {
 
 /// An account of a made-up service. It counts its saves; with
@@ -46,24 +44,6 @@ public:
     int saveCount = 0;
     int synchronizeCount = 0;
     bool writesThrough = false;
-};
-
-/// Answers alerts from a script (the first button when the script is empty)
-/// and records everything shown.
-class ScriptedUserInterface : public ZVUserInterface {
-public:
-    ZVAlertResponse runModal(const ZVAlert& alert) override;
-    std::optional<std::string> runModalWithTextField(const ZVAlert& alert, const std::string& initialText,
-                                                     bool secure) override;
-    void beep() override {}
-    void showAlert(const ZVAlert& alert) override { alerts.push_back(alert); }
-    void showBanner(const std::string& title, const std::string& text) override;
-    bool openURL(const std::string& url) override;
-
-    std::deque<int> answers;
-    std::vector<ZVAlert> alerts;
-    std::vector<std::string> openedURLs;
-    std::vector<std::string> banners;
 };
 
 /// A temporary home, a manual clock and timers, an in-memory key store and a

@@ -141,13 +141,9 @@ TEST(ProjectTimeTest, TimesOutOfRangeAreBroughtIntoRangeNotFatal) {
 
 // Identity and tree structure.
 
-TEST(ProjectTreeTest, NodesHaveIdentityAndAreNeverCopied) {
-    static_assert(!std::is_copy_constructible_v<ZVIntegrationProject>);
-    static_assert(!std::is_copy_assignable_v<ZVIntegrationProject>);
-    auto project = node("Task");
-    Pointer copy = project;
-    EXPECT_EQ(copy.get(), project.get());
-}
+// Nodes have identity: they are shared, never copied.
+static_assert(!std::is_copy_constructible_v<ZVIntegrationProject>);
+static_assert(!std::is_copy_assignable_v<ZVIntegrationProject>);
 
 TEST(ProjectTreeTest, AddingChildrenPassesTheAccountDownTwoLevels) {
     auto account = RecordingIntegration::make("Work");
@@ -280,20 +276,19 @@ TEST(ProjectPathTest, PathStartsWithTheAccountName) {
 
 // The log as text.
 
-TEST(ProjectLogStringTest, EmptyLogShowsHeaderPlaceholderAndTotal) {
+TEST(ProjectLogStringTest, HeaderPlaceholderAndTitlesShownOnceOverRunsOfTheSameTitle) {
+    ManualClock clock;
     auto project = node("Task");
-    const std::string text = project->logString();
-    const auto firstLine = text.substr(0, text.find('\n'));
+    const std::string empty = project->logString();
+    const auto firstLine = empty.substr(0, empty.find('\n'));
     ASSERT_EQ(firstLine.rfind("TODAY: ", 0), 0u);
     EXPECT_EQ(firstLine.find_first_of("/."), std::string::npos);
     EXPECT_GT(firstLine.size(), std::string("TODAY: ").size());
-    EXPECT_EQ(text.substr(firstLine.size()),
+    EXPECT_EQ(empty.substr(firstLine.size()),
               "\n-------------------------------------------\nNO ENTRIES YET\n----------------\nTOTAL: 0 SECONDS");
-}
 
-TEST(ProjectLogStringTest, TitleShowsOnceOverRunsOfTheSameTitleUntilAnotherRecord) {
-    ManualClock clock;
-    auto project = node("Task", 3725);
+    // A title shows once over runs of the same title, until another record.
+    project->setTimeWithoutSaving(3725);
     auto run = [&](const std::string& title) {
         auto entry = std::make_shared<ZVTimeLogEntry>();
         entry->setText(title);
@@ -348,19 +343,8 @@ INSTANTIATE_TEST_SUITE_P(Totals, ProjectTotalTimeTest,
 
 // The dictionary form.
 
-TEST(ProjectDictionaryTest, MissingIdentifierGetsAFreshUUIDAtEveryLoad) {
-    const ZVDictionary dictionary{{"KDIntegrationProjectName", "Old"}};
-    auto first = ZVIntegrationProject::createWithDictionary(dictionary, {});
-    auto second = ZVIntegrationProject::createWithDictionary(dictionary, {});
-    const std::regex uuid("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
-    EXPECT_TRUE(std::regex_match(first->projectID(), uuid)) << first->projectID();
-    EXPECT_NE(first->projectID(), second->projectID());
-    EXPECT_TRUE(std::regex_match(ZVIntegrationProject::create()->projectID(), uuid));
-}
-
-TEST(ProjectDictionaryTest, WrongTypesReadAsDefaults) {
+TEST(ProjectDictionaryTest, WrongTypesReadAsDefaultsAndAMissingIdentifierAsAFreshUUID) {
     const ZVDictionary dictionary{{"KDIntegrationProjectName", 5},
-                                  {"KDIntegrationProjectID", "p"},
                                   {"KDIntegrationSubprojectID", 3},
                                   {"KDIntegrationProjectTime", "100"},
                                   {"KDIntegrationProjectLog", "none"},
@@ -371,6 +355,12 @@ TEST(ProjectDictionaryTest, WrongTypesReadAsDefaults) {
     EXPECT_EQ(project->time(), 0u);
     EXPECT_TRUE(project->logEntries().empty());
     EXPECT_FALSE(project->hasSubprojects());
+
+    const std::regex uuid("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
+    auto second = ZVIntegrationProject::createWithDictionary(dictionary, {});
+    EXPECT_TRUE(std::regex_match(project->projectID(), uuid)) << project->projectID();
+    EXPECT_NE(project->projectID(), second->projectID());
+    EXPECT_TRUE(std::regex_match(ZVIntegrationProject::create()->projectID(), uuid));
 }
 
 TEST(ProjectDictionaryTest, TreeWithLogsSurvivesARoundTrip) {
@@ -423,38 +413,35 @@ TEST(ProjectDictionaryTest, RecordsThatCannotBeReadAreSkipped) {
     EXPECT_EQ(project->logEntries()[1]->text(), "Reset time for 'Task'");
 }
 
-TEST(ProjectDictionaryTest, OnlyTheCurrentProjectIsMarkedSelected) {
+TEST(ProjectDictionaryTest, OnlyTheCurrentProjectIsMarkedAndTheFirstMarkedBecomesCurrent) {
     TimerTestEnvironment environment;
     auto account = RecordingIntegration::make("Work");
     auto root = ZVIntegrationProject::create("Root", "1");
     root->setIntegration(account);
-    auto child = ZVIntegrationProject::create("Child", "1", "c");
-    root->addSubproject(child);
-    ZVIntegrationCenter::shared().setCurrentProject(child);
-
-    const ZVDictionary stored = root->dictionaryRepresentation();
-    EXPECT_EQ(stored.count("KDIntegrationProjectIsSelected"), 0u);
-    const ZVDictionary& storedChild = *ZVArrayValue(stored, "KDIntegrationProjectSubprojects")->front().dictionary();
-    EXPECT_EQ(storedChild.at("KDIntegrationProjectIsSelected"), ZVValue(true));
-}
-
-TEST(ProjectDictionaryTest, FirstNodeMarkedSelectedBecomesTheCurrentProject) {
-    TimerTestEnvironment environment;
-    auto account = RecordingIntegration::make("Work");
     auto marked = [](const std::string& name) {
-        return ZVValue(ZVDictionary{{"KDIntegrationProjectName", name},
-                                    {"KDIntegrationProjectID", name},
-                                    {"KDIntegrationProjectTime", 77},
-                                    {"KDIntegrationProjectIsSelected", true}});
+        auto child = ZVIntegrationProject::create(name, name);
+        child->setTimeWithoutSaving(77);
+        return child;
     };
-    const ZVDictionary stored{{"KDIntegrationProjectName", "Root"},
-                              {"KDIntegrationProjectID", "root"},
-                              {"KDIntegrationProjectSubprojects", ZVArray{marked("First"), marked("Second")}}};
+    root->addSubproject(marked("First"));
+    root->addSubproject(marked("Second"));
     auto& center = ZVIntegrationCenter::shared();
-    auto root = ZVIntegrationProject::createWithDictionary(stored, account);
+    center.setCurrentProject(root->subprojects()[0]);
+    ZVDictionary stored = root->dictionaryRepresentation();
+    EXPECT_EQ(stored.count("KDIntegrationProjectIsSelected"), 0u);
+    ZVArray children = *ZVArrayValue(stored, "KDIntegrationProjectSubprojects");
+    EXPECT_EQ(children[0].dictionary()->at("KDIntegrationProjectIsSelected"), ZVValue(true));
+    EXPECT_EQ(children[1].dictionary()->count("KDIntegrationProjectIsSelected"), 0u);
 
+    // Read back with both children marked, the first one becomes current.
+    center.setCurrentProject(nullptr);
+    ZVDictionary second = *children[1].dictionary();
+    second["KDIntegrationProjectIsSelected"] = true;
+    children[1] = ZVValue(second);
+    stored["KDIntegrationProjectSubprojects"] = children;
+    auto read = ZVIntegrationProject::createWithDictionary(stored, account);
     ASSERT_TRUE(center.currentProject());
-    EXPECT_EQ(center.currentProject(), root->subprojects()[0]);
+    EXPECT_EQ(center.currentProject(), read->subprojects()[0]);
     EXPECT_EQ(ZVHeartBeat::sharedHeartBeat().currentTime(), 77u);
 }
 

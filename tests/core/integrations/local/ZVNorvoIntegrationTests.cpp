@@ -40,11 +40,11 @@ TEST_F(NorvoIntegrationTests, LocalAccountHasFixedFacts) {
 }
 
 TEST_F(NorvoIntegrationTests, AddedProjectBecomesCurrentAndIsStoredInThePreferences) {
-    ui.answerText("Alpha");
+    ui.answerTextPromptWith("Alpha");
     local->addProjectAction();
-    ASSERT_EQ(ui.shown.size(), 1u);
-    EXPECT_EQ(ui.shown[0].messageText, "Enter the project name:");
-    EXPECT_EQ(ui.shown[0].buttons, (std::vector<std::string>{"OK", "Cancel"}));
+    ASSERT_EQ(ui.textPrompts().size(), 1u);
+    EXPECT_EQ(ui.textPrompts()[0].alert.messageText, "Enter the project name:");
+    EXPECT_EQ(ui.textPrompts()[0].alert.buttons, (std::vector<std::string>{"OK", "Cancel"}));
 
     const auto projects = local->availableProjects();
     ASSERT_EQ(projects.size(), 1u);
@@ -63,7 +63,7 @@ TEST_F(NorvoIntegrationTests, AddedProjectBecomesCurrentAndIsStoredInThePreferen
 }
 
 TEST_F(NorvoIntegrationTests, EmptyOrTakenNamesAreRefusedWithTheirAlerts) {
-    ui.answerText("Alpha");
+    ui.answerTextPromptWith("Alpha");
     local->addProjectAction();
 
     struct Case {
@@ -79,26 +79,27 @@ TEST_F(NorvoIntegrationTests, EmptyOrTakenNamesAreRefusedWithTheirAlerts) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.typed.value_or("(cancel)"));
-        ui.shown.clear();
-        ui.answerText(c.typed);
-        if (!c.refusal.empty()) ui.answerButton(0);
+        ui.clearRecords();
+        ui.answerTextPromptWith(c.typed);
+        if (!c.refusal.empty()) ui.answerWith("OK");
         local->addProjectAction();
+        EXPECT_EQ(ui.textPrompts().size(), 1u);
         if (c.refusal.empty()) {
-            EXPECT_EQ(ui.shown.size(), 1u);
+            EXPECT_TRUE(ui.alerts().empty());
         } else {
-            ASSERT_EQ(ui.shown.size(), 2u);
-            EXPECT_EQ(ui.shown[1].messageText, c.refusal);
-            EXPECT_EQ(ui.shown[1].informativeText, "Please, choose a different name.");
-            EXPECT_EQ(ui.shown[1].buttons, (std::vector<std::string>{"OK"}));
+            ASSERT_EQ(ui.alerts().size(), 1u);
+            EXPECT_EQ(ui.alerts()[0].messageText, c.refusal);
+            EXPECT_EQ(ui.alerts()[0].informativeText, "Please, choose a different name.");
+            EXPECT_EQ(ui.alerts()[0].buttons, (std::vector<std::string>{"OK"}));
         }
         EXPECT_EQ(projectNames(*local), c.namesAfter);
     }
-    EXPECT_EQ(ui.unansweredCount(), 0u);
+    EXPECT_EQ(ui.unusedAnswerCount(), 0u);
 }
 
 TEST_F(NorvoIntegrationTests, MovingReordersWithoutSaving) {
     for (const char* name : {"A", "B", "C"}) {
-        ui.answerText(name);
+        ui.answerTextPromptWith(name);
         local->addProjectAction();
     }
     local->moveProjectAtIndex(0, 2);
@@ -112,7 +113,7 @@ TEST_F(NorvoIntegrationTests, MovingReordersWithoutSaving) {
 }
 
 TEST_F(NorvoIntegrationTests, RemovingTheCurrentProjectThroughTheAccountLeavesItCurrent) {
-    ui.answerText("Alpha");
+    ui.answerTextPromptWith("Alpha");
     local->addProjectAction();
     auto alpha = local->availableProjects().at(0);
     local->removeProject(alpha);
@@ -144,7 +145,7 @@ TEST_F(NorvoIntegrationTests, MenuHasRemoveAlternatesAndLocalUtilityItemsOnly) {
     empty->items[3]->perform();
     EXPECT_EQ(target.performed, "manageNorvoProjects:");
 
-    ui.answerText("Beta");
+    ui.answerTextPromptWith("Beta");
     empty->items[2]->perform();  // "Add Project..."
     auto beta = local->availableProjects().at(0);
     beta->setTimeWithoutSaving(40);
@@ -162,7 +163,7 @@ TEST_F(NorvoIntegrationTests, MenuHasRemoveAlternatesAndLocalUtilityItemsOnly) {
 }
 
 TEST_F(NorvoIntegrationTests, RemoveItemAsksThenClearsTheCurrentProject) {
-    ui.answerText("Gamma");
+    ui.answerTextPromptWith("Gamma");
     local->addProjectAction();
     auto gamma = local->availableProjects().at(0);
     ASSERT_EQ(ZVIntegrationCenter::shared().currentProject(), gamma);
@@ -170,14 +171,14 @@ TEST_F(NorvoIntegrationTests, RemoveItemAsksThenClearsTheCurrentProject) {
     ZVMenuItem* remove = menu->itemWithTitle("Remove 'Gamma'...");
     ASSERT_NE(remove, nullptr);
 
-    ui.answerButton(0);  // Cancel
+    ui.answerWith("Cancel");
     remove->perform();
-    EXPECT_EQ(ui.shown.back().messageText, "Do you really want to remove the project 'Gamma'?");
-    EXPECT_EQ(ui.shown.back().informativeText,
+    EXPECT_EQ(ui.alerts().back().messageText, "Do you really want to remove the project 'Gamma'?");
+    EXPECT_EQ(ui.alerts().back().informativeText,
               "This action cannot be undone. The time associated with this project will be lost as well.");
     EXPECT_EQ(local->availableProjects().size(), 1u);
 
-    ui.answerButton(1);  // Remove
+    ui.answerWith("Remove");
     remove->perform();
     EXPECT_TRUE(local->availableProjects().empty());
     EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), nullptr);

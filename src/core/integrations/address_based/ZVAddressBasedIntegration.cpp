@@ -165,33 +165,6 @@ ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::bearerAuth
     return [token = std::move(token)](ZVURLRequest& request) { request.setBearerToken(token); };
 }
 
-ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::sendingJSON(std::string method,
-                                                                                  nlohmann::json body) {
-    return [method = std::move(method), body = std::move(body)](ZVURLRequest& request) {
-        request.method = method;
-        request.setJSONBody(body);
-        request.addJSONAcceptToHeader();
-    };
-}
-
-ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::sendingXML(std::string method,
-                                                                                 std::string body) {
-    return [method = std::move(method), body = std::move(body)](ZVURLRequest& request) {
-        request.method = method;
-        request.body = body;
-        request.addXMLContentToHeader();
-        request.addXMLAcceptToHeader();
-    };
-}
-
-ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::sendingForm(
-    std::string method, std::vector<std::pair<std::string, std::string>> pairs) {
-    return [method = std::move(method), pairs = std::move(pairs)](ZVURLRequest& request) {
-        request.method = method;
-        request.setWWWFormBody(pairs);
-    };
-}
-
 ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::chain(
     std::initializer_list<RequestModifier> modifiers) {
     std::vector<RequestModifier> steps;
@@ -204,37 +177,8 @@ ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::chain(
 
 // Downloads.
 
-nlohmann::json ZVAddressBasedIntegration::requireJSON(const std::string& url, const RequestModifier& modifier) {
-    auto json = downloadCenter().downloadJSON(url, modifier);
-    if (!json) throw ZVIntegrationNoConnectionError();
-    return std::move(*json);
-}
-
-nlohmann::json ZVAddressBasedIntegration::requireJSONDictionary(const std::string& url,
-                                                                const RequestModifier& modifier) {
-    auto json = downloadCenter().downloadJSONDictionary(url, modifier);
-    if (!json) throw ZVIntegrationNoConnectionError();
-    return std::move(*json);
-}
-
-ZVXMLDocument ZVAddressBasedIntegration::requireXMLDocument(const std::string& url, const RequestModifier& modifier) {
-    auto document = downloadCenter().downloadXMLDocument(url, modifier);
-    if (!document) throw ZVIntegrationNoConnectionError();
-    return std::move(*document);
-}
-
-std::string ZVAddressBasedIntegration::requireWebPage(const std::string& url, const RequestModifier& modifier) {
-    auto page = downloadCenter().downloadWebPage(url, modifier);
-    if (!page) throw ZVIntegrationNoConnectionError();
-    return std::move(*page);
-}
-
 bool ZVAddressBasedIntegration::lastResponseSucceeded() {
     return isSuccessfulStatusCode(downloadCenter().lastHTTPStatusCode());
-}
-
-void ZVAddressBasedIntegration::requireSuccessfulPost() {
-    if (!lastResponseSucceeded()) throw ZVIntegrationGenericTimePostingError();
 }
 
 void ZVAddressBasedIntegration::requireEndpointNotGone(const std::string& url) {

@@ -22,9 +22,8 @@ inline constexpr const char* ZVIntegrationUseSSLKey = "KDIntegrationUseSSL";
 /// it. The address is the accountIdentifier, so it keys the secrets.
 ///
 /// It also holds what every service does with that address: URLs from a
-/// path and a query, basic authentication from the credentials, the status
-/// test, and downloads that throw ZVIntegrationNoConnectionError when there
-/// is no usable answer.
+/// path and a query, and the kit's send(), which applies the service's
+/// credential style and the one error policy of every service.
 class ZVAddressBasedIntegration : public ZVIntegration {
 public:
     // Facts.
@@ -82,27 +81,13 @@ public:
     RequestModifier basicAuthenticationFromCredentials() const;
     /// Adds an Authorization header that carries the token as a bearer token.
     static RequestModifier bearerAuthentication(std::string token);
-    /// Sets the method, sends `body` as JSON and asks for JSON back.
-    static RequestModifier sendingJSON(std::string method, nlohmann::json body);
-    /// Sets the method, sends `body` as XML and asks for XML back.
-    static RequestModifier sendingXML(std::string method, std::string body);
-    /// Sets the method and sends the pairs form-encoded.
-    static RequestModifier sendingForm(std::string method, std::vector<std::pair<std::string, std::string>> pairs);
     /// The modifiers one after another; empty ones are skipped.
     static RequestModifier chain(std::initializer_list<RequestModifier> modifiers);
 
-    /// Downloads on this thread's centre that throw
-    /// ZVIntegrationNoConnectionError when there is no usable answer. The
-    /// status is not tested: see requireSuccessfulStatus().
-    nlohmann::json requireJSON(const std::string& url, const RequestModifier& modifier = {});
-    /// As requireJSON; a reply that is no JSON object is no usable answer.
-    nlohmann::json requireJSONDictionary(const std::string& url, const RequestModifier& modifier = {});
-    ZVXMLDocument requireXMLDocument(const std::string& url, const RequestModifier& modifier = {});
-    std::string requireWebPage(const std::string& url, const RequestModifier& modifier = {});
+    // What JIRA still uses until it sends through send().
+
     /// Whether the last response on this thread's centre had a status of 200 to 299.
     bool lastResponseSucceeded();
-    /// Throws ZVIntegrationGenericTimePostingError unless lastResponseSucceeded().
-    void requireSuccessfulPost();
     /// Throws an error that names the endpoint of `url` (its path, without
     /// the query) when the last response said 410 Gone: the service has
     /// removed it, and what came back is no empty list.

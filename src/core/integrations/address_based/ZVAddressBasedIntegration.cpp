@@ -381,7 +381,7 @@ ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) 
 
         const int status = response->statusCode;
         if (status >= 200 && status <= 299)
-            return {status, response->url, std::move(response->headers), std::move(response->body)};
+            return {std::move(*response)};
         ZVLog([&] { return name() + ": " + request.method + " " + url + " answered " + std::to_string(status); });
         if (status == 401 || status == 403) {
             if (usesSession && attempt == 0) {
@@ -405,26 +405,30 @@ ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) 
     }
 }
 
-nlohmann::json ZVAddressBasedIntegration::sendForJSON(const ZVServiceRequest& request,
-                                                      const std::optional<std::string>& wrongShape) {
-    ZVServiceReply reply = send(request);
-    auto json = reply.json();
-    if (!json) {
+namespace {
+/// The reply's body read by `read`; a body it cannot read is `wrongShape`,
+/// the posting error when posting, or the service's failure reason.
+template <class Read>
+auto readReply(const ZVServiceReply& reply, Read read, const ZVServiceRequest& request,
+               const std::optional<std::string>& wrongShape, const std::string& malformed) {
+    auto content = read(reply);
+    if (!content) {
         if (wrongShape) throw ZVIntegrationErrorWithFailureReason(*wrongShape);
         if (request.purpose == ZVServiceRequest::Purpose::posting) throw ZVIntegrationGenericTimePostingError();
-        throw ZVIntegrationErrorWithFailureReason(malformedReplyReason());
+        throw ZVIntegrationErrorWithFailureReason(malformed);
     }
-    return std::move(*json);
+    return std::move(*content);
+}
+}  // namespace
+
+nlohmann::json ZVAddressBasedIntegration::sendForJSON(const ZVServiceRequest& request,
+                                                      const std::optional<std::string>& wrongShape) {
+    return readReply(send(request), [](const ZVServiceReply& reply) { return reply.json(); }, request, wrongShape,
+                     malformedReplyReason());
 }
 
 ZVXMLDocument ZVAddressBasedIntegration::sendForXML(const ZVServiceRequest& request,
                                                     const std::optional<std::string>& wrongShape) {
-    ZVServiceReply reply = send(request);
-    auto document = reply.xml();
-    if (!document) {
-        if (wrongShape) throw ZVIntegrationErrorWithFailureReason(*wrongShape);
-        if (request.purpose == ZVServiceRequest::Purpose::posting) throw ZVIntegrationGenericTimePostingError();
-        throw ZVIntegrationErrorWithFailureReason(malformedReplyReason());
-    }
-    return std::move(*document);
+    return readReply(send(request), [](const ZVServiceReply& reply) { return reply.xml(); }, request, wrongShape,
+                     malformedReplyReason());
 }

@@ -8,6 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "ZVHTTPSession.h"
 #include "ZVXML.h"
 
 /// How a service takes the account's credentials on each request. A
@@ -73,15 +74,7 @@ struct ZVServiceRequest {
 };
 
 /// A reply that passed the kit's tests: a status of 200 to 299.
-struct ZVServiceReply {
-    int status = 0;
-    /// The address that answered, after redirects.
-    std::string url;
-    std::vector<std::pair<std::string, std::string>> headers;
-    std::string body;
-
-    /// The first header of that name (case-insensitive).
-    std::optional<std::string> header(const std::string& name) const;
+struct ZVServiceReply : ZVHTTPResponse {
     /// The body as JSON, or nothing.
     std::optional<nlohmann::json> json() const;
     /// The body as XML, or nothing.

@@ -1,8 +1,5 @@
 #include "core/integrations/address_based/common/ZVPaging.h"
 
-#include <unordered_map>
-#include <unordered_set>
-
 #include "ZVLocalization.h"
 #include "ZVLog.h"
 #include "core/integrations/ZVIntegrationError.h"
@@ -21,27 +18,33 @@ ZVIntegrationError samePageTwice() {
         ZVLocalizedString("The server sent the same page twice, so the list could not be loaded completely."));
 }
 
-/// The fingerprints of the pages so far, by the page that first had each.
-class SeenPages {
-public:
-    /// Throws when the page at `index` (from 0) holds what an earlier one held.
-    void note(std::size_t index, const std::optional<std::uint64_t>& fingerprint) {
-        if (!fingerprint) return;
-        const auto [earlier, isNew] = _firstPageOf.emplace(*fingerprint, index);
-        if (isNew) return;
-        ZVLog([&, first = earlier->second] {
-            return "Page " + std::to_string(index + 1) + " repeats page " + std::to_string(first + 1) +
-                   "; paging ends";
-        });
-        throw samePageTwice();
-    }
-
-private:
-    std::unordered_map<std::uint64_t, std::size_t> _firstPageOf;
-};
 }  // namespace
 
-std::uint64_t fingerprint(const std::vector<nlohmann::json>& items) {
+void Guard::beforePage() {
+    if (_pages == _maximumPages) throw tooManyPages(_maximumPages);
+    ++_pages;
+}
+
+void Guard::notePage(const std::optional<std::uint64_t>& fingerprint) {
+    if (!fingerprint) return;
+    const std::size_t index = _pages - 1;
+    const auto [earlier, isNew] = _firstPageOf.emplace(*fingerprint, index);
+    if (isNew) return;
+    ZVLog([&, first = earlier->second] {
+        return "Page " + std::to_string(index + 1) + " repeats page " + std::to_string(first + 1) + "; paging ends";
+    });
+    throw samePageTwice();
+}
+
+void Guard::noteNext(const std::string& next) {
+    if (_seenNext.insert(next).second) return;
+    ZVLog([&] { return "The next page token repeats: " + next; });
+    throw samePageTwice();
+}
+
+namespace {
+template <class Items>
+std::uint64_t fingerprintOf(const Items& items) {
     // FNV-1a over the items' text, each closed by a byte JSON text never holds.
     std::uint64_t hash = 14695981039346656037ull;
     const auto add = [&](unsigned char byte) {
@@ -54,33 +57,36 @@ std::uint64_t fingerprint(const std::vector<nlohmann::json>& items) {
     }
     return hash;
 }
+}  // namespace
+
+std::uint64_t fingerprint(const std::vector<nlohmann::json>& items) { return fingerprintOf(items); }
+
+std::uint64_t arrayFingerprint(const nlohmann::json& array) {
+    return array.is_array() ? fingerprintOf(array) : fingerprintOf(std::vector<nlohmann::json>{});
+}
 
 void walkTokenPages(const std::function<TokenPage(const std::optional<std::string>& token)>& fetchPage,
                     std::size_t maximumPages) {
-    std::unordered_set<std::string> seenTokens;
-    SeenPages seenPages;
+    Guard guard(maximumPages);
     std::optional<std::string> token;
-    for (std::size_t pages = 0;; ++pages) {
-        if (pages == maximumPages) throw tooManyPages(maximumPages);
+    for (;;) {
+        guard.beforePage();
         const TokenPage page = fetchPage(token);
         if (page.isLast || page.itemCount == 0 || !page.nextPageToken || page.nextPageToken->empty()) return;
-        seenPages.note(pages, page.fingerprint);
-        if (!seenTokens.insert(*page.nextPageToken).second) {
-            ZVLog([&] { return "The next page token repeats: " + *page.nextPageToken; });
-            throw samePageTwice();
-        }
+        guard.notePage(page.fingerprint);
+        guard.noteNext(*page.nextPageToken);
         token = page.nextPageToken;
     }
 }
 
 void walkOffsetPages(const std::function<OffsetPage(std::size_t startAt)>& fetchPage, std::size_t maximumPages) {
-    SeenPages seenPages;
+    Guard guard(maximumPages);
     std::size_t startAt = 0;
-    for (std::size_t pages = 0;; ++pages) {
-        if (pages == maximumPages) throw tooManyPages(maximumPages);
+    for (;;) {
+        guard.beforePage();
         const OffsetPage page = fetchPage(startAt);
         if (page.isLast || page.itemCount == 0) return;
-        seenPages.note(pages, page.fingerprint);
+        guard.notePage(page.fingerprint);
         startAt += page.itemCount;
     }
 }

@@ -5,6 +5,8 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -25,6 +27,28 @@ inline constexpr std::size_t defaultMaximumPages = 2000;
 /// What a page held, for telling a page that comes back: the same items in
 /// the same order give the same fingerprint.
 std::uint64_t fingerprint(const std::vector<nlohmann::json>& items);
+/// The same for the items of a JSON array.
+std::uint64_t arrayFingerprint(const nlohmann::json& array);
+
+/// What keeps one walk finite, for a walk that a service drives itself: it
+/// counts the pages and remembers what each held and where each pointed on.
+class Guard {
+public:
+    explicit Guard(std::size_t maximumPages = defaultMaximumPages) : _maximumPages(maximumPages) {}
+    /// Before each page: throws once the cap of pages is reached.
+    void beforePage();
+    /// After a page with items: throws when an earlier page held the same.
+    void notePage(const std::optional<std::uint64_t>& fingerprint);
+    /// Throws when a page points on to where an earlier one pointed (a
+    /// next page token or address), which would start the same pages over.
+    void noteNext(const std::string& next);
+
+private:
+    std::size_t _maximumPages;
+    std::size_t _pages = 0;
+    std::unordered_map<std::uint64_t, std::size_t> _firstPageOf;
+    std::unordered_set<std::string> _seenNext;
+};
 
 /// What one page of a listing paged by continuation tokens said.
 struct TokenPage {

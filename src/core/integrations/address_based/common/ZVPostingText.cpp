@@ -2,8 +2,11 @@
 
 #include <array>
 #include <charconv>
+#include <ctime>
 
+#include "ZVJSON.h"
 #include "ZVTime.h"
+#include "core/integrations/ZVIntegrationError.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
 #include "core/log_entries/ZVTimeLogEntry.h"
 
@@ -23,4 +26,50 @@ std::string ZVPostingText::decimalText(double value) {
     std::string text(buffer.data(), result.ptr);
     if (text.find_first_of(".eEni") == std::string::npos) text += ".0";
     return text;
+}
+
+std::string ZVPostingText::decimalHours(std::uint64_t seconds, int places) {
+    std::array<char, 64> buffer{};
+    const auto result = std::to_chars(buffer.data(), buffer.data() + buffer.size(),
+                                      static_cast<double>(seconds) / 3600.0, std::chars_format::fixed, places);
+    return std::string(buffer.data(), result.ptr);
+}
+
+std::uint64_t ZVPostingText::wholeMinutes(std::uint64_t seconds) { return (seconds + 30) / 60; }
+
+namespace {
+std::tm brokenDown(std::time_t moment, bool inUTC) {
+    std::tm parts{};
+    if (inUTC)
+        gmtime_r(&moment, &parts);
+    else
+        localtime_r(&moment, &parts);
+    return parts;
+}
+
+std::string formatted(const std::tm& parts, const char* format) {
+    std::array<char, 64> buffer{};
+    return std::string(buffer.data(), std::strftime(buffer.data(), buffer.size(), format, &parts));
+}
+}  // namespace
+
+std::string ZVPostingText::date(std::time_t moment, bool inUTC) {
+    return formatted(brokenDown(moment, inUTC), "%Y-%m-%d");
+}
+
+std::string ZVPostingText::dateTime(std::time_t moment, Zone zone) {
+    const std::tm parts = brokenDown(moment, zone == Zone::utc);
+    const std::string clock = formatted(parts, "%Y-%m-%dT%H:%M:%S");
+    if (zone == Zone::utc) return clock + "Z";
+    std::string offset = formatted(parts, "%z");  // "+0100"
+    if (zone == Zone::colonOffset && offset.size() == 5) offset.insert(3, ":");
+    return clock + offset;
+}
+
+void ZVPostingText::requireValue(const nlohmann::json& reply, std::string_view keyPath) {
+    if (!ZVJSON::value(reply, keyPath)) throw ZVIntegrationGenericTimePostingError();
+}
+
+void ZVPostingText::requireNode(const ZVXMLDocument& reply, const std::string& xpath) {
+    if (reply.nodes(xpath).empty()) throw ZVIntegrationGenericTimePostingError();
 }

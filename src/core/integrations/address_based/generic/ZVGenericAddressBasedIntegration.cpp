@@ -1,11 +1,9 @@
 #include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
 
-#include "ZVDownloadCenter.h"
-#include "ZVJSON.h"
 #include "ZVLocalization.h"
 #include "ZVLog.h"
+#include "core/integrations/address_based/common/ZVListing.h"
 #include "core/integrations/address_based/common/ZVPostingText.h"
-#include "core/integrations/authentication/ZVUsernamePasswordAuthentication.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
 
 namespace {
@@ -15,15 +13,6 @@ constexpr const char* listProjectsAction = "list_projects";
 // The project's identifier follows, as it stands.
 constexpr const char* listTasksForProjectAction = "list_tasks_for_project&id=";
 constexpr const char* postTimeAction = "post_time";
-
-/// The text form of an "id" that may be a string or a number.
-std::optional<std::string> identifierText(const nlohmann::json& object) {
-    const auto* identifier = ZVJSON::value(object, "id");
-    if (!identifier) return std::nullopt;
-    if (identifier->is_string()) return identifier->get<std::string>();
-    if (identifier->is_number()) return identifier->dump();
-    return std::nullopt;
-}
 }  // namespace
 
 std::string ZVGenericAddressBasedIntegration::addressPlaceholder() const {
@@ -50,48 +39,29 @@ std::string ZVGenericAddressBasedIntegration::malformedReplyReason() const {
 }
 
 ZVIntegration::ProjectList ZVGenericAddressBasedIntegration::loadRemoteProjects() {
-    const std::string noProjects = ZVLocalizedString("Returned dictionary doesn't contain any projects.");
-    const auto reply = sendForJSON(ZVServiceRequest::get(actionPath(listProjectsAction)));
-    const auto projects = reply.is_object() ? ZVJSON::arrayOfDictionaries(reply, "projects") : std::nullopt;
-    if (!reply.is_object()) throw ZVIntegrationErrorWithFailureReason(malformedReplyReason());
-    if (!projects) throw ZVIntegrationErrorWithFailureReason(noProjects);
-
+    // A reply without its list reads the same for projects and for tasks, on purpose.
+    const std::string noList = ZVLocalizedString("Returned dictionary doesn't contain any projects.");
+    const std::string notTasks = ZVLocalizedString("Returned tasks object isn't a dictionary.");
+    constexpr const char* skipped = "Missing name or ID in ";
     const auto self = shared_from_this();
     ProjectList result;
-    for (const auto& projectObject : *projects) {
-        const auto name = ZVJSON::string(projectObject, "name");
-        const auto projectID = identifierText(projectObject);
-        if (!name || !projectID) {
-            ZVLog([&] { return "Missing name or ID in " + projectObject.dump(); });
-            continue;
-        }
-        auto project = ZVIntegrationProject::create(*name, *projectID);
+    for (const auto& record : ZVListing::records(
+             ZVListing::items(*this, ZVServiceRequest::get(actionPath(listProjectsAction)), {}, "projects", noList), {},
+             skipped)) {
+        auto project = ZVIntegrationProject::create(record.name, record.id);
         project->setIntegration(self);
         if (synchronizesProjectsOnly()) {
             result.push_back(project);
             continue;
         }
-
-        const std::string notTasks = ZVLocalizedString("Returned tasks object isn't a dictionary.");
-        const std::string tasksPath = actionPath(listTasksForProjectAction + *projectID);
+        const std::string tasksPath = actionPath(listTasksForProjectAction + record.id);
         ZVLog([&] { return "Will be loading tasks from " + URLForPath(tasksPath); });
-        const auto tasksReply = sendForJSON(ZVServiceRequest::get(tasksPath), notTasks);
-        if (!tasksReply.is_object()) throw ZVIntegrationErrorWithFailureReason(notTasks);
-        const auto tasks = ZVJSON::arrayOfDictionaries(tasksReply, "tasks");
-        // The same words as for a reply without projects, on purpose.
-        if (!tasks) throw ZVIntegrationErrorWithFailureReason(noProjects);
-        for (const auto& taskObject : *tasks) {
-            const auto taskName = ZVJSON::string(taskObject, "name");
-            const auto taskID = identifierText(taskObject);
-            if (!taskName || !taskID) {
-                ZVLog([&] { return "Missing name or ID in " + taskObject.dump(); });
-                continue;
-            }
-            project->addSubproject(ZVIntegrationProject::create(*taskName, *projectID, *taskID));
-        }
+        const auto tasks = ZVListing::items(*this, ZVServiceRequest::get(tasksPath), {}, "tasks", noList, notTasks);
+        for (const auto& task : ZVListing::records(tasks, {}, skipped))
+            project->addSubproject(ZVIntegrationProject::create(task.name, record.id, task.id));
         if (project->hasSubprojects()) {
             // The words don't match the branch; kept as the protocol's log has always read.
-            ZVLog([&] { return "Skipping project " + *name + " since it has no tasks."; });
+            ZVLog([&] { return "Skipping project " + record.name + " since it has no tasks."; });
             result.push_back(project);
         }
     }

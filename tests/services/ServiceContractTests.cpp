@@ -1,18 +1,61 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
+
+#include "ZVJSON.h"
+#include "ZVXML.h"
+#include "core/integrations/ZVIntegrationError.h"
 #include "core/integrations/ZVIntegrationRegistry.h"
+#include "services/kit/ServiceScenario.h"
 #include "services/kit/ServiceTestCase.h"
 
 // gtest names a class by its stored name in its messages.
 void PrintTo(const ZVIntegrationClass& integrationClass, std::ostream* stream) { *stream << integrationClass.className; }
 
 // What every built service owes, whatever its protocol: run over the
-// registry, so that a new service is held to it from its first row.
+// registry, so that a new service is held to it from its first row, with
+// the scenario its tests register (its replies, its tree, its post).
 
 namespace {
 
+constexpr const char* accountName = "Contract Account";
+
+/// The value of `name` in a form body ("a=1&b=two+words"), decoded.
+std::optional<std::string> formValue(const std::string& body, const std::string& name) {
+    std::size_t at = 0;
+    while (at <= body.size()) {
+        const std::size_t end = std::min(body.find('&', at), body.size());
+        const std::string pair = body.substr(at, end - at);
+        const std::size_t equals = pair.find('=');
+        if (pair.substr(0, equals) == name) {
+            std::string value;
+            const std::string encoded = equals == std::string::npos ? "" : pair.substr(equals + 1);
+            for (std::size_t i = 0; i < encoded.size(); ++i) {
+                if (encoded[i] == '+') {
+                    value += ' ';
+                } else if (encoded[i] == '%' && i + 2 < encoded.size()) {
+                    value += static_cast<char>(std::stoi(encoded.substr(i + 1, 2), nullptr, 16));
+                    i += 2;
+                } else {
+                    value += encoded[i];
+                }
+            }
+            return value;
+        }
+        at = end + 1;
+    }
+    return std::nullopt;
+}
+
 class ServiceContractTests : public ServiceTestCase, public ::testing::WithParamInterface<ZVIntegrationClass> {
 protected:
+    void SetUp() override {
+        const auto found = ServiceScenarios::of(GetParam().className);
+        ASSERT_TRUE(found) << GetParam().className << " has no scenario: its tests must register one";
+        scenario = *found;
+    }
+
     /// A new account of the class at the fake server (a fixed host is sent
     /// there too, or to where nothing listens), with the test credentials.
     std::shared_ptr<ZVAddressBasedIntegration> account(bool reachable = true) {
@@ -24,7 +67,41 @@ protected:
             made->setSSLEnabled(false);
         }
         storeCredentials(*made);
-        return made;
+        ZVDictionary dictionary = made->dictionaryRepresentation();
+        for (const auto& [key, value] : scenario.settings) dictionary[key] = value;
+        auto loaded = std::dynamic_pointer_cast<ZVAddressBasedIntegration>(GetParam().makeWithDictionary(dictionary));
+        loaded->setName(accountName);
+        return loaded;
+    }
+
+    ZVIntegrationProject::Pointer postedNode(const std::shared_ptr<ZVIntegration>& owner) const {
+        const auto& node = scenario.posted;
+        auto project = trackedProject(owner, "Posted", node.projectID, node.subprojectID, node.seconds, node.title);
+        project->setAdditionalID(node.additionalID);
+        return project;
+    }
+
+    bool isAnonymous(const FakeRequest& request) const {
+        return std::find(scenario.anonymousPaths.begin(), scenario.anonymousPaths.end(), request.path) !=
+               scenario.anonymousPaths.end();
+    }
+
+    /// Whether the request carries a secret of the account: a header of
+    /// authorization, a token, a key, a session or a cookie, or the password
+    /// or token in the query or the body.
+    bool carriesCredentials(const FakeRequest& request) const {
+        for (const auto& [name, value] : request.headers) {
+            std::string lower = name;
+            std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
+            for (const char* word : {"auth", "token", "key", "session", "cookie"})
+                if (lower.find(word) != std::string::npos && !value.empty()) return true;
+        }
+        for (const std::string& secret : {credentials.password, credentials.apiToken}) {
+            if (request.body.find(secret) != std::string::npos) return true;
+            for (const auto& [name, value] : request.query)
+                if (value == secret) return true;
+        }
+        return false;
     }
 
     /// Whether `call` throws the service's kind of failure and nothing else.
@@ -38,7 +115,121 @@ protected:
         }
         return ::testing::AssertionFailure() << "did not fail";
     }
+
+    ServiceScenario scenario;
 };
+
+TEST_P(ServiceContractTests, LoadsItsTreeWithCredentialsOnEveryRequestAndSkipsABadRecord) {
+    for (const bool withBadRecord : {false, true}) {
+        scenario.serve(server, withBadRecord);
+        server.clearRequests();
+        log.clear();
+        auto loaded = account();
+        const auto tree = loaded->loadRemoteProjects();
+        EXPECT_EQ(treeDescription(tree), scenario.tree) << "with a bad record: " << withBadRecord;
+        EXPECT_TRUE(everyNodeBelongsTo(tree, loaded));
+        for (const auto& request : server.requests())
+            EXPECT_TRUE(isAnonymous(request) || carriesCredentials(request)) << request.method << " " << request.target;
+        if (withBadRecord) {
+            EXPECT_FALSE(log.lines().empty()) << "the bad record leaves a line in the log";
+        }
+    }
+}
+
+TEST_P(ServiceContractTests, PostsTheScenariosMembersAndAServerErrorIsAPostingError) {
+    scenario.serve(server, false);
+    auto posting = account();
+    auto node = postedNode(posting);
+    posting->postTime(*node);
+    const auto posts = server.requests(scenario.postPath);
+    ASSERT_FALSE(posts.empty()) << requestSummary(server.requests());
+    const FakeRequest& post = posts.back();
+    EXPECT_TRUE(carriesCredentials(post));
+    const auto json = nlohmann::json::accept(post.body) ? std::optional(nlohmann::json::parse(post.body)) : std::nullopt;
+    const auto xml = json ? std::nullopt : ZVXMLDocument::parse(post.body);
+    for (const auto& [member, expected] : scenario.postMembers) {
+        std::optional<std::string> actual;
+        if (json) {
+            const nlohmann::json* value = ZVJSON::value(*json, member);
+            if (value) actual = value->is_string() ? value->get<std::string>() : value->dump();
+        } else if (xml) {
+            actual = xml->string(member);
+        } else {
+            actual = formValue(post.body, member);
+        }
+        EXPECT_EQ(actual.value_or("<missing>"), expected) << member << " in " << post.body;
+    }
+
+    for (const int status : {500, 503}) {
+        server.intercept([&](const FakeRequest& request) -> std::optional<FakeResponse> {
+            if (request.path != scenario.postPath || request.method != post.method) return std::nullopt;
+            return FakeResponse::text("Internal Server Error", status);
+        });
+        EXPECT_TRUE(throwsGenericPostingError([&] { posting->postTime(*node); })) << status;
+    }
+}
+
+TEST_P(ServiceContractTests, RefusedCredentialsNameTheAccount) {
+    scenario.serve(server, false);
+    server.intercept([&](const FakeRequest& request) -> std::optional<FakeResponse> {
+        if (isAnonymous(request)) return std::nullopt;
+        return FakeResponse::json(R"({"error": "unauthorized"})", 401);
+    });
+    auto refused = account();
+    auto node = postedNode(refused);
+    for (const auto& call : std::vector<std::function<void()>>{[&] { refused->loadRemoteProjects(); },
+                                                               [&] { refused->postTime(*node); }}) {
+        try {
+            call();
+            ADD_FAILURE() << "a refused request did not fail";
+        } catch (const ZVIntegrationError& error) {
+            const std::string reason = error.localizedFailureReason().value_or(error.what());
+            EXPECT_NE(reason.find(accountName), std::string::npos) << reason;
+        }
+    }
+}
+
+TEST_P(ServiceContractTests, NoAnswerIsNoConnection) {
+    auto unreachable = account(false);
+    auto node = postedNode(unreachable);
+    EXPECT_TRUE(throwsNoConnection([&] { unreachable->loadRemoteProjects(); }));
+    EXPECT_TRUE(throwsNoConnection([&] { unreachable->postTime(*node); }));
+}
+
+TEST_P(ServiceContractTests, UnknownRepliesAreTheServicesFailuresNeverACrash) {
+    auto confused = account();
+    const FakeResponse replies[] = {
+        FakeResponse::text("not found", 404),
+        FakeResponse{200, "<html><body>Please log in</body></html>", "text/html"},
+        FakeResponse::json(R"({"projects": [{"id": 1, "name")"),
+        FakeResponse::xml("<?xml version=\"1.0\"?><unexpected/>"),
+    };
+    for (const FakeResponse& reply : replies) {
+        server.intercept([&](const FakeRequest& request) -> std::optional<FakeResponse> {
+            if (isAnonymous(request)) return std::nullopt;
+            return reply;
+        });
+        scenario.serve(server, false);
+        EXPECT_TRUE(failsAsAService([&] { confused->loadRemoteProjects(); })) << reply.body;
+    }
+}
+
+TEST_P(ServiceContractTests, ARedirectToAnotherHostCarriesNoCredentials) {
+    FakeServer elsewhere;
+    scenario.serve(elsewhere, false);
+    server.intercept([&](const FakeRequest& request) -> std::optional<FakeResponse> {
+        return FakeResponse::redirect(elsewhere.url(request.target));
+    });
+    auto redirected = account();
+    try {
+        redirected->loadRemoteProjects();
+    } catch (const ZVIntegrationError&) {
+        // What the other host makes of a request without credentials is its affair.
+    }
+    ASSERT_GT(server.requestCount(), 0u);
+    for (const auto& request : elsewhere.requests())
+        EXPECT_FALSE(carriesCredentials(request)) << request.method << " " << request.target;
+}
 
 TEST_P(ServiceContractTests, SettingsSurviveASaveAndALoad) {
     auto original = account();
@@ -54,24 +245,6 @@ TEST_P(ServiceContractTests, SettingsSurviveASaveAndALoad) {
     const auto copy = GetParam().makeWithDictionary(original->dictionaryRepresentation());
     for (const auto& setting : original->settings())
         EXPECT_EQ(copy->settingValue(setting.key), original->settingValue(setting.key)) << setting.key;
-}
-
-TEST_P(ServiceContractTests, NoAnswerIsNoConnection) {
-    auto unreachable = account(false);
-    EXPECT_TRUE(throwsNoConnection([&] { unreachable->loadRemoteProjects(); }));
-}
-
-TEST_P(ServiceContractTests, RefusalsAndUnknownRepliesAreTheServicesFailuresNeverACrash) {
-    auto reachable = account();
-    // Nothing is routed: every request gets 404, then 401, then 500.
-    EXPECT_TRUE(failsAsAService([&] { reachable->loadRemoteProjects(); }));
-    auto leaf = trackedProject(reachable, "Leaf", "1", "2", 3600, "Work");
-    EXPECT_TRUE(failsAsAService([&] { reachable->postTime(*leaf); }));
-    for (const int status : {401, 500}) {
-        for (const char* path : {"/", "/rest/api/latest/serverInfo"})
-            server.route("GET", path, FakeResponse{status, "{}", "application/json"});
-        EXPECT_TRUE(failsAsAService([&] { reachable->loadRemoteProjects(); })) << status;
-    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Registry, ServiceContractTests, ::testing::ValuesIn(ZVIntegrationRegistry::integrationClasses()),

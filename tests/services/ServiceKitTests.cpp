@@ -137,6 +137,13 @@ TEST_F(ServiceKitTests, ARedirectToAnotherHostCarriesNoCredentials) {
         EXPECT_EQ(stayed.path, "/items");
         EXPECT_TRUE(stayed.hasHeader("Authorization") || !stayed.queryValue("api_key").empty());
     }
+    // A body keeps going with a 307, so it goes to no other host.
+    server.route("POST", "/away", FakeResponse::redirect(elsewhere.url("/landing"), 307));
+    elsewhere.clearRequests();
+    auto service = account({Kind::none});
+    EXPECT_TRUE(throwsGenericPostingError(
+        [&] { service->send(ZVServiceRequest::postXML("/away", "<password>secret</password>")); }));
+    EXPECT_EQ(elsewhere.requestCount(), 0u);
 }
 
 // Paging: ten items ("item 0" to "item 9") served three to a page in each

@@ -105,6 +105,7 @@ struct FakeServer::Implementation {
     std::condition_variable stopping;
     bool stopped = false;
     std::map<std::pair<std::string, std::string>, Handler> routes;
+    Interceptor interceptor;
     std::vector<FakeRequest> requests;
     std::atomic<std::uint64_t> streamed{0};
 
@@ -146,16 +147,21 @@ struct FakeServer::Implementation {
             recorded.headers.emplace_back(key, value);
         }
         Handler handler;
+        Interceptor intercepting;
         {
             std::lock_guard lock(mutex);
             requests.push_back(recorded);
+            intercepting = interceptor;
             auto it = routes.find({request.method, request.path});
             // A HEAD request is answered by the GET route, as real servers do.
             if (it == routes.end() && request.method == "HEAD") it = routes.find({"GET", request.path});
             if (it == routes.end()) it = routes.find({"*", request.path});
             if (it != routes.end()) handler = it->second;
         }
-        FakeResponse answer = handler ? handler(recorded) : FakeResponse::text("not found", 404);
+        std::optional<FakeResponse> intercepted = intercepting ? intercepting(recorded) : std::nullopt;
+        FakeResponse answer = intercepted ? std::move(*intercepted)
+                              : handler   ? handler(recorded)
+                                          : FakeResponse::text("not found", 404);
         if (answer.delaySeconds > 0) {
             std::unique_lock lock(mutex);
             stopping.wait_for(lock, std::chrono::duration<double>(answer.delaySeconds), [&] { return stopped; });
@@ -220,6 +226,11 @@ void FakeServer::route(const std::string& method, const std::string& path, FakeR
 void FakeServer::route(const std::string& method, const std::string& path, Handler handler) {
     std::lock_guard lock(_implementation->mutex);
     _implementation->routes[{method, path}] = std::move(handler);
+}
+
+void FakeServer::intercept(Interceptor interceptor) {
+    std::lock_guard lock(_implementation->mutex);
+    _implementation->interceptor = std::move(interceptor);
 }
 
 void FakeServer::routeSequence(const std::string& method, const std::string& path,

@@ -90,6 +90,11 @@ public:
     /// Answers the listed responses one after another; the last one repeats.
     void routeSequence(const std::string& method, const std::string& path, std::vector<FakeResponse> responses);
 
+    /// Asked before the routes: an answer it gives is sent instead of the
+    /// route's (a server that refuses everything, or sends it elsewhere).
+    using Interceptor = std::function<std::optional<FakeResponse>(const FakeRequest&)>;
+    void intercept(Interceptor interceptor);
+
     std::vector<FakeRequest> requests() const;
     std::optional<FakeRequest> lastRequest() const;
     size_t requestCount() const;

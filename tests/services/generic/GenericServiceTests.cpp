@@ -2,11 +2,39 @@
 
 #include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
 #include "core/integrations/authentication/ZVUsernamePasswordAuthentication.h"
+#include "services/kit/FakeQueryRoutes.h"
+#include "services/kit/ServiceScenario.h"
 #include "services/kit/ServiceTestCase.h"
 
 namespace {
 
 using Generic = ZVGenericAddressBasedIntegration;
+
+const bool scenario = ServiceScenarios::add("Norvo.ZVGenericAddressBasedIntegration", [] {
+    return ServiceScenario{
+        .serve =
+            [](FakeServer& server, bool withBadRecord) {
+                FakeQueryRoutes gets(server, "GET", "/");
+                gets.add({{"action", "list_projects"}},
+                         FakeResponse::json(withBadRecord ? R"({"projects": [{"id": 12, "name": "Web"}, {"id": 13},
+                                                                             {"id": "ops", "name": "Ops"}]})"
+                                                          : R"({"projects": [{"id": 12, "name": "Web"},
+                                                                             {"id": "ops", "name": "Ops"}]})"));
+                gets.add({{"action", "list_tasks_for_project"}, {"id", "12"}},
+                         FakeResponse::json(R"({"tasks": [{"id": 121, "name": "Design"}]})"));
+                gets.add({{"action", "list_tasks_for_project"}, {"id", "ops"}},
+                         FakeResponse::json(R"({"tasks": [{"id": "ops-1", "name": "On-call"}]})"));
+                FakeQueryRoutes(server, "POST", "/").add({{"action", "post_time"}}, FakeResponse::json(R"({"status": "ok"})"));
+            },
+        .tree = "Web [12|-|-]\n  Design [12|121|-]\nOps [ops|-|-]\n  On-call [ops|ops-1|-]\n",
+        .posted = {.projectID = "12", .subprojectID = "121", .seconds = 5400, .title = "Review took %@ (twice: %@)"},
+        .postPath = "/",
+        .postMembers = {{"project_id", "12"},
+                        {"task_id", "121"},
+                        {"description", "Review took 01:30:00 (twice: 01:30:00)"},
+                        {"hours", "1.5"}},
+    };
+});
 
 class GenericServiceTests : public ServiceTestCase {
 protected:
@@ -40,25 +68,6 @@ TEST_F(GenericServiceTests, SynchronizationBuildsProjectsWithTheirTasks) {
                              "/?action=list_tasks_for_project&id=12"));
 }
 
-TEST_F(GenericServiceTests, EveryCallCarriesBasicAuthorizationAndTheActionInTheQuery) {
-    serveFixtures(routes);
-    auto account = makeAccount<Generic>();
-
-    account->loadRemoteProjects();
-
-    const std::string base = "http://" + serverAddress();
-    EXPECT_EQ(transport.URLs(), (std::vector<std::string>{base + "/?action=list_projects",
-                                                          base + "/?action=list_tasks_for_project&id=12",
-                                                          base + "/?action=list_tasks_for_project&id=ops",
-                                                          base + "/?action=list_tasks_for_project&id=7"}));
-    const auto requests = server.requests();
-    ASSERT_EQ(requests.size(), 4u) << requestSummary(requests);
-    for (const auto& request : requests) {
-        EXPECT_EQ(request.method, "GET");
-        EXPECT_EQ(request.header("Authorization"), expectedAuthorization());
-    }
-}
-
 TEST_F(GenericServiceTests, AlternateActionFieldNameIsCommand) {
     serveFixtures(routes, "command");
     auto account = makeAccount<Generic>({{Generic::usesAlternateActionFieldNameKey, true}});
@@ -88,23 +97,6 @@ TEST_F(GenericServiceTests, AddressWithAPathKeepsIt) {
 
     EXPECT_EQ(treeDescription(account->loadRemoteProjects()), "One [1|-|-]\n");
     EXPECT_EQ(transport.URLs().front(), "http://" + serverAddress() + "/norvo/?action=list_projects");
-}
-
-TEST_F(GenericServiceTests, SettingsLiveInTheAccountsDictionary) {
-    auto account = makeAccount<Generic>();
-    EXPECT_FALSE(account->synchronizesProjectsOnly());
-    EXPECT_FALSE(account->usesAlternateActionFieldName());
-
-    account->setSynchronizesProjectsOnly(true);
-    account->setUsesAlternateActionFieldName(true);
-    const ZVDictionary dictionary = account->dictionaryRepresentation();
-    EXPECT_EQ(dictionary.at(Generic::synchronizeProjectsOnlyKey), ZVValue(true));
-    EXPECT_EQ(dictionary.at(Generic::usesAlternateActionFieldNameKey), ZVValue(true));
-
-    auto restored = ZVIntegration::makeWithDictionary<Generic>(dictionary);
-    EXPECT_TRUE(restored->synchronizesProjectsOnly());
-    EXPECT_TRUE(restored->usesAlternateActionFieldName());
-    EXPECT_EQ(restored->usernamePasswordAuthentication().password(), credentials.password);
 }
 
 struct LoadFailure {
@@ -151,13 +143,6 @@ INSTANTIATE_TEST_SUITE_P(
         return name;
     });
 
-TEST_F(GenericServiceTests, NoServerIsNoConnection) {
-    auto account = makeAccount<Generic>();
-    account->setAddress(deadAddress());
-
-    EXPECT_TRUE(throwsNoConnection([&] { account->loadRemoteProjects(); }));
-}
-
 TEST_F(GenericServiceTests, PostingSendsTheTimeAsJSON) {
     FakeQueryRoutes posts(server, "POST", "/");
     posts.add({{"action", "post_time"}}, FakeResponse::json(fixture("generic/posted.json")));
@@ -200,15 +185,6 @@ TEST_F(GenericServiceTests, ProjectsOnlyPostsWithoutTaskAndWithEmptyDescription)
 
     EXPECT_EQ(jsonBody(*server.lastRequest()),
               nlohmann::json({{"project_id", "7"}, {"description", ""}, {"hours", "0.016666666666666666"}}));
-}
-
-TEST_F(GenericServiceTests, RefusedPostsFail) {
-    FakeQueryRoutes posts(server, "POST", "/");
-    auto account = makeAccount<Generic>();
-    auto task = trackedProject(account, "Task", "1", "2", 60, "Work");
-
-    posts.add({{"action", "post_time"}}, FakeResponse::json(R"({"error": "database is down"})", 500));
-    EXPECT_TRUE(throwsGenericPostingError([&] { account->postTime(*task); }));
 }
 
 TEST_F(GenericServiceTests, PostsWithoutJSONReplyFail) {

@@ -44,7 +44,7 @@ std::string ServiceTestCase::fixture(const std::string& relativePath,
     return ServiceFixtures::load(relativePath, substitutions);
 }
 
-std::string ServiceTestCase::basicAuthorization(const std::string& username, const std::string& password) {
+std::string basicAuthorizationHeader(const std::string& username, const std::string& password) {
     static const char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     const std::string plain = username + ":" + password;
     std::string encoded;

@@ -30,6 +30,9 @@ struct ServiceCredentials {
     std::string apiToken = "8c1f2e0d9b7a";
 };
 
+/// "Basic " and the base64 form of "username:password".
+std::string basicAuthorizationHeader(const std::string& username, const std::string& password);
+
 /// The base of every service test: a throw-away home, an in-memory key store,
 /// the debug log captured, a fake server of the service on 127.0.0.1, and
 /// the transport recording each request as the service built it. Cookies of
@@ -79,8 +82,9 @@ protected:
     /// A fixture file with "{{base}}" replaced by the fake server's base URL.
     std::string fixture(const std::string& relativePath, std::map<std::string, std::string> substitutions = {}) const;
 
-    /// "Basic " and the base64 form of "username:password".
-    static std::string basicAuthorization(const std::string& username, const std::string& password);
+    static std::string basicAuthorization(const std::string& username, const std::string& password) {
+        return basicAuthorizationHeader(username, password);
+    }
     std::string expectedAuthorization() const {
         return basicAuthorization(credentials.username, credentials.password);
     }

@@ -376,6 +376,14 @@ ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) 
                 method = "GET";
                 sendsBody = false;
             }
+            // A body may carry the credentials (inside a SOAP envelope) or
+            // the user's entries: it never goes on to another host.
+            const bool hasBody = request.json || request.xml || request.form;
+            if (sendsBody && hasBody && origin(url) != home) {
+                ZVLog([&] { return name() + ": not sending the body of " + request.path + " on to " + url; });
+                if (request.purpose == ZVServiceRequest::Purpose::posting) throw ZVIntegrationGenericTimePostingError();
+                throw ZVIntegrationErrorWithFailureReason(malformedReplyReason());
+            }
             if (hop == maximumRedirects) throw ZVIntegrationNoConnectionError();
         }
 

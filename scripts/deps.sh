@@ -12,6 +12,7 @@ what=${1:-build}
 build_pkgs=(
   cmake g++ pkg-config ccache
   libcurl4-openssl-dev     # HTTP transport
+  libssl-dev               # random state and PKCE digests of OAuth2 logins
   nlohmann-json3-dev       # JSON replies of the services
   libpugixml-dev           # XML replies and XPath
   libplist-dev             # the database and the preferences are property lists

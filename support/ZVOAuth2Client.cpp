@@ -2,13 +2,16 @@
 
 #include <algorithm>
 #include <map>
-#include <random>
 
 #include "ZVClock.h"
 #include "ZVHelpers.h"
 #include "ZVJSON.h"
 #include "ZVKeychainAccess.h"
+#include "ZVLocalization.h"
 #include "ZVLog.h"
+
+#include <openssl/evp.h>
+#include <openssl/rand.h>
 
 namespace {
 
@@ -25,14 +28,6 @@ std::map<std::string, std::unique_ptr<ZVOAuth2Client>>& registry() {
 std::function<bool(const std::string&)>& urlOpener() {
     static std::function<bool(const std::string&)> opener;
     return opener;
-}
-
-std::string randomToken() {
-    static thread_local std::mt19937_64 generator{std::random_device{}()};
-    static constexpr char hex[] = "0123456789abcdef";
-    std::string token;
-    for (int i = 0; i < 32; ++i) token += hex[generator() % 16];
-    return token;
 }
 
 std::map<std::string, std::string> queryOf(const std::string& url) {
@@ -57,6 +52,34 @@ std::map<std::string, std::string> queryOf(const std::string& url) {
 }
 
 }  // namespace
+
+namespace {
+std::string base64URL(const unsigned char* bytes, std::size_t count) {
+    static constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+    std::string text;
+    for (std::size_t i = 0; i < count; i += 3) {
+        const unsigned n = (bytes[i] << 16) | (i + 1 < count ? bytes[i + 1] << 8 : 0) | (i + 2 < count ? bytes[i + 2] : 0);
+        text += alphabet[(n >> 18) & 63];
+        text += alphabet[(n >> 12) & 63];
+        if (i + 1 < count) text += alphabet[(n >> 6) & 63];
+        if (i + 2 < count) text += alphabet[n & 63];
+    }
+    return text;
+}
+}  // namespace
+
+std::string ZVOAuth2Client::randomToken() {
+    unsigned char bytes[32];
+    if (RAND_bytes(bytes, sizeof bytes) != 1) ZVFatalError("No random bytes for an authorization");
+    return base64URL(bytes, sizeof bytes);
+}
+
+std::string ZVOAuth2Client::codeChallenge(const std::string& verifier) {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    EVP_Digest(verifier.data(), verifier.size(), digest, &length, EVP_sha256(), nullptr);
+    return base64URL(digest, length);
+}
 
 std::string ZVOAuth2Configuration::redirectURI() const { return redirectionScheme + "://oauth2/callback"; }
 
@@ -123,14 +146,18 @@ std::unique_ptr<ZVDownloadCenter> ZVOAuth2Client::Account::downloadCenter(ZVDown
     return std::make_unique<ZVSigningDownloadCenter>(std::move(signing), _client._session);
 }
 
-bool ZVOAuth2Client::Account::refresh() {
+std::optional<ZVOAuth2ClientError> ZVOAuth2Client::Account::refreshed() {
     auto refreshToken = ZVOptionalString(_client.storedTokens(_identifier), "refresh_token");
-    if (!refreshToken) return false;
-    const auto& configuration = _client.configuration();
-    return !_client.requestTokens(_identifier, {{"grant_type", "refresh_token"},
-                                                {"refresh_token", *refreshToken},
-                                                {"client_id", configuration.clientID},
-                                                {"client_secret", configuration.secret}});
+    if (!refreshToken) return ZVOAuth2ClientError{"invalid_grant", "There is no refresh token."};
+    ZVOAuth2Configuration configuration;
+    {
+        std::lock_guard lock(_client._mutex);
+        configuration = _client.configuration();
+    }
+    return _client.requestTokens(_identifier, {{"grant_type", "refresh_token"},
+                                               {"refresh_token", *refreshToken},
+                                               {"client_id", configuration.clientID},
+                                               {"client_secret", configuration.secret}});
 }
 
 ZVOAuth2Client* ZVOAuth2Client::client(const std::string& name) {
@@ -154,13 +181,18 @@ void ZVOAuth2Client::setURLOpener(std::function<bool(const std::string&)> opener
 ZVOAuth2Client::ZVOAuth2Client(ZVOAuth2Configuration configuration, std::shared_ptr<ZVHTTPSession> session)
     : _configuration(std::move(configuration)), _session(std::move(session)) {}
 
-std::string ZVOAuth2Client::authorizationURL(const std::string& state) const {
+std::string ZVOAuth2Client::authorizationURL(const std::string& state, const std::string& redirectURI,
+                                             const std::string& codeVerifier) const {
     const char* separator = _configuration.authorizationBaseURL.find('?') == std::string::npos ? "?" : "&";
-    return _configuration.authorizationBaseURL + separator +
-           ZVURLQueryString({{"client_id", _configuration.clientID},
-                             {"redirect_uri", _configuration.redirectURI()},
-                             {"response_type", "code"},
-                             {"state", state}});
+    std::vector<std::pair<std::string, std::string>> query{{"client_id", _configuration.clientID},
+                                                           {"redirect_uri", redirectURI.empty() ? _configuration.redirectURI() : redirectURI},
+                                                           {"response_type", "code"},
+                                                           {"state", state}};
+    if (!codeVerifier.empty()) {
+        query.emplace_back("code_challenge", codeChallenge(codeVerifier));
+        query.emplace_back("code_challenge_method", "S256");
+    }
+    return _configuration.authorizationBaseURL + separator + ZVURLQueryString(query);
 }
 
 std::vector<std::string> ZVOAuth2Client::accountIdentifiers() const {
@@ -244,12 +276,47 @@ std::optional<ZVOAuth2ClientError> ZVOAuth2Client::requestTokens(
 
 void ZVOAuth2Client::startAccountAuthorization(CompletionHandler completion) {
     std::string url;
+    CompletionHandler superseded;
+    std::unique_ptr<ZVLoopbackRedirect> previousListener;
     {
         std::lock_guard lock(_mutex);
+        superseded = std::move(_pendingCompletion);
+        previousListener = std::move(_listener);
         _pendingState = randomToken();
+        _pendingVerifier = _configuration.usesPKCE ? randomToken() : std::string();
         _pendingCompletion = std::move(completion);
-        url = authorizationURL(_pendingState);
+        _pendingRedirectURI = _configuration.redirectURI();
+        if (_configuration.usesLoopbackRedirect) {
+            const std::string expectedState = _pendingState;
+            _listener = ZVLoopbackRedirect::listen(
+                "/oauth2/callback",
+                [this](const std::string& target) {
+                    std::string redirect;
+                    {
+                        std::lock_guard guard(_mutex);
+                        redirect = _pendingRedirectURI;
+                    }
+                    const auto result = completeAuthorization(redirect.substr(0, redirect.find("/oauth2/callback")) + target);
+                    if (result && !result->error) return ZVLocalizedString("Norvo is authorized. You may close this page.");
+                    return ZVLocalizedFormat("Norvo was not authorized (%@). You may close this page and try again.",
+                                             {result && result->error ? result->error->error : std::string("no_request")});
+                },
+                [this, expectedState] {
+                    CompletionHandler pending;
+                    {
+                        std::lock_guard guard(_mutex);
+                        if (_pendingState != expectedState) return;
+                        pending = std::move(_pendingCompletion);
+                        _pendingCompletion = nullptr;
+                        _pendingState.clear();
+                    }
+                    if (pending) pending({nullptr, ZVOAuth2ClientError{"timed_out", "The browser did not come back in time."}});
+                });
+            if (_listener) _pendingRedirectURI = _listener->redirectURI();
+        }
+        url = authorizationURL(_pendingState, _pendingRedirectURI, _pendingVerifier);
     }
+    if (superseded) superseded({nullptr, ZVOAuth2ClientError{"cancelled", "A new authorization began."}});
     std::function<bool(const std::string&)> opener;
     {
         std::lock_guard lock(registryMutex);
@@ -262,21 +329,29 @@ void ZVOAuth2Client::startAccountAuthorization(CompletionHandler completion) {
             pending = std::move(_pendingCompletion);
             _pendingCompletion = nullptr;
             _pendingState.clear();
+            _listener.reset();
         }
         if (pending) pending({nullptr, ZVOAuth2ClientError{"no_browser", "The web browser could not be opened."}});
     }
 }
 
-bool ZVOAuth2Client::handleRedirect(const std::string& url) {
+bool ZVOAuth2Client::handleRedirect(const std::string& url) { return completeAuthorization(url).has_value(); }
+
+std::optional<ZVOAuth2Client::AuthorizationResult> ZVOAuth2Client::completeAuthorization(const std::string& url) {
     CompletionHandler completion;
-    std::string expectedState;
+    std::string expectedState, verifier, redirectURI;
     {
         std::lock_guard lock(_mutex);
-        if (!_pendingCompletion) return false;
+        if (!_pendingCompletion) return std::nullopt;
         completion = std::move(_pendingCompletion);
         _pendingCompletion = nullptr;
         expectedState = std::move(_pendingState);
+        verifier = std::move(_pendingVerifier);
+        redirectURI = _pendingRedirectURI;
         _pendingState.clear();
+        // Ends the listener's wait; this may run on its own thread, which
+        // keeps what it needs until it is done.
+        _listener.reset();
     }
     auto query = queryOf(url);
     AuthorizationResult result;
@@ -288,11 +363,13 @@ bool ZVOAuth2Client::handleRedirect(const std::string& url) {
         result.error = ZVOAuth2ClientError{"invalid_request", "The answer held no authorization code."};
     } else {
         const std::string identifier = randomToken();
-        result.error = requestTokens(identifier, {{"grant_type", "authorization_code"},
-                                                  {"code", query["code"]},
-                                                  {"redirect_uri", _configuration.redirectURI()},
-                                                  {"client_id", _configuration.clientID},
-                                                  {"client_secret", _configuration.secret}});
+        std::vector<std::pair<std::string, std::string>> form{{"grant_type", "authorization_code"},
+                                                              {"code", query["code"]},
+                                                              {"redirect_uri", redirectURI},
+                                                              {"client_id", _configuration.clientID},
+                                                              {"client_secret", _configuration.secret}};
+        if (!verifier.empty()) form.emplace_back("code_verifier", verifier);
+        result.error = requestTokens(identifier, form);
         if (!result.error) {
             std::lock_guard lock(_mutex);
             auto identifiers = accountIdentifiers();
@@ -304,7 +381,13 @@ bool ZVOAuth2Client::handleRedirect(const std::string& url) {
     }
     if (result.error) ZVLog([&] { return _configuration.name + ": authorization failed: " + result.error->error; });
     completion(result);
-    return true;
+    return result;
+}
+
+void ZVOAuth2Client::setClientCredentials(std::string clientID, std::string secret) {
+    std::lock_guard lock(_mutex);
+    _configuration.clientID = std::move(clientID);
+    _configuration.secret = std::move(secret);
 }
 
 void ZVOAuth2Client::removeAccount(const std::string& identifier) {

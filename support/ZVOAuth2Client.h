@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ZVDownloadCenter.h"
+#include "ZVLoopbackRedirect.h"
 #include "ZVValue.h"
 
 /// What a service's OAuth2 login needs: where to send the user, where to
@@ -20,6 +21,12 @@ struct ZVOAuth2Configuration {
     std::string secret;
     std::string tokenEndpointURL;
     bool tokenNeverExpires = false;
+    /// Where the browser brings the answer back: a listener on loopback
+    /// (the way for a desktop program) or the custom scheme, which the
+    /// desktop entry hands to the running program.
+    bool usesLoopbackRedirect = false;
+    /// Whether the service takes a PKCE challenge (S256) with the code.
+    bool usesPKCE = false;
 
     /// "<redirectionScheme>://oauth2/callback"
     std::string redirectURI() const;
@@ -47,7 +54,10 @@ public:
         /// ("Authorization: Bearer ..."), refreshing it first when it ran out.
         std::unique_ptr<ZVDownloadCenter> downloadCenter(ZVDownloadCenterOwner* owner = nullptr);
         /// Trades the refresh token for a new access token; false on failure.
-        bool refresh();
+        bool refresh() { return !refreshed(); }
+        /// The same, with the failure: "no_connection" when the service did
+        /// not answer, else the service's refusal.
+        std::optional<ZVOAuth2ClientError> refreshed();
 
     private:
         friend class ZVOAuth2Client;
@@ -73,20 +83,33 @@ public:
                             std::shared_ptr<ZVHTTPSession> session = nullptr);
 
     const ZVOAuth2Configuration& configuration() const { return _configuration; }
-    /// The service's page with client_id, redirect_uri, response_type=code and state.
-    std::string authorizationURL(const std::string& state) const;
+    /// The service's page with client_id, redirect_uri, response_type=code,
+    /// state and, with PKCE, the challenge of `codeVerifier`.
+    /// Without a redirect, the configuration's custom scheme.
+    std::string authorizationURL(const std::string& state, const std::string& redirectURI = {},
+                                 const std::string& codeVerifier = {}) const;
     std::vector<std::shared_ptr<Account>> accounts();
 
-    /// Opens the service's page; the answer arrives through handleRedirect.
+    /// Opens the service's page in the browser and waits for the answer:
+    /// on a loopback listener for up to five minutes, or through
+    /// handleRedirect. A new start ends a pending one.
     void startAccountAuthorization(CompletionHandler completion);
     /// Takes the redirect ("<scheme>://oauth2/callback?code=...&state=..."),
     /// trades the code for tokens and reports to the pending completion
     /// handler. False when no authorization was waiting for it.
     bool handleRedirect(const std::string& url);
+    /// Replaces the client id and secret (an application the user registered).
+    void setClientCredentials(std::string clientID, std::string secret);
     /// Forgets an account and its tokens.
     void removeAccount(const std::string& identifier);
 
+    /// base64url of 32 random bytes: states and PKCE verifiers.
+    static std::string randomToken();
+    /// The S256 challenge of a PKCE verifier.
+    static std::string codeChallenge(const std::string& verifier);
+
 private:
+    std::optional<AuthorizationResult> completeAuthorization(const std::string& url);
     std::optional<ZVOAuth2ClientError> requestTokens(const std::string& accountIdentifier,
                                                      const std::vector<std::pair<std::string, std::string>>& form);
     ZVDictionary storedTokens(const std::string& accountIdentifier) const;
@@ -97,6 +120,9 @@ private:
     std::shared_ptr<ZVHTTPSession> _session;
     std::recursive_mutex _mutex;
     std::string _pendingState;
+    std::string _pendingVerifier;
+    std::string _pendingRedirectURI;
     CompletionHandler _pendingCompletion;
+    std::unique_ptr<ZVLoopbackRedirect> _listener;
     std::vector<std::shared_ptr<Account>> _accounts;
 };

@@ -315,7 +315,7 @@ ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) 
                 std::lock_guard guard(_addressLock);
                 session = _sessionToken;
             }
-            if (!session) {
+            if (!session || sessionNeedsRenewal()) {
                 session = logIn();
                 std::lock_guard guard(_addressLock);
                 _sessionToken = session;

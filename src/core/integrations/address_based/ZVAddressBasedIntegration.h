@@ -102,6 +102,9 @@ public:
     /// For the session style: logs in with the stored credentials and gives
     /// the session token. Throws ZVIntegrationError.
     virtual std::string logIn();
+    /// For the session style: whether the session in memory must be
+    /// renewed before the next request (a token about to run out).
+    virtual bool sessionNeedsRenewal() { return false; }
     /// Headers that every request of this account carries besides the
     /// credentials (an account-id header); nothing by default.
     virtual void addAccountHeaders(ZVURLRequest& request) const;

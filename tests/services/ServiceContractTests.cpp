@@ -61,7 +61,7 @@ protected:
     std::shared_ptr<ZVAddressBasedIntegration> account(bool reachable = true) {
         auto made = std::dynamic_pointer_cast<ZVAddressBasedIntegration>(GetParam().makeNew());
         if (made->hasHardcodedAddress()) {
-            redirectFixedHost(made->hardcodedAddress(), !reachable);
+            redirectServiceHost(*made, !reachable);
         } else {
             made->setAddress(reachable ? serverAddress() : deadAddress());
             made->setSSLEnabled(false);
@@ -175,12 +175,15 @@ TEST_P(ServiceContractTests, RefusedCredentialsNameTheAccount) {
         if (isAnonymous(request)) return std::nullopt;
         return FakeResponse::json(R"({"error": "unauthorized"})", 401);
     });
-    auto refused = account();
-    auto node = postedNode(refused);
-    for (const auto& call : std::vector<std::function<void()>>{[&] { refused->loadRemoteProjects(); },
-                                                               [&] { refused->postTime(*node); }}) {
+    for (const bool posting : {false, true}) {
+        auto refused = account();
+        auto node = postedNode(refused);
         try {
-            call();
+            if (posting) {
+                refused->postTime(*node);
+            } else {
+                refused->loadRemoteProjects();
+            }
             ADD_FAILURE() << "a refused request did not fail";
         } catch (const ZVIntegrationError& error) {
             const std::string reason = error.localizedFailureReason().value_or(error.what());

@@ -11,6 +11,7 @@
 #include "ZVLog.h"
 
 // Service classes, one include each, in the order of the table.
+#include "core/integrations/address_based/freeagent/ZVFreeAgentIntegration.h"
 #include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
 #include "core/integrations/address_based/jira/ZVJIRAIntegration.h"
 #include "core/integrations/address_based/kashflow/ZVKashflowIntegration.h"
@@ -154,6 +155,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .sslSupport = SSL::mandatory,
         .hasHardcodedAddress = true,
         .setupViewName = "FreeAgent",
+        .make = built<ZVFreeAgentIntegration>(),
     },
     {
         .className = "Norvo.ZVFreshBooksIntegration",

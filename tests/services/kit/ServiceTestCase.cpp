@@ -5,7 +5,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "ZVKeychainAccess.h"
 #include "core/integrations/ZVIntegrationError.h"
+#include "core/integrations/address_based/ZVOAuth2BasedIntegration.h"
 #include "core/integrations/authentication/ZVAPITokenAuthentication.h"
 #include "core/integrations/authentication/ZVUsernameAPITokenAuthentication.h"
 #include "core/integrations/authentication/ZVUsernamePasswordAPITokenAuthentication.h"
@@ -19,6 +21,10 @@ ServiceTestCase::~ServiceTestCase() = default;
 std::string ServiceTestCase::serverAddress() const { return "127.0.0.1:" + std::to_string(server.port()); }
 
 void ServiceTestCase::storeCredentials(ZVIntegration& account) const {
+    if (auto* withOAuth2 = dynamic_cast<ZVOAuth2BasedIntegration*>(&account)) {
+        grantOAuth2Login(*withOAuth2, credentials.apiToken);
+        return;
+    }
     auto authentication = account.authentication();
     if (!authentication) return;
     if (auto* both = dynamic_cast<ZVUsernamePasswordAPITokenAuthentication*>(authentication.get())) {
@@ -36,6 +42,20 @@ void ServiceTestCase::storeCredentials(ZVIntegration& account) const {
     }
     authentication->setAccountInformation(account.accountIdentifier());
     authentication->saveKeychainInformation();
+}
+
+void grantOAuth2Login(ZVOAuth2BasedIntegration& account, const std::string& accessToken, double secondsLeft) {
+    const std::string client = account.authenticationIdentifier();
+    auto& keychain = ZVKeychainAccess::sharedAccess();
+    const std::string login = "login-" + accessToken;
+    keychain.savePassword(nlohmann::json{{"access_token", accessToken},
+                                         {"refresh_token", "refresh-" + accessToken},
+                                         {"expires_at", ZVNow().time_since_epoch().count() + secondsLeft}}
+                              .dump(),
+                          login, client);
+    keychain.savePassword(nlohmann::json::array({login}).dump(), "OAuth2 accounts", client);
+    for (const auto& candidate : account.authenticationClient().accounts())
+        if (candidate->identifier() == login) account.setAccount(candidate);
 }
 
 std::string ServiceTestCase::fixture(const std::string& relativePath,
@@ -80,6 +100,12 @@ std::string ServiceTestCase::deadAddress() {
 
 void ServiceTestCase::redirectFixedHost(const std::string& host, bool toDeadAddress) {
     transport.redirect("https://" + host, toDeadAddress ? "http://" + deadAddress() : server.baseURL());
+}
+
+void ServiceTestCase::redirectServiceHost(const ZVAddressBasedIntegration& account, bool toDeadAddress) {
+    std::string host = account.serviceBaseURL();
+    host.erase(0, host.find("://") + 3);
+    redirectFixedHost(host, toDeadAddress);
 }
 
 ZVIntegrationProject::Pointer trackedProject(const std::shared_ptr<ZVIntegration>& account, const std::string& name,

@@ -30,6 +30,11 @@ struct ServiceCredentials {
     std::string apiToken = "8c1f2e0d9b7a";
 };
 
+class ZVOAuth2BasedIntegration;
+/// Binds the account to a login of its OAuth2 client whose access token
+/// runs out in `secondsLeft`, as after the user authorized.
+void grantOAuth2Login(ZVOAuth2BasedIntegration& account, const std::string& accessToken, double secondsLeft = 3600);
+
 /// "Basic " and the base64 form of "username:password".
 std::string basicAuthorizationHeader(const std::string& username, const std::string& password);
 
@@ -95,6 +100,8 @@ protected:
     /// Sends what a service with a fixed host asks of "https://<host>" to the
     /// fake server (or, with `toDeadAddress`, to where nothing listens).
     void redirectFixedHost(const std::string& host, bool toDeadAddress = false);
+    /// The same for wherever the account's requests go.
+    void redirectServiceHost(const ZVAddressBasedIntegration& account, bool toDeadAddress = false);
 
     ServiceCredentials credentials;
     TemporaryHome home;

@@ -327,12 +327,12 @@ ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) 
         const std::string user = userAndSecret.first;
         const std::string password = userAndSecret.second;
         const std::string token = credentialToken();
-        const std::string home = origin(baseURL());
+        const std::string home = origin(serviceBaseURL());
 
         // Each request has a download centre of its own, owned by this
         // account, so that what the owner adds is this account's.
         ZVDownloadCenter center(this);
-        std::string url = withQuery(origin(request.path).empty() ? URLForPath(request.path) : request.path, request.query);
+        std::string url = withQuery(origin(request.path).empty() ? serviceBaseURL() + request.path : request.path, request.query);
         std::string method = request.method;
         bool sendsBody = true;
         std::optional<ZVHTTPResponse> response;

@@ -62,6 +62,10 @@ public:
 
     /// URLScheme() + "://" + address().
     std::string baseURL() const;
+    /// Where the kit sends a request's path, and the one origin that gets
+    /// the credentials: baseURL(), unless the service's interface lives on
+    /// a host of its own.
+    virtual std::string serviceBaseURL() const { return baseURL(); }
     /// The host name of the address, in lower case, without port and path.
     std::string host() const;
     /// Whether the host is `domain` itself or a name under it

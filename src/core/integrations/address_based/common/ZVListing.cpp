@@ -52,6 +52,7 @@ std::vector<nlohmann::json> items(ZVAddressBasedIntegration& account, const ZVSe
     std::optional<std::string> next;
     for (std::size_t page = 0;; ++page) {
         guard.beforePage();
+        if (paging.beforePage) paging.beforePage(page + 1);
         ZVServiceRequest asked = request;
         switch (paging.kind) {
             case Kind::single: break;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -50,6 +51,8 @@ struct ZVPagingStyle {
     /// A page of fewer than `pageSize` items is the last.
     bool shortPageIsLast = false;
     std::size_t maximumPages = ZVPaging::defaultMaximumPages;
+    /// Told each page's number (from 1) before it is asked for, for a log line.
+    std::function<void(std::size_t page)> beforePage = nullptr;
 };
 
 /// Where a record keeps what a tree needs. In JSON each is a key path, in

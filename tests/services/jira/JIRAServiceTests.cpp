@@ -23,22 +23,15 @@ constexpr const char* repeatedPage = "The server sent the same page twice, so th
 /// Europe/Berlin as the local time zone while it lives.
 class BerlinTime {
 public:
-    BerlinTime() {
-        if (const char* zone = std::getenv("TZ")) _saved = zone;
-        setenv("TZ", "Europe/Berlin", 1);
-        tzset();
-    }
-    ~BerlinTime() {
-        if (_saved) {
-            setenv("TZ", _saved->c_str(), 1);
-        } else {
-            unsetenv("TZ");
-        }
-        tzset();
-    }
+    BerlinTime() : _saved(std::getenv("TZ") ? std::getenv("TZ") : "") { setZone("Europe/Berlin"); }
+    ~BerlinTime() { setZone(_saved); }
 
 private:
-    std::optional<std::string> _saved;
+    static void setZone(const std::string& zone) {
+        zone.empty() ? unsetenv("TZ") : setenv("TZ", zone.c_str(), 1);
+        tzset();
+    }
+    std::string _saved;
 };
 
 class JIRATests : public ServiceTestCase {

@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "../BenchmarkHome.h"
+#include "ZVDownloadCenter.h"
 #include "ZVFileKeychain.h"
 #include "ZVKeychainAccess.h"
 #include "ZVPreferences.h"
@@ -103,7 +104,7 @@ int main(int argc, char** argv) {
     // The steps of a refresh on its thread: the probe, the service's fetch
     // and the merge into the account's tree (here the first one, empty).
     const auto started = std::chrono::steady_clock::now();
-    if (!account->downloadCenter().sendHeadRequest(base + "/")) return 1;
+    if (!ZVDownloadCenter(account.get()).sendHeadRequest(base + "/")) return 1;
     auto fetched = account->loadRemoteProjects();
     ZVIntegrationSyncHelper::ProjectList local;
     ZVIntegrationSyncHelper(account).mergeProjects(local, nullptr, fetched);

@@ -476,24 +476,6 @@ void ZVIntegration::_removeAccount(const ZVMenuItem& menuItem) {
 
 // Network.
 
-namespace {
-// One download centre per thread, owned by the first account that asked on
-// it. An owner that has gone away hands the centre on to the next asker.
-struct ThreadDownloadCenter {
-    std::unique_ptr<ZVDownloadCenter> center;
-    std::weak_ptr<ZVIntegration> owner;
-};
-}  // namespace
-
-ZVDownloadCenter& ZVIntegration::downloadCenter() {
-    thread_local ThreadDownloadCenter threadCenter;
-    if (!threadCenter.center || threadCenter.owner.expired()) {
-        threadCenter.center = std::make_unique<ZVDownloadCenter>(this);
-        threadCenter.owner = weak_from_this();
-    }
-    return *threadCenter.center;
-}
-
 void ZVIntegration::didEncounterError(ZVDownloadCenter&, const ZVDownloadCenterError& error) {
     ZVLog([&] { return "Encountered error: " + error.description() + "."; });
 }

@@ -187,14 +187,10 @@ public:
 
     // Network.
 
-    /// The download centre of the calling thread; the first account that
-    /// asks on a thread owns it, and every account on that thread shares it.
-    virtual ZVDownloadCenter& downloadCenter();
     /// Logs the failure; the user learns of it through what the service throws.
     void didEncounterError(ZVDownloadCenter& center, const ZVDownloadCenterError& error) override;
-    /// Called by the download centre on each of its requests; nothing in the
-    /// base. The centre belongs to the first account of its thread, so
-    /// per-account headers belong in each call's request modifier instead.
+    /// Called by a download centre of this account on each of its requests;
+    /// nothing in the base.
     void setupURLRequest(ZVURLRequest& request, const std::string& url) override;
 
     /// Where a HEAD request tells, before a synchronization, whether the

@@ -50,7 +50,7 @@ void ZVIntegration::synchronize() {
     auto probeAddress = ZVPreferences::shared().value(ZVSynchronizationThread::connectionProbeAddressKey);
     const std::optional<std::string> address =
         probeAddress && probeAddress->string() ? std::optional(*probeAddress->string()) : connectionProbeURL();
-    if (address && !downloadCenter().sendHeadRequest(*address)) {
+    if (address && !ZVDownloadCenter(this).sendHeadRequest(*address)) {
         ZVLog([] { return std::string("Computer doesn't seem to have Internet connection."); });
         return;
     }

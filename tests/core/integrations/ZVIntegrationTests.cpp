@@ -1,6 +1,5 @@
 #include <regex>
 #include <set>
-#include <thread>
 
 #include "ZVPaths.h"
 #include "ZVPropertyList.h"
@@ -318,32 +317,6 @@ TEST_F(IntegrationTests, MissingBehavioursAndWrongCredentialAccessorsAreProgramm
     EXPECT_DEATH(bare->accountIdentifier(), "accountIdentifier");
     // So is asking an account for a credential of another kind.
     EXPECT_DEATH(ZVIntegration::makeNew<ZVTestIntegration>()->APITokenAuthentication(), "APITokenAuthentication");
-}
-
-// Download centres.
-
-TEST_F(IntegrationTests, AccountsOnOneThreadShareTheCentreOfTheFirstWhileItLives) {
-    auto first = ZVIntegration::makeNew<ZVTestIntegration>();
-    auto second = ZVIntegration::makeNew<ZVTestIntegration>();
-    ZVDownloadCenter* firstCenter = &first->downloadCenter();
-    EXPECT_EQ(&second->downloadCenter(), firstCenter);
-    EXPECT_EQ(firstCenter->owner(), first.get());
-
-    ZVDownloadCenter* otherThreadCenter = nullptr;
-    ZVDownloadCenterOwner* otherThreadOwner = nullptr;
-    std::thread([&] {
-        otherThreadCenter = &second->downloadCenter();
-        otherThreadOwner = otherThreadCenter->owner();
-        EXPECT_EQ(&first->downloadCenter(), otherThreadCenter);
-    }).join();
-    EXPECT_NE(otherThreadCenter, firstCenter);
-    EXPECT_EQ(otherThreadOwner, second.get());
-
-    // The centre of an account that is gone is handed on.
-    first.reset();
-    second.reset();
-    auto third = ZVIntegration::makeNew<ZVTestIntegration>();
-    EXPECT_EQ(third->downloadCenter().owner(), third.get());
 }
 
 }  // namespace

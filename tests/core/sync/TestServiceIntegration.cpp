@@ -29,7 +29,7 @@ TestServiceIntegration::ProjectList TestServiceIntegration::projectsFromJSON(
 
 TestServiceIntegration::ProjectList TestServiceIntegration::loadRemoteProjects() {
     ++loadCount;
-    auto& center = downloadCenter();
+    ZVDownloadCenter center(this);
     auto reply = center.downloadJSON(baseURL + "/projects");
     if (!reply) throw ZVIntegrationNoConnectionError();
     if (center.lastHTTPStatusCode() >= 400 || !reply->is_array()) {
@@ -46,7 +46,7 @@ void TestServiceIntegration::postTime(ZVIntegrationProject& project) {
     nlohmann::json body = {{"project", project.projectID()},
                            {"seconds", project.time()},
                            {"title", entry ? entry->text() : std::string()}};
-    auto& center = downloadCenter();
+    ZVDownloadCenter center(this);
     auto reply = center.downloadJSON(baseURL + "/time", [&](ZVURLRequest& request) {
         request.method = "POST";
         request.setJSONBody(body);

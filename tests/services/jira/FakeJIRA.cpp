@@ -7,9 +7,6 @@
 #include <nlohmann/json.hpp>
 
 namespace {
-constexpr const char* cloudPasswordRefusal =
-    "Basic authentication with passwords is deprecated. For more information, see: "
-    "https://developer.atlassian.com/cloud/confluence/deprecation-notice-basic-auth/";
 constexpr const char* notAuthenticated =
     R"({"errorMessages":["You are not authenticated. Authentication required to perform this operation."],"errors":{}})";
 constexpr const char* searchRemoved =
@@ -36,7 +33,6 @@ struct FakeJIRA::State {
     Deployment deployment;
     std::string baseURL;
     std::set<std::string> accepted;
-    std::set<std::string> passwords;
     std::vector<Project> projects;
     std::vector<Issue> issues;
     std::vector<Filter> filters;
@@ -67,8 +63,6 @@ struct FakeJIRA::State {
         const std::string authorization = request.header("Authorization");
         if (accepted.contains(authorization)) return std::nullopt;
         if (!request.hasHeader("Authorization") && bringsSession(request)) return std::nullopt;
-        if (deployment == Deployment::cloud && passwords.contains(authorization))
-            return FakeResponse::text(cloudPasswordRefusal, 401);
         return reply(notAuthenticated, 401);
     }
 
@@ -272,11 +266,6 @@ FakeJIRA::FakeJIRA(FakeServer& server, Deployment deployment) : _server(server),
 void FakeJIRA::accept(const std::string& authorization) {
     std::lock_guard lock(_state->mutex);
     _state->accepted.insert(authorization);
-}
-
-void FakeJIRA::refuseAsPassword(const std::string& authorization) {
-    std::lock_guard lock(_state->mutex);
-    _state->passwords.insert(authorization);
 }
 
 void FakeJIRA::addProject(Project project) {

@@ -16,8 +16,7 @@
 ///   ids alone unless fields are asked for and pages capped below what is
 ///   asked; projects at /rest/api/2/project/search paged by startAt and
 ///   isLast (and the older project list, which Cloud still has); 410 Gone
-///   on the removed searches; a 401 with Cloud's words
-///   for basic authentication with a password.
+///   on the removed searches.
 /// - Data Center: server information "Server"; projects, search and
 ///   favourite filters under /rest/api/latest, paged by startAt; the
 ///   filters' search addresses at /rest/api/2/search.
@@ -50,9 +49,6 @@ public:
 
     /// Authorization header values that log in.
     void accept(const std::string& authorization);
-    /// Cloud: Authorization header values that carry a password instead of
-    /// an API token, answered with Cloud's 401.
-    void refuseAsPassword(const std::string& authorization);
 
     void addProject(Project project);
     /// Adds the issue and the route of its worklogs.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 
+#include "ZVDownloadCenter.h"
 #include "ZVLocalization.h"
 #include "ZVLog.h"
 #include "core/integrations/ZVIntegrationServiceInfo.h"
@@ -145,55 +146,6 @@ bool ZVAddressBasedIntegration::isHostedUnder(std::string_view domain) const {
     return name.size() > domain.size() && name.ends_with(domain) && name[name.size() - domain.size() - 1] == '.';
 }
 
-bool ZVAddressBasedIntegration::isSuccessfulStatusCode(long statusCode) { return statusCode >= 200 && statusCode <= 299; }
-
-// Requests.
-
-ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::basicAuthentication(std::string username,
-                                                                                          std::string password) {
-    return [username = std::move(username), password = std::move(password)](ZVURLRequest& request) {
-        request.setUsername(username, password);
-    };
-}
-
-ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::basicAuthenticationFromCredentials() const {
-    const ZVUsernamePasswordAuthentication& credential = usernamePasswordAuthentication();
-    return basicAuthentication(credential.username(), credential.password());
-}
-
-ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::bearerAuthentication(std::string token) {
-    return [token = std::move(token)](ZVURLRequest& request) { request.setBearerToken(token); };
-}
-
-ZVAddressBasedIntegration::RequestModifier ZVAddressBasedIntegration::chain(
-    std::initializer_list<RequestModifier> modifiers) {
-    std::vector<RequestModifier> steps;
-    for (const auto& modifier : modifiers)
-        if (modifier) steps.push_back(modifier);
-    return [steps = std::move(steps)](ZVURLRequest& request) {
-        for (const auto& step : steps) step(request);
-    };
-}
-
-// Downloads.
-
-bool ZVAddressBasedIntegration::lastResponseSucceeded() {
-    return isSuccessfulStatusCode(downloadCenter().lastHTTPStatusCode());
-}
-
-void ZVAddressBasedIntegration::requireEndpointNotGone(const std::string& url) {
-    constexpr int gone = 410;
-    if (downloadCenter().lastHTTPStatusCode() != gone) return;
-    std::string endpoint = url.substr(0, url.find_first_of("?#"));
-    if (const auto scheme = endpoint.find("://"); scheme != std::string::npos) {
-        const auto path = endpoint.find('/', scheme + 3);
-        endpoint = path == std::string::npos ? std::string("/") : endpoint.substr(path);
-    }
-    ZVLog([&] { return "410 Gone from " + url; });
-    throw ZVIntegrationErrorWithFailureReason(
-        ZVLocalizedFormat("The server has removed the endpoint %@ (410 Gone).", {endpoint}));
-}
-
 // The kit.
 
 namespace {
@@ -275,6 +227,12 @@ ZVCredentialStyle ZVAddressBasedIntegration::credentialStyle() const {
 
 std::string ZVAddressBasedIntegration::logIn() { ZVFatalError("logIn() of a service with the session style"); }
 
+bool ZVAddressBasedIntegration::endsRefusedSession(const ZVCredentialStyle& sent) {
+    if (sent.kind != ZVCredentialStyle::Kind::session) return false;
+    endSession();
+    return true;
+}
+
 void ZVAddressBasedIntegration::addAccountHeaders(ZVURLRequest&) const {}
 
 std::string ZVAddressBasedIntegration::malformedReplyReason() const {
@@ -306,9 +264,10 @@ void ZVAddressBasedIntegration::endSession() {
 }
 
 ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) {
-    const ZVCredentialStyle style = credentialStyle();
-    const bool usesSession = style.kind == ZVCredentialStyle::Kind::session;
     for (int attempt = 0;; ++attempt) {
+        // Asked at each attempt: a refused session may change the style.
+        const ZVCredentialStyle style = request.sendsCredentials ? credentialStyle() : ZVCredentialStyle{};
+        const bool usesSession = style.kind == ZVCredentialStyle::Kind::session;
         std::optional<std::string> session;
         if (usesSession) {
             {
@@ -357,7 +316,7 @@ ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) 
                     }
                     if (givenType) http.setContentType(*givenType);
                 }
-                if (!ownHost) return;
+                if (!ownHost || !request.sendsCredentials) return;
                 addAccountHeaders(http);
                 if (usesSession)
                     applyStyle(http, style.sessionStyle, style.sessionName, user, *session);
@@ -392,10 +351,7 @@ ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) 
             return {std::move(*response)};
         ZVLog([&] { return name() + ": " + request.method + " " + url + " answered " + std::to_string(status); });
         if (status == 401 || status == 403) {
-            if (usesSession && attempt == 0) {
-                endSession();
-                continue;
-            }
+            if (attempt == 0 && request.sendsCredentials && endsRefusedSession(style)) continue;
             throw ZVIntegrationErrorWithFailureReason(ZVLocalizedFormat(
                 "%@ refused the credentials of the account “%@”. Check them in the account's settings.",
                 {integrationName(), name()}));

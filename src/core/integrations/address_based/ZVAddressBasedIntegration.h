@@ -1,6 +1,7 @@
 #pragma once
 
-#include <initializer_list>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -8,7 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "ZVDownloadCenter.h"
+#include "ZVURLRequest.h"
 #include "ZVXML.h"
 #include "core/integrations/ZVIntegration.h"
 #include "core/integrations/address_based/ZVSSLSupport.h"
@@ -74,28 +75,6 @@ public:
     /// baseURL() + path (which begins with "/"), plus "?" and the query when
     /// one is given (already encoded, as from a dictionary's urlQueryString).
     std::string URLForPath(const std::string& path, const std::string& query = {}) const;
-    /// Whether an HTTP status counts as success: 200 to 299.
-    static bool isSuccessfulStatusCode(long statusCode);
-
-    using RequestModifier = ZVDownloadCenter::RequestModifier;
-    /// Adds a basic Authorization header built from the two.
-    static RequestModifier basicAuthentication(std::string username, std::string password);
-    /// basicAuthentication with the user name and password of the account's
-    /// credential (of the user-name-and-password family).
-    RequestModifier basicAuthenticationFromCredentials() const;
-    /// Adds an Authorization header that carries the token as a bearer token.
-    static RequestModifier bearerAuthentication(std::string token);
-    /// The modifiers one after another; empty ones are skipped.
-    static RequestModifier chain(std::initializer_list<RequestModifier> modifiers);
-
-    // What JIRA still uses until it sends through send().
-
-    /// Whether the last response on this thread's centre had a status of 200 to 299.
-    bool lastResponseSucceeded();
-    /// Throws an error that names the endpoint of `url` (its path, without
-    /// the query) when the last response said 410 Gone: the service has
-    /// removed it, and what came back is no empty list.
-    void requireEndpointNotGone(const std::string& url);
 
     // The kit: one way to send a request for this account.
 
@@ -109,6 +88,11 @@ public:
     /// For the session style: whether the session in memory must be
     /// renewed before the next request (a token about to run out).
     virtual bool sessionNeedsRenewal() { return false; }
+    /// A request of the account, sent in the style `sent`, was refused. When
+    /// it leant on a session that the server may have ended, this forgets the
+    /// session and answers true, and the request goes once more with what
+    /// credentialStyle() then says. By default the session style's token.
+    virtual bool endsRefusedSession(const ZVCredentialStyle& sent);
     /// Headers that every request of this account carries besides the
     /// credentials (an account-id header); nothing by default.
     virtual void addAccountHeaders(ZVURLRequest& request) const;

@@ -16,7 +16,8 @@
 /// to the account's own host, and to no other.
 struct ZVCredentialStyle {
     enum class Kind {
-        /// Nothing is sent (a public call, or credentials inside the body).
+        /// Nothing is sent (a public call, credentials inside the body, or a
+        /// session cookie that logs the request in).
         none,
         /// Basic user name and password.
         basicUsernamePassword,
@@ -60,6 +61,9 @@ struct ZVServiceRequest {
     Purpose purpose = Purpose::loading;
     /// A larger cap on the reply's body than the download centre's default.
     std::optional<std::size_t> replyLimit;
+    /// False for a public call that the service answers anyone: it goes out
+    /// without the account's credentials and headers.
+    bool sendsCredentials = true;
 
     static ZVServiceRequest get(std::string path) { return {.path = std::move(path)}; }
     static ZVServiceRequest postJSON(std::string path, nlohmann::json body) {

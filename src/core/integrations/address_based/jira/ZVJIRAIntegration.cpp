@@ -6,7 +6,7 @@
 #include <map>
 
 #include "ZVClock.h"
-#include "ZVDownloadCenter.h"
+#include "ZVHTTPSession.h"
 #include "ZVHelpers.h"
 #include "ZVJSON.h"
 #include "ZVLocalization.h"
@@ -38,11 +38,8 @@ constexpr int cloudProjectsPageSize = 100;
 constexpr std::size_t cloudProjectsMaximumPages = 1000;
 // The search of Cloud answers with issue ids alone unless asked for fields.
 constexpr const char* cloudIssueFields = "summary,project";
-// Cloud's answer to basic authentication with a password.
-constexpr const char* cloudPasswordRefusal = "Basic authentication with passwords is deprecated";
 constexpr const char* cloudDeploymentName = "Cloud";
 constexpr const char* dataCenterDeploymentName = "DataCenter";
-constexpr int unauthorizedStatus = 401;
 // Extra time before the worklog's start, on purpose.
 constexpr double startedMargin = 600;
 
@@ -90,17 +87,19 @@ std::string deploymentName(ZVJIRADeploymentType type) {
     return type == ZVJIRADeploymentType::cloud ? cloudDeploymentName : dataCenterDeploymentName;
 }
 
-/// Whether the last answer set the server's session cookie.
-bool setsSessionCookie(const ZVDownloadCenter& center) {
+/// Whether the answer sets the server's session cookie.
+bool setsSessionCookie(const ZVServiceReply& reply) {
     const std::string prefix = std::string(sessionCookieName) + "=";
-    for (const auto& [name, value] : center.lastResponseHeaders())
+    for (const auto& [name, value] : reply.headers)
         if (strcasecmp(name.c_str(), "Set-Cookie") == 0 && value.starts_with(prefix)) return true;
     return false;
 }
 
+std::string invalidIssueData() { return ZVLocalizedString("Invalid issue data received."); }
+
 [[noreturn]] void throwInvalidIssueData(const nlohmann::json& page) {
     ZVLog([&] { return "Invalid issues dict " + page.dump(); });
-    throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Invalid issue data received."));
+    throw ZVIntegrationErrorWithFailureReason(invalidIssueData());
 }
 }  // namespace
 
@@ -153,11 +152,6 @@ ZVDictionary ZVJIRAIntegration::dictionaryRepresentation() {
     return dictionary;
 }
 
-std::string ZVJIRAIntegration::JIRABaseURL() const {
-    // The scheme follows isSSLEnabled alone.
-    return std::string(isSSLEnabled() ? "https" : "http") + "://" + address();
-}
-
 ZVJIRADeploymentType ZVJIRAIntegration::presumedDeploymentType() const {
     if (isHostedUnder(cloudDomain)) return ZVJIRADeploymentType::cloud;
     const auto known = deploymentType();
@@ -165,15 +159,18 @@ ZVJIRADeploymentType ZVJIRAIntegration::presumedDeploymentType() const {
 }
 
 ZVJIRADeploymentType ZVJIRAIntegration::detectDeploymentType() {
-    const std::string url = JIRABaseURL() + serverInfoPath;
-    const auto info = downloadCenter().downloadJSONDictionary(url);
-    const auto answer = info && lastResponseSucceeded() ? ZVJSON::string(*info, "deploymentType") : std::nullopt;
-    ZVJIRADeploymentType detected;
-    if (answer) {
-        detected = *answer == cloudDeploymentName ? ZVJIRADeploymentType::cloud : ZVJIRADeploymentType::dataCenter;
-    } else {
-        detected = presumedDeploymentType();
+    ZVServiceRequest serverInfo = ZVServiceRequest::get(serverInfoPath);
+    serverInfo.sendsCredentials = false;
+    std::optional<std::string> answer;
+    try {
+        answer = ZVJSON::string(sendForJSON(serverInfo), "deploymentType");
+    } catch (const ZVIntegrationError&) {
+        // Hidden behind a proxy, or no answer: the requests that follow say more.
     }
+    const ZVJIRADeploymentType detected =
+        !answer                          ? presumedDeploymentType()
+        : *answer == cloudDeploymentName ? ZVJIRADeploymentType::cloud
+                                         : ZVJIRADeploymentType::dataCenter;
     ZVLog([&] {
         return name() + " is a " + deploymentName(detected) + " deployment (" +
                (answer ? "deploymentType " + *answer : std::string("no server information")) + ")";
@@ -182,23 +179,42 @@ ZVJIRADeploymentType ZVJIRAIntegration::detectDeploymentType() {
     return detected;
 }
 
+bool ZVJIRAIntegration::isOnCloud() const {
+    const auto known = deploymentType();
+    return (known == ZVJIRADeploymentType::unknown ? presumedDeploymentType() : known) == ZVJIRADeploymentType::cloud;
+}
+
+ZVCredentialStyle ZVJIRAIntegration::credentialStyle() const {
+    if (isOnCloud()) return {ZVCredentialStyle::Kind::basicUsernamePassword};
+    if (usesPersonalAccessToken()) return {ZVCredentialStyle::Kind::bearerToken};
+    if (_hasValidCookie()) return {};
+    return {ZVCredentialStyle::Kind::basicUsernamePassword};
+}
+
+bool ZVJIRAIntegration::endsRefusedSession(const ZVCredentialStyle& sent) {
+    // Only a request without credentials leant on the cookie.
+    if (sent.kind != ZVCredentialStyle::Kind::none || !usesSessionCookie()) return false;
+    ZVLog([&] { return name() + ": the server ended the session; logging in again"; });
+    _invalidateCookie();
+    return true;
+}
+
 std::string ZVJIRAIntegration::sessionOwner() const {
-    return usernamePasswordAuthentication().username() + " at " + JIRABaseURL();
+    return usernamePasswordAuthentication().username() + " at " + baseURL();
 }
 
-bool ZVJIRAIntegration::usesSessionCookie(ZVJIRADeploymentType deployment) const {
-    return deployment != ZVJIRADeploymentType::cloud && !usesPersonalAccessToken() && !ignoresSessionCookies();
+bool ZVJIRAIntegration::usesSessionCookie() const {
+    return !isOnCloud() && !usesPersonalAccessToken() && !ignoresSessionCookies();
 }
 
-bool ZVJIRAIntegration::_hasValidCookie() {
-    if (ignoresSessionCookies()) return false;
+bool ZVJIRAIntegration::_hasValidCookie() const {
+    if (!usesSessionCookie()) return false;
     {
         // The cookie of an anonymous request holds no session.
         std::lock_guard lock(_sessionLock);
         if (_loggedInAs != sessionOwner()) return false;
     }
-    const std::string cookieURL = JIRABaseURL() + favouriteFiltersPath;
-    for (const auto& cookie : downloadCenter().cookies(cookieURL)) {
+    for (const auto& cookie : ZVHTTPSession::shared()->cookies(baseURL() + favouriteFiltersPath)) {
         if (cookie.name != sessionCookieName) continue;
         return !cookie.expires || *cookie.expires > ZVNow();
     }
@@ -210,90 +226,43 @@ void ZVJIRAIntegration::_invalidateCookie() {
         std::lock_guard lock(_sessionLock);
         _loggedInAs.clear();
     }
-    downloadCenter().clearCookies(JIRABaseURL() + favouriteFiltersPath);
+    ZVHTTPSession::shared()->clearCookies(baseURL() + favouriteFiltersPath);
 }
 
-void ZVJIRAIntegration::addCredentialsUnlessLoggedIn(ZVURLRequest& request) {
-    if (_hasValidCookie()) return;
-    const auto& credentials = usernamePasswordAuthentication();
-    request.setUsername(credentials.username(), credentials.password());
-}
-
-ZVJIRAIntegration::RequestModifier ZVJIRAIntegration::credentialsModifier(ZVJIRADeploymentType deployment) {
-    // Cloud and personal access tokens send the credentials with every
-    // request and never lean on a session cookie.
-    if (deployment == ZVJIRADeploymentType::cloud) return basicAuthenticationFromCredentials();
-    if (usesPersonalAccessToken()) return bearerAuthentication(usernamePasswordAuthentication().password());
-    return [this](ZVURLRequest& request) { addCredentialsUnlessLoggedIn(request); };
-}
-
-void ZVJIRAIntegration::requireAcceptedCredentials(ZVJIRADeploymentType deployment) {
-    ZVDownloadCenter& center = downloadCenter();
-    if (center.lastHTTPStatusCode() != unauthorizedStatus) return;
-    const std::string body = center.lastResponse() ? center.lastResponse()->body : std::string();
-    ZVLog([&] { return "Credentials refused: " + body; });
-    // Cloud says so whatever it was detected as; a password on Data Center
-    // keeps its old way through the reply's shape.
-    if (body.find(cloudPasswordRefusal) != std::string::npos)
-        throw ZVIntegrationErrorWithFailureReason(
-            ZVLocalizedString("Jira Cloud needs an API token instead of your password"));
-    if (deployment == ZVJIRADeploymentType::cloud)
-        throw ZVIntegrationErrorWithFailureReason(
-            ZVLocalizedString("Jira Cloud did not accept the e-mail address and API token."));
-    if (usesPersonalAccessToken())
-        throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Jira did not accept the personal access token."));
-    throw ZVIntegrationAuthenticationError();
-}
-
-nlohmann::json ZVJIRAIntegration::requireReply(const std::string& url, const RequestModifier& modifier,
-                                               ZVJIRADeploymentType deployment, bool dictionaryOnly) {
-    ZVDownloadCenter& center = downloadCenter();
-    const auto download = [&] {
-        return dictionaryOnly ? center.downloadJSONDictionary(url, modifier) : center.downloadJSON(url, modifier);
-    };
-    // The modifier sends the credentials exactly when this is false.
-    bool leansOnSession = usesSessionCookie(deployment) && _hasValidCookie();
-    auto reply = download();
-    if (leansOnSession && center.lastHTTPStatusCode() == unauthorizedStatus) {
-        ZVLog([&] { return name() + ": the server ended the session; logging in again"; });
-        _invalidateCookie();
-        leansOnSession = false;
-        reply = download();
-    }
+nlohmann::json ZVJIRAIntegration::sendForJIRA(const ZVServiceRequest& request, const std::string& wrongShape) {
+    const ZVServiceReply reply = send(request);
     // A session begins where the answer to the credentials sets the cookie.
-    if (usesSessionCookie(deployment) && !leansOnSession && lastResponseSucceeded() && setsSessionCookie(center)) {
+    if (usesSessionCookie() && setsSessionCookie(reply)) {
         std::lock_guard lock(_sessionLock);
         _loggedInAs = sessionOwner();
     }
-    requireAcceptedCredentials(deployment);
-    requireEndpointNotGone(url);
-    if (!reply) throw ZVIntegrationNoConnectionError();
-    return std::move(*reply);
+    auto json = reply.json();
+    if (!json) throw ZVIntegrationErrorWithFailureReason(wrongShape);
+    return std::move(*json);
 }
 
 ZVIntegration::ProjectList ZVJIRAIntegration::loadRemoteProjects() {
-    const ZVJIRADeploymentType deployment = detectDeploymentType();
-    return synchronizationTypeRawValue() == 0 ? _synchronizeWithProjects(deployment)
-                                              : _synchronizeWithFilters(deployment);
+    detectDeploymentType();
+    return synchronizationTypeRawValue() == 0 ? _synchronizeWithProjects() : _synchronizeWithFilters();
 }
 
-std::vector<nlohmann::json> ZVJIRAIntegration::projectObjects(ZVJIRADeploymentType deployment,
-                                                              const RequestModifier& modifier) {
-    const auto invalid = [](const nlohmann::json& reply) {
+std::vector<nlohmann::json> ZVJIRAIntegration::projectObjects() {
+    const std::string invalidProjects = ZVLocalizedString("Invalid project data received.");
+    const auto invalid = [&](const nlohmann::json& reply) {
         ZVLog([&] { return "Projects aren't in an array! " + reply.dump(); });
-        return ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Invalid project data received."));
+        return ZVIntegrationErrorWithFailureReason(invalidProjects);
     };
-    if (deployment != ZVJIRADeploymentType::cloud) {
-        const auto reply = requireReply(JIRABaseURL() + projectsPath, modifier, deployment, false);
+    if (!isOnCloud()) {
+        const auto reply = sendForJIRA(ZVServiceRequest::get(projectsPath), invalidProjects);
         auto projects = arrayOfDictionaries(reply);
         if (!projects) throw invalid(reply);
         return std::move(*projects);
     }
     std::vector<nlohmann::json> projects;
     ZVPaging::walkOffsetPages([&](std::size_t startAt) {
-        const std::string url = JIRABaseURL() + cloudProjectsPath + "?startAt=" + std::to_string(startAt) +
-                                "&maxResults=" + std::to_string(cloudProjectsPageSize);
-        const auto page = requireReply(url, modifier, deployment, true);
+        const std::string path = std::string(cloudProjectsPath) + "?startAt=" + std::to_string(startAt) +
+                                 "&maxResults=" + std::to_string(cloudProjectsPageSize);
+        const auto page = sendForJIRA(ZVServiceRequest::get(path), invalidProjects);
         auto values = ZVJSON::arrayOfDictionaries(page, "values");
         if (!values) throw invalid(page);
         projects.insert(projects.end(), values->begin(), values->end());
@@ -302,15 +271,13 @@ std::vector<nlohmann::json> ZVJIRAIntegration::projectObjects(ZVJIRADeploymentTy
     return projects;
 }
 
-void ZVJIRAIntegration::searchIssues(ZVJIRADeploymentType deployment, const std::string& encodedQuery,
-                                     const RequestModifier& modifier, const IssuesHandler& takeIssues) {
-    const std::string base = JIRABaseURL();
-    if (deployment != ZVJIRADeploymentType::cloud) {
+void ZVJIRAIntegration::searchIssues(const std::string& encodedQuery, const IssuesHandler& takeIssues) {
+    if (!isOnCloud()) {
         // A page short of the size asked for is the last one.
         ZVPaging::walkOffsetPages([&](std::size_t startAt) {
-            const std::string url = base + searchPath + "?jql=" + encodedQuery + "&startAt=" + std::to_string(startAt) +
-                                    "&maxResults=" + std::to_string(issuesPageSize);
-            const auto page = requireReply(url, modifier, deployment, true);
+            const std::string path = std::string(searchPath) + "?jql=" + encodedQuery + "&startAt=" +
+                                     std::to_string(startAt) + "&maxResults=" + std::to_string(issuesPageSize);
+            const auto page = sendForJIRA(ZVServiceRequest::get(path), invalidIssueData());
             const auto issues = ZVJSON::arrayOfDictionaries(page, "issues");
             if (!issues) throwInvalidIssueData(page);
             takeIssues(*issues);
@@ -320,10 +287,10 @@ void ZVJIRAIntegration::searchIssues(ZVJIRADeploymentType deployment, const std:
         return;
     }
     ZVPaging::walkTokenPages([&](const std::optional<std::string>& token) {
-        std::string url = base + cloudSearchPath + "?jql=" + encodedQuery + "&fields=" + cloudIssueFields +
-                          "&maxResults=" + std::to_string(cloudIssuesPageSize);
-        if (token) url += "&nextPageToken=" + ZVPercentEncoded(*token);
-        const auto page = requireReply(url, modifier, deployment, true);
+        std::string path = std::string(cloudSearchPath) + "?jql=" + encodedQuery + "&fields=" + cloudIssueFields +
+                           "&maxResults=" + std::to_string(cloudIssuesPageSize);
+        if (token) path += "&nextPageToken=" + ZVPercentEncoded(*token);
+        const auto page = sendForJIRA(ZVServiceRequest::get(path), invalidIssueData());
         const auto issues = ZVJSON::arrayOfDictionaries(page, "issues");
         if (!issues) throwInvalidIssueData(page);
         takeIssues(*issues);
@@ -332,12 +299,11 @@ void ZVJIRAIntegration::searchIssues(ZVJIRADeploymentType deployment, const std:
     });
 }
 
-ZVIntegration::ProjectList ZVJIRAIntegration::_synchronizeWithProjects(ZVJIRADeploymentType deployment) {
-    const auto modifier = credentialsModifier(deployment);
+ZVIntegration::ProjectList ZVJIRAIntegration::_synchronizeWithProjects() {
     const auto self = shared_from_this();
     ProjectList projects;
     std::map<std::string, ZVIntegrationProject::Pointer> projectsByKey;
-    for (const auto& projectObject : projectObjects(deployment, modifier)) {
+    for (const auto& projectObject : projectObjects()) {
         const auto name = ZVJSON::string(projectObject, "name");
         const auto key = ZVJSON::string(projectObject, "key");
         if (!name || !key) {
@@ -351,7 +317,7 @@ ZVIntegration::ProjectList ZVJIRAIntegration::_synchronizeWithProjects(ZVJIRADep
     }
 
     const char* query = includesUnassignedIssues() ? JQLQuery::unassignedIssues : JQLQuery::onlyAssignedIssues;
-    searchIssues(deployment, query, modifier, [&](const std::vector<nlohmann::json>& issues) {
+    searchIssues(query, [&](const std::vector<nlohmann::json>& issues) {
         for (const auto& issue : issues) {
             const auto summary = ZVJSON::string(issue, "[fields][summary]");
             const auto key = ZVJSON::string(issue, "key");
@@ -377,15 +343,15 @@ ZVIntegration::ProjectList ZVJIRAIntegration::_synchronizeWithProjects(ZVJIRADep
     return result;
 }
 
-ZVIntegration::ProjectList ZVJIRAIntegration::_synchronizeWithFilters(ZVJIRADeploymentType deployment) {
-    const bool cloud = deployment == ZVJIRADeploymentType::cloud;
-    const auto modifier = credentialsModifier(deployment);
+ZVIntegration::ProjectList ZVJIRAIntegration::_synchronizeWithFilters() {
+    const bool cloud = isOnCloud();
+    const std::string invalidFilters = ZVLocalizedString("Invalid filter data received.");
     const auto reply =
-        requireReply(JIRABaseURL() + (cloud ? cloudFavouriteFiltersPath : favouriteFiltersPath), modifier, deployment, false);
+        sendForJIRA(ZVServiceRequest::get(cloud ? cloudFavouriteFiltersPath : favouriteFiltersPath), invalidFilters);
     const auto filterObjects = arrayOfDictionaries(reply);
     if (!filterObjects) {
         ZVLog([&] { return "Filters aren't in an array! " + reply.dump(); });
-        throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Invalid filter data received."));
+        throw ZVIntegrationErrorWithFailureReason(invalidFilters);
     }
 
     const auto self = shared_from_this();
@@ -417,10 +383,12 @@ ZVIntegration::ProjectList ZVJIRAIntegration::_synchronizeWithFilters(ZVJIRADepl
         };
 
         if (cloud) {
-            searchIssues(deployment, ZVPercentEncoded("filter=" + *filterID), modifier, addIssues);
+            searchIssues(ZVPercentEncoded("filter=" + *filterID), addIssues);
         } else {
-            // The filter's own search decides how many issues come back.
-            const auto page = requireReply(*searchURL, modifier, deployment, true);
+            // The filter's own search address, as the server gave it, decides
+            // how many issues come back. It gets the credentials only on the
+            // account's own host.
+            const auto page = sendForJIRA(ZVServiceRequest::get(*searchURL), invalidIssueData());
             const auto* issues = ZVJSON::value(page, "issues");
             if (!issues || !issues->is_array()) throwInvalidIssueData(page);
             addIssues(std::vector<nlohmann::json>(issues->begin(), issues->end()));
@@ -440,25 +408,15 @@ void ZVJIRAIntegration::postTime(ZVIntegrationProject& project) {
     body["started"] = startedText(started);
     body["timeSpentSeconds"] = seconds;
 
-    ZVJIRADeploymentType deployment = deploymentType();
-    if (deployment == ZVJIRADeploymentType::unknown) deployment = detectDeploymentType();
-    const bool cloud = deployment == ZVJIRADeploymentType::cloud;
-    const std::string url =
-        JIRABaseURL() + (cloud ? cloudIssuePath : issuePath) + *project.subprojectID() + worklogPathAndQuery;
-    ZVLog([&] { return "Will be posting " + body.dump() + " to URL: " + url; });
+    if (deploymentType() == ZVJIRADeploymentType::unknown) detectDeploymentType();
+    const std::string path =
+        (isOnCloud() ? cloudIssuePath : issuePath) + *project.subprojectID() + worklogPathAndQuery;
+    ZVLog([&] { return "Will be posting " + body.dump() + " to URL: " + URLForPath(path); });
 
-    const auto reply = requireReply(
-        url,
-        chain({credentialsModifier(deployment),
-               [&](ZVURLRequest& request) {
-                   request.method = "POST";
-                   request.addJSONContentToHeader();
-                   request.setJSONBody(body);
-                   request.setUserAgent(infoPageUserAgent());
-               }}),
-        deployment, true);
+    const std::string noID = ZVLocalizedString("No ID found in response.");
+    const auto reply = sendForJIRA(ZVServiceRequest::postJSON(path, std::move(body)), noID);
     if (!ZVJSON::value(reply, "id")) {
         ZVLog([&] { return "No ID found in " + reply.dump(); });
-        throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("No ID found in response."));
+        throw ZVIntegrationErrorWithFailureReason(noID);
     }
 }

@@ -23,17 +23,16 @@ enum class ZVJIRADeploymentType : int { unknown = 0, cloud = 1, dataCenter = 2 }
 /// either the user's open issues grouped by project, or the issues of the
 /// user's favourite filters; time goes to an issue as a worklog.
 ///
-/// Each synchronization first asks the server what it is. On Data Center and
-/// Server the requests log in with the server's session cookie while it is
-/// valid and with the user name and password otherwise, or, when the account
-/// says so, send the password field as a personal access token. On Cloud
-/// every request carries the e-mail address and API token.
+/// Each synchronization first asks the server what it is. On Cloud every
+/// request carries the e-mail address and API token. On Data Center and
+/// Server the requests send the user name and password, or, when the account
+/// says so, the password field as a personal access token; with a password
+/// they lean on the server's session cookie while it is valid.
 ///
 /// The session cookie counts only once the answer to a request with the user
 /// name and password has set it: the same cookie set by an anonymous request
 /// (the server information sets one) is no session. A request that leant on
-/// the cookie and was refused is sent again with the credentials; a 401 to
-/// the credentials themselves means they were refused.
+/// the cookie and was refused is sent again with the credentials.
 class ZVJIRAIntegration : public ZVAddressBasedIntegration {
 public:
     static constexpr const char* synchronizationTypeKey = "KDJIRASynchronizationType";
@@ -83,6 +82,14 @@ public:
     /// keeps its answer; when it gives none, keeps the presumed type.
     ZVJIRADeploymentType detectDeploymentType();
 
+    /// Basic e-mail and API token on Cloud; on Data Center and Server a
+    /// bearer personal access token, or basic user name and password unless
+    /// the session cookie logs the request in.
+    ZVCredentialStyle credentialStyle() const override;
+    /// A request that leant on the session cookie was refused: the server
+    /// ended the session, so the request goes again with the credentials.
+    bool endsRefusedSession(const ZVCredentialStyle& sent) override;
+
     ZVDictionary dictionaryRepresentation() override;
     ProjectList loadRemoteProjects() override;
     void postTime(ZVIntegrationProject& project) override;
@@ -93,40 +100,33 @@ protected:
 private:
     using IssuesHandler = std::function<void(const std::vector<nlohmann::json>& issues)>;
 
-    /// scheme://address, the scheme from isSSLEnabled alone.
-    std::string JIRABaseURL() const;
+    /// Whether the account is on Cloud: as detected, else as presumed.
+    bool isOnCloud() const;
+    /// Whether the requests may lean on the session cookie at all: Data
+    /// Center or Server with a password, the cookies not ignored.
+    bool usesSessionCookie() const;
     /// Whether the server's session cookie may log the requests in: the
     /// answer to the account's credentials set it, and it is still there.
-    bool _hasValidCookie();
+    bool _hasValidCookie() const;
     /// Forgets the session and clears the server's cookies.
     void _invalidateCookie();
     /// Whose session a cookie of the server would hold: address and user.
     std::string sessionOwner() const;
-    /// Whether this deployment's requests may lean on the session cookie.
-    bool usesSessionCookie(ZVJIRADeploymentType deployment) const;
-    /// Adds the credentials unless the session cookie logs the request in.
-    void addCredentialsUnlessLoggedIn(ZVURLRequest& request);
-    /// The credentials as this deployment takes them.
-    RequestModifier credentialsModifier(ZVJIRADeploymentType deployment);
-    /// The reply of a request, after the tests that every reply passes: a
-    /// refused login and a removed endpoint throw errors that say so; no
-    /// reply (or, with `dictionaryOnly`, no JSON object) is no connection.
-    nlohmann::json requireReply(const std::string& url, const RequestModifier& modifier, ZVJIRADeploymentType deployment,
-                                bool dictionaryOnly);
-    /// Throws when the last reply said 401 in a way the user can act upon.
-    void requireAcceptedCredentials(ZVJIRADeploymentType deployment);
+    /// The reply to the request as JSON, through send() and its error
+    /// policy; a reply that is no JSON fails with `wrongShape`. An answer
+    /// that sets the session cookie begins a session.
+    nlohmann::json sendForJIRA(const ZVServiceRequest& request, const std::string& wrongShape);
     /// The projects as the server lists them, each an object.
-    std::vector<nlohmann::json> projectObjects(ZVJIRADeploymentType deployment, const RequestModifier& modifier);
+    std::vector<nlohmann::json> projectObjects();
     /// Runs the query (already encoded for the URL) page by page, handing
     /// each page's issues over.
-    void searchIssues(ZVJIRADeploymentType deployment, const std::string& encodedQuery, const RequestModifier& modifier,
-                      const IssuesHandler& takeIssues);
-    ProjectList _synchronizeWithProjects(ZVJIRADeploymentType deployment);
-    ProjectList _synchronizeWithFilters(ZVJIRADeploymentType deployment);
+    void searchIssues(const std::string& encodedQuery, const IssuesHandler& takeIssues);
+    ProjectList _synchronizeWithProjects();
+    ProjectList _synchronizeWithFilters();
 
     std::atomic<int> _deploymentType{0};
     /// The sessionOwner() whose credentials were answered with the session
     /// cookie; empty while none were, or since the server ended the session.
-    std::mutex _sessionLock;
+    mutable std::mutex _sessionLock;
     std::string _loggedInAs;
 };

@@ -210,15 +210,14 @@ TEST_F(IntegrationTests, AddingAndRemovingProjectsNotifiesAndSaves) {
             EXPECT_EQ(notification.objectAs<ZVIntegration>(), account);
             ++notifications;
         });
+    const auto storedProjectCount = [&] {
+        const ZVDictionary stored = ZVIntegrationCenter::shared().readIntegrationsFromDisk();
+        return stored.at(account->integrationID())["KDIntegrationCachedProjects"].array()->size();
+    };
     auto project = makeNode("Kept", "1");
     account->addProject(project);
     EXPECT_EQ(notifications, 1);
-    EXPECT_EQ(ZVIntegrationCenter::shared()
-                  .readIntegrationsFromDisk()
-                  .at(account->integrationID())["KDIntegrationCachedProjects"]
-                  .array()
-                  ->size(),
-              1u);
+    EXPECT_EQ(storedProjectCount(), 1u);
 
     account->removeProject(makeNode("Kept", "1"));  // equal identifiers, another object
     EXPECT_EQ(notifications, 1);
@@ -227,11 +226,7 @@ TEST_F(IntegrationTests, AddingAndRemovingProjectsNotifiesAndSaves) {
     account->removeProject(project);
     EXPECT_EQ(notifications, 2);
     EXPECT_TRUE(account->availableProjects().empty());
-    EXPECT_TRUE(ZVIntegrationCenter::shared()
-                    .readIntegrationsFromDisk()
-                    .at(account->integrationID())["KDIntegrationCachedProjects"]
-                    .array()
-                    ->empty());
+    EXPECT_EQ(storedProjectCount(), 0u);
     ZVNotificationCenter::shared().removeObserver(token);
 }
 

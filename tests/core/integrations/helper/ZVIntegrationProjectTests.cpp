@@ -14,7 +14,6 @@
 #include "core/integrations/local/ZVNorvoIntegration.h"
 #include "core/log_entries/ZVResetLogEntry.h"
 #include "core/log_entries/ZVTimeLogEntry.h"
-#include "core/log_entries/ZVTimeSetLogEntry.h"
 
 namespace {
 

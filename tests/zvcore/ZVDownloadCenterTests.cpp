@@ -272,6 +272,7 @@ TEST_F(ZVDownloadCenterTests, cookiesAreKeptSentAndClearedPerURL) {
     EXPECT_NE(sent.find("remember=yes"), std::string::npos);
 
     EXPECT_TRUE(center.cookies("http://other.example/").empty());
+    EXPECT_EQ(center.cookies("http://127.0.0.1/").size(), 2u) << "cookies do not tell ports apart";
     center.clearCookies("http://localhost/");
     EXPECT_EQ(center.cookies(server.url("/data")).size(), 2u) << "clearing another host keeps these";
     center.clearCookies(server.url("/"));

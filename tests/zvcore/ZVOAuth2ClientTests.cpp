@@ -60,16 +60,6 @@ protected:
     std::vector<std::string> opened;
 };
 
-TEST_F(ZVOAuth2ClientTests, authorizationURLCarriesClientRedirectAndState) {
-    ZVOAuth2Client client(configuration, session);
-    std::string url = client.authorizationURL("xyz 1");
-    EXPECT_EQ(url.rfind(server.url("/v2/approve_app?"), 0), 0u) << url;
-    EXPECT_EQ(queryValue(url, "client_id"), "client-22-characters!!");
-    EXPECT_EQ(queryValue(url, "redirect_uri"), "norvofreeagent://oauth2/callback");
-    EXPECT_EQ(queryValue(url, "response_type"), "code");
-    EXPECT_EQ(queryValue(url, "state"), "xyz 1");
-}
-
 TEST_F(ZVOAuth2ClientTests, codeIsTradedForTokensThatSignRequests) {
     server.route("POST", "/v2/token_endpoint",
                  FakeResponse::json(R"({"access_token": "at-1", "refresh_token": "rt-1", "token_type": "bearer",)"
@@ -78,6 +68,14 @@ TEST_F(ZVOAuth2ClientTests, codeIsTradedForTokensThatSignRequests) {
     ZVOAuth2Client client(configuration, session);
     auto account = authorize(client);
     ASSERT_TRUE(account);
+    // The browser was sent to the approval page with the client, the redirect and a state.
+    const std::string& approval = opened.back();
+    EXPECT_EQ(approval.rfind(server.url("/v2/approve_app?"), 0), 0u) << approval;
+    EXPECT_EQ(queryValue(approval, "client_id"), "client-22-characters!!");
+    EXPECT_EQ(queryValue(approval, "redirect_uri"), "norvofreeagent://oauth2/callback");
+    EXPECT_EQ(queryValue(approval, "response_type"), "code");
+    EXPECT_FALSE(queryValue(approval, "state").empty());
+    EXPECT_EQ(queryValue(client.authorizationURL("xyz 1"), "state"), "xyz 1");
 
     auto tokenRequest = server.requests("/v2/token_endpoint").at(0);
     auto form = formOf(tokenRequest.body);
@@ -100,6 +98,11 @@ TEST_F(ZVOAuth2ClientTests, codeIsTradedForTokensThatSignRequests) {
     ASSERT_EQ(accounts.size(), 1u);
     EXPECT_EQ(accounts[0]->identifier(), account->identifier());
     EXPECT_EQ(accounts[0]->accessToken(), "at-1");
+
+    // A removed account leaves the key store.
+    again.removeAccount(account->identifier());
+    EXPECT_TRUE(again.accounts().empty());
+    EXPECT_FALSE(keychain.password(account->identifier(), configuration.name));
 }
 
 TEST_F(ZVOAuth2ClientTests, expiredTokenIsRefreshedBeforeTheRequest) {
@@ -154,16 +157,6 @@ TEST_F(ZVOAuth2ClientTests, registryGivesOneClientPerName) {
     ZVOAuth2Client& registered = ZVOAuth2Client::registerClientWithConfiguration(configuration);
     EXPECT_EQ(ZVOAuth2Client::client(configuration.name), &registered);
     EXPECT_EQ(&ZVOAuth2Client::registerClientWithConfiguration(configuration), &registered);
-}
-
-TEST_F(ZVOAuth2ClientTests, removedAccountLeavesTheKeyStore) {
-    server.route("POST", "/v2/token_endpoint", FakeResponse::json(R"({"access_token": "at-1"})"));
-    ZVOAuth2Client client(configuration, session);
-    auto account = authorize(client);
-    ASSERT_TRUE(account);
-    client.removeAccount(account->identifier());
-    EXPECT_TRUE(client.accounts().empty());
-    EXPECT_FALSE(keychain.password(account->identifier(), configuration.name));
 }
 
 }  // namespace

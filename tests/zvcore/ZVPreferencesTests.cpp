@@ -102,8 +102,13 @@ TEST(ZVPreferencesTests, typedValuesWithDefaults) {
     EXPECT_FALSE(preferences.value("KDNumber"));
 }
 
-TEST(ZVPreferencesTests, performWritesTheFileThatAFreshStoreReads) {
+TEST(ZVPreferencesTests, performWritesTheFileThatAFreshStoreReadsUnlessToldNotToSynchronize) {
     TemporaryHome home;
+    ZVPreferences::shared().perform([](ZVPreferences& p) { p.setBoolean(true, "KDFlag"); }, false);
+    EXPECT_FALSE(std::filesystem::exists(home.preferencesFile()));
+    ZVPreferences::shared().reload();
+    EXPECT_FALSE(ZVPreferences::shared().boolean("KDFlag"));
+
     ZVPreferences::shared().perform([](ZVPreferences& p) {
         p.setBoolean(true, "KDShowTimeInStatusBar");
         p.setInteger(900, "KDRoundingBase");
@@ -114,14 +119,6 @@ TEST(ZVPreferencesTests, performWritesTheFileThatAFreshStoreReads) {
     EXPECT_TRUE(fresh.boolean("KDShowTimeInStatusBar"));
     EXPECT_EQ(fresh.integer("KDRoundingBase"), 900);
     EXPECT_EQ(fresh.value("KDRecentIntegrations"), ZVValue(ZVArray{"a", "b"}));
-}
-
-TEST(ZVPreferencesTests, withoutSynchronizeNothingIsWritten) {
-    TemporaryHome home;
-    ZVPreferences::shared().perform([](ZVPreferences& p) { p.setBoolean(true, "KDFlag"); }, false);
-    EXPECT_FALSE(std::filesystem::exists(home.preferencesFile()));
-    ZVPreferences::shared().reload();
-    EXPECT_FALSE(ZVPreferences::shared().boolean("KDFlag"));
 }
 
 TEST(ZVPathsTests, writesThroughASymbolicLinkAndClearsOnlyItsOwnLeftovers) {

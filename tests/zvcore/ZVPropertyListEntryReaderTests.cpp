@@ -107,15 +107,4 @@ TEST(ZVPropertyListEntryReaderTests, corruptTextIsRefusedAfterWhatever) {
     EXPECT_TRUE(empty->empty());
 }
 
-TEST(ZVPropertyListEntryReaderTests, anEntryIsItsOwnSliceOfTheWrittenFile) {
-    const ZVDictionary root{{"first", ZVDictionary{{"x", "&"}}}, {"second", ZVDictionary{{"y", ZVArray{1, 2}}}}};
-    const std::string text = ZVPropertyList::writeXML(root);
-    const auto ranges = ZVPropertyList::dictionaryEntryRanges(text);
-    ASSERT_TRUE(ranges);
-    for (const auto& [key, value] : root) {
-        const auto& range = ranges->at(key);
-        EXPECT_EQ(text.substr(range.offset, range.length), ZVPropertyList::dictionaryEntryXML(key, value)) << key;
-    }
-}
-
 }  // namespace

@@ -7,6 +7,8 @@
 #include "core/integrations/authentication/ZVAPITokenAuthentication.h"
 #include "core/integrations/authentication/ZVUsernameAPITokenAuthentication.h"
 #include "core/integrations/authentication/ZVUsernamePasswordAuthentication.h"
+#include "core/log_entries/ZVTimeLogEntry.h"
+#include "core/log_entries/ZVTimeSetLogEntry.h"
 
 namespace {
 
@@ -107,6 +109,13 @@ TEST_F(IntegrationTests, RoundTripKeepsTheTreeAndGivesEveryNodeItsAccount) {
     auto task = makeNode("Task", "c1", 125, "p1");
     task->setAdditionalID("t1");
     task->setFourthID("f1");
+    auto run = std::make_shared<ZVTimeLogEntry>();
+    run->setText("Work");
+    run->setStopDate(clock.now());
+    task->addLogEntry(run);
+    auto timeSet = std::make_shared<ZVTimeSetLogEntry>(task);
+    timeSet->setNewTime(60);
+    task->addLogEntry(timeSet);
     project->addSubproject(task);
     client->addSubproject(project);
     account->addProject(client);
@@ -116,6 +125,10 @@ TEST_F(IntegrationTests, RoundTripKeepsTheTreeAndGivesEveryNodeItsAccount) {
     const ZVDictionary dictionary = account->dictionaryRepresentation();
     EXPECT_EQ(dictionary.at("KDIntegrationClass"), ZVValue("Norvo.ZVTestIntegration"));
     EXPECT_EQ(dictionary.at("KDIntegrationAuthentication"), ZVValue(ZVDictionary{{"KDAuthenticationUsername", "ada"}}));
+    // A node without a sub-identifier writes none, and no node is marked as selected.
+    const ZVDictionary& storedClient = *dictionary.at("KDIntegrationCachedProjects").array()->at(0).dictionary();
+    EXPECT_FALSE(storedClient.contains("KDIntegrationSubprojectID"));
+    EXPECT_FALSE(storedClient.contains("KDIntegrationProjectIsSelected"));
 
     auto read = ZVIntegration::integrationWithDictionary(dictionary);
     ASSERT_NE(read, nullptr);
@@ -130,6 +143,10 @@ TEST_F(IntegrationTests, RoundTripKeepsTheTreeAndGivesEveryNodeItsAccount) {
     EXPECT_EQ(readTask->time(), 125u);
     EXPECT_EQ(readTask->additionalID(), "t1");
     EXPECT_EQ(readTask->fourthID(), "f1");
+    EXPECT_EQ(readTask->parentProject(), projects[0]->subprojects()[0]);
+    ASSERT_EQ(readTask->logEntries().size(), 2u);
+    EXPECT_EQ(readTask->logEntries()[0]->project(), readTask);
+    EXPECT_EQ(readTask->logEntries()[1]->text(), timeSet->text());
     for (const auto& node : {projects[0], projects[0]->subprojects()[0], readTask, projects[1]})
         EXPECT_EQ(node->integration(), read) << node->name();
     EXPECT_EQ(read->usernamePasswordAuthentication().username(), "ada");
@@ -192,15 +209,14 @@ TEST_F(IntegrationTests, AddingAndRemovingProjectsNotifiesAndSaves) {
             EXPECT_EQ(notification.objectAs<ZVIntegration>(), account);
             ++notifications;
         });
+    const auto storedProjectCount = [&] {
+        const ZVDictionary stored = ZVIntegrationCenter::shared().readIntegrationsFromDisk();
+        return stored.at(account->integrationID())["KDIntegrationCachedProjects"].array()->size();
+    };
     auto project = makeNode("Kept", "1");
     account->addProject(project);
     EXPECT_EQ(notifications, 1);
-    EXPECT_EQ(ZVIntegrationCenter::shared()
-                  .readIntegrationsFromDisk()
-                  .at(account->integrationID())["KDIntegrationCachedProjects"]
-                  .array()
-                  ->size(),
-              1u);
+    EXPECT_EQ(storedProjectCount(), 1u);
 
     account->removeProject(makeNode("Kept", "1"));  // equal identifiers, another object
     EXPECT_EQ(notifications, 1);
@@ -209,11 +225,7 @@ TEST_F(IntegrationTests, AddingAndRemovingProjectsNotifiesAndSaves) {
     account->removeProject(project);
     EXPECT_EQ(notifications, 2);
     EXPECT_TRUE(account->availableProjects().empty());
-    EXPECT_TRUE(ZVIntegrationCenter::shared()
-                    .readIntegrationsFromDisk()
-                    .at(account->integrationID())["KDIntegrationCachedProjects"]
-                    .array()
-                    ->empty());
+    EXPECT_EQ(storedProjectCount(), 0u);
     ZVNotificationCenter::shared().removeObserver(token);
 }
 

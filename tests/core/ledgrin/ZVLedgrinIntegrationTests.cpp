@@ -86,15 +86,26 @@ TEST_F(ZVLedgrinIntegrationTest, OfferedOnlyWithAHandlerOfAnIntegrableVersionTes
     unversioned->version.reset();
     ledgrin.setEnvironment(unversioned);
     EXPECT_FALSE(ledgrin.canReceiveTime());
+
+    // Without a desktop nothing is installed and a sending is dropped quietly.
+    ledgrin.setEnvironment(nullptr);
+    EXPECT_FALSE(ledgrin.isInstalled());
+    EXPECT_FALSE(ledgrin.canReceiveTime());
+    ledgrin.addInvoiceItem({1, "x", 1});
 }
 
-TEST_F(ZVLedgrinIntegrationTest, TimeEntryOfAProjectInHoursWithItsLastNote) {
+TEST_F(ZVLedgrinIntegrationTest, TimeEntryOfAProjectInHoursWithItsLastNoteIsHandedOverAtEachSendingAndLeavesTheTime) {
     auto project = ZVIntegrationProject::create("Website", "web");
     project->setTimeWithoutSaving(5400);
     auto entry = ZVLedgrinIntegration::timeEntry(*project, std::nullopt);
     EXPECT_DOUBLE_EQ(entry.time, 1.5);
     EXPECT_DOUBLE_EQ(entry.hourPrice, 0);
     EXPECT_EQ(entry.notes, "");
+    ledgrin.addInvoiceItem(entry);
+    ledgrin.addInvoiceItem(entry);
+    EXPECT_EQ(environment->openedURLs,
+              std::vector<std::string>(2, "ledgrin://timeentry?time=1.5&price=0&note="));
+    EXPECT_EQ(project->time(), 5400u);
 
     auto log = std::make_shared<ZVTimeLogEntry>(project);
     log->setText("Footer & header = 100% done");
@@ -116,20 +127,3 @@ TEST_F(ZVLedgrinIntegrationTest, URLCarriesTimePriceAndEscapedNote) {
     EXPECT_EQ(ZVLedgrinIntegration::invoiceItemURL({0, "", 0.25}), "ledgrin://timeentry?time=0.25&price=0&note=");
 }
 
-TEST_F(ZVLedgrinIntegrationTest, SendingTwiceHandsOverTwoItemsAndLeavesTheTime) {
-    auto project = ZVIntegrationProject::create("Website", "web");
-    project->setTimeWithoutSaving(7200);
-    const auto entry = ZVLedgrinIntegration::timeEntry(*project, 50);
-    ledgrin.addInvoiceItem(entry);
-    ledgrin.addInvoiceItem(entry);
-    ASSERT_EQ(environment->openedURLs.size(), 2u);
-    EXPECT_EQ(environment->openedURLs[0], "ledgrin://timeentry?time=2&price=50&note=");
-    EXPECT_EQ(project->time(), 7200u);
-}
-
-TEST(ZVLedgrinWithoutEnvironmentTest, SendingWithoutADesktopIsDroppedQuietly) {
-    ZVLedgrinIntegration::sharedIntegration().setEnvironment(nullptr);
-    EXPECT_FALSE(ZVLedgrinIntegration::sharedIntegration().isInstalled());
-    EXPECT_FALSE(ZVLedgrinIntegration::sharedIntegration().canReceiveTime());
-    ZVLedgrinIntegration::sharedIntegration().addInvoiceItem({1, "x", 1});
-}

@@ -117,23 +117,9 @@ TEST_F(SynchronizationTest, FailedLoadTellsTheUserUnlessSilencedAndLeavesTheTree
     }
 }
 
-TEST_F(SynchronizationTest, SynchronizeNowDuringARunWarnsAndStartsNothing) {
-    auto account = env.addAccount(server.baseURL());
-    FakeResponse slow = FakeResponse::json(R"([{"id":"1","name":"Alpha"}])");
-    slow.delaySeconds = 0.5;
-    server.route("GET", "/projects", slow);
-    const size_t requestsBefore = projectRequests();
-
-    account->synchronize();  // on the main thread: hands over to the centre
-    // Straight to the centre: env.center() would wait for the run to end.
-    EXPECT_TRUE(ZVIntegrationCenter::shared().synchronizationIsInProgress());
-    account->synchronize();
-    EXPECT_EQ(env.ui.alertMessages(), std::vector<std::string>{"Norvo is already synchronizing projects."});
-    env.waitForSynchronization();
-    EXPECT_EQ(projectRequests(), requestsBefore + 1);
-}
-
-TEST_F(SynchronizationTest, TimerTickDuringARunDoesNothingAtAll) {
+// While a refresh runs, "Synchronize Now" warns and the resync timer does
+// nothing at all: one run, one request.
+TEST_F(SynchronizationTest, SynchronizeNowOrATimerTickDuringARunStartsNothing) {
     auto account = env.addAccount(server.baseURL());
     FakeResponse slow = FakeResponse::json(R"([{"id":"1","name":"Alpha"}])");
     slow.delaySeconds = 0.5;
@@ -141,14 +127,17 @@ TEST_F(SynchronizationTest, TimerTickDuringARunDoesNothingAtAll) {
     const size_t requestsBefore = projectRequests();
     const int startedBefore = started;
 
-    account->synchronize();
-    // The resync timer fires while the refresh runs.
+    account->synchronize();  // on the main thread: hands over to the centre
+    // Straight to the centre: env.center() would wait for the run to end.
+    EXPECT_TRUE(ZVIntegrationCenter::shared().synchronizationIsInProgress());
     env.timers.advance(static_cast<double>(ZVIntegrationCenter::shared().syncPeriod()));
+    EXPECT_TRUE(env.ui.alerts().empty());
+    account->synchronize();
+    EXPECT_EQ(env.ui.alertMessages(), std::vector<std::string>{"Norvo is already synchronizing projects."});
     env.waitForSynchronization();
     EXPECT_EQ(projectRequests(), requestsBefore + 1);
     EXPECT_EQ(started, startedBefore + 1);
     EXPECT_EQ(ended, startedBefore + 1);
-    EXPECT_TRUE(env.ui.alerts().empty());
 }
 
 TEST_F(SynchronizationTest, TerminationWaitsForTheRunAndSkipsTheRemainingAccounts) {

@@ -154,25 +154,17 @@ TEST_F(AddressBasedIntegrationTests, DictionaryRoundTripKeepsAddressSSLAndUserNa
     EXPECT_EQ(address->usernamePasswordAuthentication().password(), "s3cret");
 }
 
-TEST_F(AddressBasedIntegrationTests, OldDictionaryIsCleanedAndWithoutSSLKeyReadsSSLOff) {
+TEST_F(AddressBasedIntegrationTests, OldDictionaryIsCleanedReadsSSLOffWithoutItsKeyAndNamesAnUnnamedAccount) {
     const ZVDictionary old{{"KDIntegrationClass", "Norvo.ZVTestAddressBasedIntegration"},
-                           {"KDIntegrationName", "Old"},
+                           {"KDIntegrationName", ""},
                            {"KDIntegrationAddress", "https://old.example.com/"}};
     auto read = std::dynamic_pointer_cast<ZVTestAddressBasedIntegration>(ZVIntegration::integrationWithDictionary(old));
     ASSERT_NE(read, nullptr);
     EXPECT_FALSE(read->isSSLEnabled());
     EXPECT_EQ(read->address(), "old.example.com");
+    EXPECT_EQ(read->name(), "Address Test (old.example.com)");
     // The credential was made from the address as stored, before cleaning.
     EXPECT_EQ(read->authentication()->accountInformation(), "https://old.example.com/");
-}
-
-TEST_F(AddressBasedIntegrationTests, EmptyStoredNameBecomesServiceAndAddress) {
-    const ZVDictionary stored{{"KDIntegrationClass", "Norvo.ZVTestAddressBasedIntegration"},
-                              {"KDIntegrationName", ""},
-                              {"KDIntegrationAddress", "tracker.example.com"}};
-    auto read = ZVIntegration::integrationWithDictionary(stored);
-    ASSERT_NE(read, nullptr);
-    EXPECT_EQ(read->name(), "Address Test (tracker.example.com)");
 }
 
 }  // namespace

@@ -117,14 +117,6 @@ TEST_F(AuthenticationTests, WithoutAUserNameTheStoreIsNeitherAskedNorWritten) {
     EXPECT_EQ(keychain.password("", account), "s3cret");
 }
 
-TEST_F(AuthenticationTests, EmptySecretNeverOverwritesAStoredOne) {
-    keychain.savePassword("s3cret", "ada", account);
-    ZVUsernamePasswordAuthentication credential(withUser, account);
-    credential.setPassword("");
-    credential.saveKeychainInformation();
-    EXPECT_EQ(keychain.password("ada", account), "s3cret");
-}
-
 TEST_F(AuthenticationTests, NoDictionaryHoldsASecretAndAMissingTokenIsNotWrittenBack) {
     ZVAPITokenAuthentication token({}, account);
     EXPECT_EQ(token.APIToken(), "");
@@ -147,7 +139,7 @@ TEST_F(AuthenticationTests, NoDictionaryHoldsASecretAndAMissingTokenIsNotWritten
     EXPECT_EQ(keychain.itemCount(), 1u);
 }
 
-TEST_F(AuthenticationTests, ChangedUserNameAddsANewItemAndLeavesTheOld) {
+TEST_F(AuthenticationTests, ChangedUserNameAddsANewItemAndAnEmptySecretNeverOverwritesAStoredOne) {
     ZVUsernamePasswordAuthentication credential(withUser, account);
     credential.setPassword("s3cret");
     credential.saveKeychainInformation();
@@ -155,6 +147,11 @@ TEST_F(AuthenticationTests, ChangedUserNameAddsANewItemAndLeavesTheOld) {
     credential.saveKeychainInformation();
     EXPECT_EQ(keychain.password("ada", account), "s3cret");
     EXPECT_EQ(keychain.password("grace", account), "s3cret");
+
+    ZVUsernamePasswordAuthentication emptied(withUser, account);
+    emptied.setPassword("");
+    emptied.saveKeychainInformation();
+    EXPECT_EQ(keychain.password("ada", account), "s3cret");
 }
 
 TEST_F(AuthenticationTests, OAuth2CodeIsStoredOnlyWhenThere) {

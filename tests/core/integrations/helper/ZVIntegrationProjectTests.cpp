@@ -14,7 +14,6 @@
 #include "core/integrations/local/ZVNorvoIntegration.h"
 #include "core/log_entries/ZVResetLogEntry.h"
 #include "core/log_entries/ZVTimeLogEntry.h"
-#include "core/log_entries/ZVTimeSetLogEntry.h"
 
 namespace {
 
@@ -361,42 +360,6 @@ TEST(ProjectDictionaryTest, WrongTypesReadAsDefaultsAndAMissingIdentifierAsAFres
     EXPECT_TRUE(std::regex_match(project->projectID(), uuid)) << project->projectID();
     EXPECT_NE(project->projectID(), second->projectID());
     EXPECT_TRUE(std::regex_match(ZVIntegrationProject::create()->projectID(), uuid));
-}
-
-TEST(ProjectDictionaryTest, TreeWithLogsSurvivesARoundTrip) {
-    TimerTestEnvironment environment;
-    auto account = RecordingIntegration::make("Work");
-    auto root = ZVIntegrationProject::create("Root", "1");
-    root->setIntegration(account);
-    root->setFourthID("f");
-    root->setTimeWithoutSaving(42);
-    auto child = ZVIntegrationProject::create("Child", "1", "c");
-    child->setAdditionalID("a");
-    root->addSubproject(child);
-    auto run = std::make_shared<ZVTimeLogEntry>();
-    run->setText("Work");
-    run->setStopDate(environment.clock.now());
-    child->addLogEntry(run);
-    auto timeSet = std::make_shared<ZVTimeSetLogEntry>(child);
-    timeSet->setNewTime(60);
-    child->addLogEntry(timeSet);
-
-    const ZVDictionary stored = root->dictionaryRepresentation();
-    EXPECT_EQ(stored.count("KDIntegrationSubprojectID"), 0u);
-    EXPECT_EQ(stored.count("KDIntegrationProjectIsSelected"), 0u);
-
-    auto read = ZVIntegrationProject::createWithDictionary(stored, account);
-    EXPECT_EQ(read->dictionaryRepresentation(), stored);
-    EXPECT_EQ(read->fourthID(), "f");
-    EXPECT_EQ(read->time(), 42u);
-    ASSERT_EQ(read->subprojects().size(), 1u);
-    const auto& readChild = read->subprojects()[0];
-    EXPECT_EQ(readChild->parentProject(), read);
-    EXPECT_EQ(readChild->integration(), account);
-    EXPECT_TRUE(readChild->isEqualToProject(*child));
-    ASSERT_EQ(readChild->logEntries().size(), 2u);
-    EXPECT_EQ(readChild->logEntries()[1]->text(), timeSet->text());
-    EXPECT_EQ(readChild->logEntries()[0]->project(), readChild);
 }
 
 TEST(ProjectDictionaryTest, RecordsThatCannotBeReadAreSkipped) {

@@ -72,17 +72,25 @@ TEST(TokenPaging, ARepeatedTokenEndsWithAnError) {
     EXPECT_EQ(script.askedTokens.size(), 3u);
 }
 
-TEST(TokenPaging, StopsWithAnErrorAfterTheMostPages) {
+TEST(Paging, PagesWithoutEndStopWithAnErrorAfterTheMostPages) {
+    const std::string reason = "The server kept sending more pages, so the list could not be loaded completely.";
     LogCapture log;
     int asked = 0;
-    const auto endless = [&](const std::optional<std::string>&) {
+    const auto endlessTokens = [&](const std::optional<std::string>&) {
         ++asked;
         return TokenPage{1, false, "t" + std::to_string(asked)};
     };
-    EXPECT_EQ(failureReason([&] { ZVPaging::walkTokenPages(endless, 25); }),
-              "The server kept sending more pages, so the list could not be loaded completely.");
+    EXPECT_EQ(failureReason([&] { ZVPaging::walkTokenPages(endlessTokens, 25); }), reason);
     EXPECT_EQ(asked, 25);
     EXPECT_TRUE(log.contains("Gave up paging after 25 pages")) << log.joined();
+
+    asked = 0;
+    const auto endlessOffsets = [&](std::size_t) {
+        ++asked;
+        return OffsetPage{1, false};
+    };
+    EXPECT_EQ(failureReason([&] { ZVPaging::walkOffsetPages(endlessOffsets, 12); }), reason);
+    EXPECT_EQ(asked, 12);
 }
 
 TEST(TokenPaging, APageThatComesBackUnderANewTokenEndsWithAnError) {
@@ -117,18 +125,6 @@ TEST(OffsetPaging, AnEmptyPageEndsAPagingThatNeverSaysLast) {
         return OffsetPage{startAt < 100 ? 50u : 0u, false};
     });
     EXPECT_EQ(starts, (std::vector<std::size_t>{0, 50, 100}));
-
-    int asked = 0;
-    EXPECT_EQ(failureReason([&] {
-                  ZVPaging::walkOffsetPages(
-                      [&](std::size_t) {
-                          ++asked;
-                          return OffsetPage{1, false};
-                      },
-                      12);
-              }),
-              "The server kept sending more pages, so the list could not be loaded completely.");
-    EXPECT_EQ(asked, 12);
 }
 
 TEST(OffsetPaging, APageThatHoldsWhatAnEarlierPageHeldEndsWithAnError) {

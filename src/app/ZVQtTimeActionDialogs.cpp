@@ -78,11 +78,11 @@ void ZVQtTimeActionDialogs::runTimeMover(ZVTimeMover& mover) {
     projectButton->setMenu(projectMenu);
     ChoiceTarget target([&](const std::shared_ptr<ZVIntegrationProject>& project) {
         mover.selectProject(project);
-        projectButton->setText(QString::fromStdString(mover.projectPopUpTitle()));
+        projectButton->setText(ZVPlainTitle(mover.projectPopUpTitle()));
     });
     ZVMenuRenderer::rebuildOnOpening(*projectMenu,
                                      [&] { return projectSelectionMenu(&target, mover.selectedProject()); });
-    projectButton->setText(QString::fromStdString(mover.projectPopUpTitle()));
+    projectButton->setText(ZVPlainTitle(mover.projectPopUpTitle()));
 
     auto* hours = timeField(0, 99, QStringLiteral("hours"));
     auto* minutes = timeField(0, 59, QStringLiteral("minutes"));

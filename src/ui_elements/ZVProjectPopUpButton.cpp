@@ -10,6 +10,7 @@
 #include "core/integrations/helper/ZVIntegrationProject.h"
 #include "core/integrations/local/ZVNorvoIntegration.h"
 #include "ui_elements/ZVMenuRenderer.h"
+#include "ui_elements/ZVQtLocalization.h"
 
 ZVProjectPopUpButton::ZVProjectPopUpButton(ZVApplicationCommands& commands, QWidget* parent)
     : QPushButton(parent), _commands(commands) {
@@ -35,8 +36,7 @@ ZVProjectPopUpButton::~ZVProjectPopUpButton() {
 
 void ZVProjectPopUpButton::updateTitle() {
     auto project = ZVIntegrationCenter::shared().currentProject();
-    setText(project ? QString::fromStdString(project->name())
-                    : QString::fromStdString(ZVLocalizedString("No project selected")));
+    setText(project ? ZVPlainTitle(project->name()) : ZVLocalizedQString("No project selected"));
     setToolTip(project ? QString::fromStdString(project->fullProjectPath()) : QString());
 }
 

@@ -1,3 +1,4 @@
+#include <QKeySequence>
 #include <QLineEdit>
 #include <QMenu>
 #include <QPushButton>
@@ -49,6 +50,15 @@ TEST_F(ZVNorvoAppDelegateTest, PickerReadsNoProjectUntilOneIsChosenFromItsMenu) 
     EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), project);
     EXPECT_EQ(picker.text(), u"Website"_s);
     EXPECT_EQ(picker.toolTip(), QString::fromUtf8("Projects ➔ Website"));
+
+    // Names are shown as typed: a '&' never becomes a keyboard accelerator.
+    for (const char* name : {"Müller & Söhne", "R&D", "A && B", "&Start"}) {
+        project->setName(name);
+        ZVIntegrationCenter::shared().setCurrentProject(nullptr);
+        ZVIntegrationCenter::shared().setCurrentProject(project);
+        EXPECT_TRUE(QKeySequence::mnemonic(picker.text()).isEmpty()) << name;
+        EXPECT_EQ(QString(picker.text()).replace(u"&&"_s, u"&"_s), QString::fromUtf8(name));
+    }
 }
 
 TEST_F(ZVNorvoAppDelegateTest, StartStopButtonAndClockFollowTheHeartBeat) {

@@ -27,6 +27,9 @@ public:
     /// The window that alerts are centred on, or none for the screen.
     void setParentWindow(QWidget* window) { _parentWindow = window; }
 
+    /// How long an alert that ignores key presses at first takes none.
+    static constexpr int keyGuardMilliseconds = 1500;
+
     /// The index of the button that Escape presses, or -1 when Escape does nothing.
     static int escapeButtonIndex(const std::vector<std::string>& buttons);
 

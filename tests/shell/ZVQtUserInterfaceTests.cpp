@@ -1,4 +1,5 @@
 #include <QCheckBox>
+#include <QElapsedTimer>
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -129,4 +130,35 @@ TEST_F(ZVQtUserInterfaceTest, TextFieldAlertGivesTheTextOrNothing) {
 
     whenModalAppears([](QWidget& modal) { pressKey(modal, Qt::Key_Escape); });
     EXPECT_EQ(ui.runModalWithTextField(alertWith({"Post", "Cancel"}), "draft", false), std::nullopt);
+}
+
+// An alert that comes up by itself takes no key until it has been up for a
+// moment: a Return typed for another window must not answer it.
+TEST_F(ZVQtUserInterfaceTest, AnAlertThatIgnoresKeysAtFirstTakesReturnOnlyAfterAMoment) {
+    ZVAlert alert = alertWith({"Keep", "Remove"});
+    alert.ignoresKeyPressesAtFirst = true;
+    bool upAfterEarlyKeys = false;
+    QElapsedTimer shown;
+    qint64 answeredAfter = 0;
+    whenModalAppears([&](QWidget& modal) {
+        shown.start();
+        QTimer::singleShot(800, &modal, [&] {
+            for (int key : {Qt::Key_Return, Qt::Key_Space, Qt::Key_Escape}) {
+                QWidget* target = modal.focusWidget() ? modal.focusWidget() : &modal;
+                pressKey(*target, key);
+            }
+            upAfterEarlyKeys = modal.isVisible();
+        });
+        QTimer::singleShot(ZVQtUserInterface::keyGuardMilliseconds + 100, &modal, [&] {
+            answeredAfter = shown.elapsed();
+            pressKey(modal.focusWidget() ? *modal.focusWidget() : modal, Qt::Key_Return);
+        });
+    });
+    EXPECT_EQ(ui.runModal(alert).buttonIndex, 0) << "Return answers the first button once keys count";
+    EXPECT_TRUE(upAfterEarlyKeys) << "Return, Space and Escape at 0.8 seconds answered the alert";
+    EXPECT_GE(answeredAfter, ZVQtUserInterface::keyGuardMilliseconds);
+
+    // An ordinary alert takes Return at once.
+    whenModalAppears([](QWidget& modal) { pressKey(modal, Qt::Key_Return); });
+    EXPECT_EQ(ui.runModal(alertWith({"Keep", "Remove"})).buttonIndex, 0);
 }

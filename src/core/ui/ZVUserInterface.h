@@ -17,8 +17,8 @@ struct ZVAlert {
     Style style = Style::warning;
     /// An optional check box under the text ("Do not show this message again").
     std::optional<std::string> suppressionButtonTitle;
-    /// No button holds the keyboard focus for the first 0.1 seconds, so that
-    /// a key press meant for something else cannot answer the question.
+    /// Keys count only after the alert has been up for a moment, so that a
+    /// key press meant for something else cannot answer the question.
     bool ignoresKeyPressesAtFirst = false;
 };
 

@@ -27,6 +27,9 @@ ZVProjectPopUpButton::ZVProjectPopUpButton(ZVApplicationCommands& commands, QWid
                                                       [this](const ZVNotification&) { updateTitle(); }));
     _observations.push_back(notifications.addObserver(ZVIntegrationAvailableProjectsDidChange,
                                                       [this](const ZVNotification&) { updateTitle(); }));
+    // A refresh may have renamed the current project on its server.
+    _observations.push_back(notifications.addObserver(ZVIntegrationCenterSynchronizationDidEndNotification,
+                                                      [this](const ZVNotification&) { updateTitle(); }));
     updateTitle();
 }
 

@@ -59,6 +59,12 @@ TEST_F(ZVNorvoAppDelegateTest, PickerReadsNoProjectUntilOneIsChosenFromItsMenu) 
         EXPECT_TRUE(QKeySequence::mnemonic(picker.text()).isEmpty()) << name;
         EXPECT_EQ(QString(picker.text()).replace(u"&&"_s, u"&"_s), QString::fromUtf8(name));
     }
+
+    // A refresh that renames the current project on its server renames it here.
+    project->setName("Website 2");
+    ZVNotificationCenter::shared().post(ZVIntegrationCenterSynchronizationDidEndNotification);
+    EXPECT_EQ(picker.text(), u"Website 2"_s);
+    EXPECT_EQ(picker.toolTip(), QString::fromUtf8("Projects ➔ Website 2"));
 }
 
 TEST_F(ZVNorvoAppDelegateTest, StartStopButtonAndClockFollowTheHeartBeat) {

@@ -342,8 +342,10 @@ void ZVNorvoAppDelegate::showReleaseNotes() {
         dialog.setWindowTitle(ZVLocalizedQString("What's New in Norvo"));
         auto* layout = new QVBoxLayout(&dialog);
         auto* text = new QLabel(ZVLocalizedQString(
-            "Norvo keeps one timer running against your current project. Pick a project from the project menu or "
-            "find it with the quick search, start the timer, and say what you are working on."));
+            "Norvo keeps one timer running against your current project. Add a project of your own with \"Add "
+            "Project...\" or the projects of an account with \"Add Account...\", both in the timer window; then "
+            "start the timer and say what you are working on. Later projects are chosen in the project menu or "
+            "found with the quick search."));
         text->setWordWrap(true);
         text->setMinimumWidth(360);
         layout->addWidget(text);

@@ -7,6 +7,7 @@
 #include <QFileDialog>
 #include <QFontDatabase>
 #include <QHBoxLayout>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -20,6 +21,8 @@
 #include "app/ZVTimerViewController.h"
 #include "core/actions/ZVActionCenter.h"
 #include "core/heart_beat/ZVHeartBeat.h"
+#include "core/integrations/center/ZVIntegrationCenter.h"
+#include "core/integrations/local/ZVNorvoIntegration.h"
 #include "ui_elements/ZVHeartBeatStateButton.h"
 #include "ui_elements/ZVProjectPopUpButton.h"
 #include "ui_elements/ZVTimeTextField.h"
@@ -27,7 +30,7 @@
 namespace {
 constexpr const char* panelStyle = R"(
 ZVNorvoMainWindow { background-color: #2d2f33; }
-QLabel#timeTextField { color: white; }
+QLabel#timeTextField, QLabel#gettingStartedText { color: white; }
 QLineEdit#currentTaskTextField { color: white; background: transparent; border: 1px solid rgba(255,255,255,0.3);
   border-radius: 4px; padding: 3px; font-weight: bold; }
 QPushButton#projectListPopUpButton { color: white; background: rgba(0,0,0,0.2); border: 1px solid rgba(255,255,255,0.3);
@@ -74,6 +77,30 @@ ZVNorvoMainWindow::ZVNorvoMainWindow(ZVApplicationCommands& commands, QWidget* p
     connect(_currentTaskTextField, &QLineEdit::editingFinished, this, [this] { _commands.timeEntryTextHasChanged(); });
 
     _timerViewController = new ZVTimerViewController(commands, this);
+
+    // A new user has nothing to pick: the two ways to a first project are
+    // offered plainly until there is one.
+    _gettingStarted = new QWidget(this);
+    _gettingStarted->setObjectName(QStringLiteral("gettingStarted"));
+    auto* startLayout = new QVBoxLayout(_gettingStarted);
+    startLayout->setContentsMargins(0, 0, 0, 0);
+    auto* startText = new QLabel(
+        ZVLocalizedQString("To start, add a project of your own, or an account whose projects Norvo fetches."),
+        _gettingStarted);
+    startText->setObjectName(QStringLiteral("gettingStartedText"));
+    startText->setWordWrap(true);
+    startLayout->addWidget(startText);
+    auto* startButtons = new QHBoxLayout();
+    auto* addProject = new QPushButton(ZVLocalizedQString("Add Project..."), _gettingStarted);
+    addProject->setObjectName(QStringLiteral("addProjectButton"));
+    connect(addProject, &QPushButton::clicked, this,
+            [] { ZVNorvoIntegration::sharedIntegration()->addProjectAction(); });
+    auto* addAccount = new QPushButton(ZVLocalizedQString("Add Account..."), _gettingStarted);
+    addAccount->setObjectName(QStringLiteral("addAccountButton"));
+    connect(addAccount, &QPushButton::clicked, this, [this] { _commands.addIntegration(); });
+    startButtons->addWidget(addProject);
+    startButtons->addWidget(addAccount);
+    startLayout->addLayout(startButtons);
 
     _logButton = new QToolButton(this);
     _logButton->setText(ZVLocalizedQString("Log"));
@@ -131,6 +158,7 @@ ZVNorvoMainWindow::ZVNorvoMainWindow(ZVApplicationCommands& commands, QWidget* p
     clock->addWidget(_startStopButton);
     layout->addLayout(clock);
     layout->addWidget(_currentTaskTextField);
+    layout->addWidget(_gettingStarted);
     layout->addWidget(_timerViewController);
     auto* bottom = new QHBoxLayout();
     bottom->addStretch();
@@ -144,6 +172,20 @@ ZVNorvoMainWindow::ZVNorvoMainWindow(ZVApplicationCommands& commands, QWidget* p
     _observations.push_back(ZVNotificationCenter::shared().addObserver(
         ZVHeartBeatStateDidChangeNotification, [this](const ZVNotification&) { _updateStartStopButton(); }));
     _updateStartStopButton();
+    for (const char* name : {ZVIntegrationCenterCurrentProjectDidChangeNotification, ZVIntegrationAvailableProjectsDidChange,
+                             ZVIntegrationCenterSynchronizationDidStartNotification,
+                             ZVIntegrationCenterSynchronizationDidEndNotification})
+        _observations.push_back(ZVNotificationCenter::shared().addObserver(
+            name, [this](const ZVNotification&) { _updateGettingStarted(); }));
+    _updateGettingStarted();
+}
+
+void ZVNorvoMainWindow::_updateGettingStarted() {
+    auto* center = ZVIntegrationCenter::sharedIfExists();
+    const bool noProject = !(center && center->currentProject()) &&
+                           ZVNorvoIntegration::sharedIntegration()->availableProjects().empty() &&
+                           !(center && !center->integrations().empty());
+    _gettingStarted->setVisible(noProject);
 }
 
 ZVNorvoMainWindow::~ZVNorvoMainWindow() {

@@ -35,6 +35,8 @@ public:
     ZVTimerViewController* timerViewController() const { return _timerViewController; }
     ZVHeartBeatStateButton* heartBeatStateButton() const { return _heartBeatStateButton; }
     QWidget* logDrawer() const { return _logDrawer; }
+    /// The way to a first project, shown while there is no project at all.
+    QWidget* gettingStarted() const { return _gettingStarted; }
 
     /// Floating above other windows, or at the normal level.
     void setKeptAboveOtherWindows(bool above);
@@ -59,6 +61,7 @@ protected:
 
 private:
     void _updateStartStopButton();
+    void _updateGettingStarted();
 
     ZVApplicationCommands& _commands;
     ZVProjectPopUpButton* _projectListPopUpButton = nullptr;
@@ -69,6 +72,7 @@ private:
     ZVTimerViewController* _timerViewController = nullptr;
     ZVHeartBeatStateButton* _heartBeatStateButton = nullptr;
     QToolButton* _logButton = nullptr;
+    QWidget* _gettingStarted = nullptr;
     QWidget* _logDrawer = nullptr;
     QPlainTextEdit* _logText = nullptr;
     QButtonGroup* _periodGroup = nullptr;

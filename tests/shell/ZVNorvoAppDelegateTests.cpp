@@ -145,3 +145,23 @@ TEST_F(ZVNorvoAppDelegateTest, WhatsNewComesOnceAndBlocksNothing) {
     delegate->showReleaseNotesOnce();
     EXPECT_FALSE(whatsNew->isVisible());
 }
+
+// A new user meets the two ways to a first project in the window itself.
+TEST_F(ZVNorvoAppDelegateTest, FirstStartOffersAddProjectAndAddAccountUntilThereIsAProject) {
+    QWidget& start = *window().gettingStarted();
+    EXPECT_TRUE(start.isVisibleTo(&window()));
+    ui.answerTextPromptWith(std::string("Website"));
+    start.findChild<QPushButton*>(u"addProjectButton"_s)->click();
+    auto current = ZVIntegrationCenter::shared().currentProject();
+    ASSERT_NE(current, nullptr);
+    EXPECT_EQ(current->name(), "Website");
+    EXPECT_FALSE(start.isVisibleTo(&window()));
+
+    // Removing the last project brings the offer back; an account hides it.
+    ZVIntegrationCenter::shared().setCurrentProject(nullptr);
+    ZVNorvoIntegration::sharedIntegration()->removeProject(current);
+    EXPECT_TRUE(start.isVisibleTo(&window()));
+    addAccount("Jira");
+    ZVNotificationCenter::shared().post(ZVIntegrationCenterSynchronizationDidEndNotification);
+    EXPECT_FALSE(start.isVisibleTo(&window()));
+}

@@ -158,13 +158,13 @@ TEST_F(ZVGermanCatalogTest, MenusAndAlertsSpeakGermanAndFillTheirPlaceholders) {
               "Zeit für „Website“ auf 01:00:00 geändert");
 }
 
-// English has no catalog and keeps its own plural words.
+// English has no catalog and takes its own singular and plural words.
 TEST_F(ZVGermanCatalogTest, CountsTakeTheSingularAndPluralOfTheLanguage) {
     auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
     const std::tuple<const char*, std::uint64_t, const char*> totals[] = {
         {"de", 1, "1 SEKUNDE"},           {"de", 2, "2 SEKUNDEN"},           {"de", 0, "0 SEKUNDEN"},
-        {"de", 61, "1 MINUTE 1 SEK."},    {"de", 125, "2 MINUTEN 5 SEK."},   {"de", 3600, "1 STUNDE 0 MIN."},
-        {"de", 7260, "2 STUNDEN 1 MIN."}, {"en", 61, "1 MINUTES 1 SECONDS"},
+        {"de", 61, "1 MINUTE 1 SEKUNDE"}, {"de", 125, "2 MINUTEN 5 SEKUNDEN"}, {"de", 3600, "1 STUNDE 0 MINUTEN"},
+        {"de", 7260, "2 STUNDEN 1 MINUTE"}, {"en", 61, "1 MINUTE 1 SECOND"}, {"en", 7320, "2 HOURS 2 MINUTES"},
     };
     for (const auto& [lang, seconds, text] : totals) {
         setenv("LANGUAGE", lang, 1);

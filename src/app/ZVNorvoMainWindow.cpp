@@ -2,14 +2,13 @@
 
 #include "ui_elements/ZVQtLocalization.h"
 
-#include <QButtonGroup>
 #include <QCloseEvent>
 #include <QFileDialog>
 #include <QFontDatabase>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
-#include <QPlainTextEdit>
+#include <QSignalBlocker>
 #include <QPushButton>
 #include <QStandardPaths>
 #include <QStyle>
@@ -25,6 +24,7 @@
 #include "core/integrations/local/ZVNorvoIntegration.h"
 #include "ui_elements/ZVHeartBeatStateButton.h"
 #include "ui_elements/ZVProjectPopUpButton.h"
+#include "ui_elements/ZVReceiptDrawerWindow.h"
 #include "ui_elements/ZVTimeTextField.h"
 
 namespace {
@@ -41,7 +41,6 @@ QToolButton::menu-indicator { image: none; }
 QPushButton#startStopButton { color: white; background: rgba(0,0,0,0.25); border: 1px solid rgba(255,255,255,0.4);
   border-radius: 5px; padding: 4px 12px; font-weight: bold; }
 QPushButton#startStopButton[beating="true"] { background: #e5002e; }
-QPlainTextEdit#logText { background: #fbfbf6; color: #222; border: none; }
 )";
 }  // namespace
 
@@ -105,45 +104,19 @@ ZVNorvoMainWindow::ZVNorvoMainWindow(ZVApplicationCommands& commands, QWidget* p
     _logButton = new QToolButton(this);
     _logButton->setText(ZVLocalizedQString("Log"));
     _logButton->setCheckable(true);
-    connect(_logButton, &QToolButton::toggled, this, [this](bool shown) {
-        _logDrawer->setVisible(shown);
-        adjustSize();
+    connect(_logButton, &QToolButton::clicked, this, [this] { _logDrawer->toggle(); });
+
+    // The log drawer: the receipt of the current project for a period, in
+    // a window of its own beside this one.
+    _logDrawer = new ZVReceiptDrawerWindow(*this);
+    connect(_logDrawer, &ZVReceiptDrawerWindow::timePeriodChanged, this, [this] { Q_EMIT timePeriodChanged(); });
+    connect(_logDrawer, &ZVReceiptDrawerWindow::clearRequested, this, [this] { Q_EMIT clearLogRequested(); });
+    connect(_logDrawer, &ZVReceiptDrawerWindow::exportRequested, this, [this] { Q_EMIT exportLogRequested(); });
+    connect(_logDrawer, &ZVReceiptDrawerWindow::shownChanged, this, [this](bool shown) {
+        const QSignalBlocker quiet(_logButton);
+        _logButton->setChecked(shown);
         Q_EMIT logDrawerToggled(shown);
     });
-
-    // The log drawer: the receipt of the current project for a period.
-    _logDrawer = new QWidget(this);
-    auto* drawerLayout = new QVBoxLayout(_logDrawer);
-    drawerLayout->setContentsMargins(0, 0, 0, 0);
-    auto* periods = new QHBoxLayout();
-    _periodGroup = new QButtonGroup(this);
-    const char* periodTitles[] = {ZVLocalizable("30 Days"), ZVLocalizable("7 Days"), ZVLocalizable("Today")};
-    for (int segment = 0; segment < 3; ++segment) {
-        auto* button = new QToolButton(_logDrawer);
-        button->setText(ZVLocalizedQString(periodTitles[segment]));
-        button->setCheckable(true);
-        _periodGroup->addButton(button, segment);
-        periods->addWidget(button);
-    }
-    _periodGroup->button(2)->setChecked(true);
-    connect(_periodGroup, &QButtonGroup::idClicked, this, [this] { Q_EMIT timePeriodChanged(); });
-    periods->addStretch();
-    auto* clear = new QToolButton(_logDrawer);
-    clear->setText(ZVLocalizedQString("Clear"));
-    connect(clear, &QToolButton::clicked, this, [this] { Q_EMIT clearLogRequested(); });
-    auto* exportButton = new QToolButton(_logDrawer);
-    exportButton->setText(ZVLocalizedQString("Export..."));
-    connect(exportButton, &QToolButton::clicked, this, [this] { Q_EMIT exportLogRequested(); });
-    periods->addWidget(clear);
-    periods->addWidget(exportButton);
-    drawerLayout->addLayout(periods);
-    _logText = new QPlainTextEdit(_logDrawer);
-    _logText->setObjectName(QStringLiteral("logText"));
-    _logText->setReadOnly(true);
-    _logText->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
-    _logText->setMinimumHeight(180);
-    drawerLayout->addWidget(_logText);
-    _logDrawer->hide();
 
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(12, 12, 12, 12);
@@ -164,7 +137,6 @@ ZVNorvoMainWindow::ZVNorvoMainWindow(ZVApplicationCommands& commands, QWidget* p
     bottom->addStretch();
     bottom->addWidget(_logButton);
     layout->addLayout(bottom);
-    layout->addWidget(_logDrawer);
     layout->setSizeConstraint(QLayout::SetFixedSize);
     setMinimumWidth(340);
 
@@ -207,11 +179,16 @@ void ZVNorvoMainWindow::setKeptAboveOtherWindows(bool above) {
     if (visible) show();
 }
 
-bool ZVNorvoMainWindow::isLogDrawerShown() const { return _logButton->isChecked(); }
+bool ZVNorvoMainWindow::isLogDrawerShown() const { return _logDrawer->isShown(); }
 
-void ZVNorvoMainWindow::setLogDrawerShown(bool shown) { _logButton->setChecked(shown); }
+void ZVNorvoMainWindow::setLogDrawerShown(bool shown) {
+    if (shown)
+        _logDrawer->show();
+    else
+        _logDrawer->hide();
+}
 
-void ZVNorvoMainWindow::setLogText(const std::string& text) { _logText->setPlainText(QString::fromStdString(text)); }
+void ZVNorvoMainWindow::setLogText(const std::string& text) { _logDrawer->setLogText(QString::fromStdString(text)); }
 
 std::string ZVNorvoMainWindow::currentTaskName() const { return _currentTaskTextField->text().toStdString(); }
 
@@ -219,7 +196,7 @@ void ZVNorvoMainWindow::setCurrentTaskName(const std::string& name) {
     _currentTaskTextField->setText(QString::fromStdString(name));
 }
 
-int ZVNorvoMainWindow::selectedTimePeriod() const { return _periodGroup->checkedId(); }
+int ZVNorvoMainWindow::selectedTimePeriod() const { return _logDrawer->selectedTimePeriod(); }
 
 std::optional<std::string> ZVNorvoMainWindow::chooseCSVExportPath(const std::string& suggestedName) {
     const QString folder = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);

@@ -11,6 +11,7 @@
 #include "preferences/ZVNorvoPreferences.h"
 #include "testkit/ScriptedUserInterface.h"
 #include "ui_elements/ZVProjectPopUpButton.h"
+#include "ui_elements/ZVReceiptDrawerWindow.h"
 #include "ui_elements/ZVTimeTextField.h"
 
 using namespace Qt::StringLiterals;
@@ -164,4 +165,49 @@ TEST_F(ZVNorvoAppDelegateTest, FirstStartOffersAddProjectAndAddAccountUntilThere
     addAccount("Jira");
     ZVNotificationCenter::shared().post(ZVIntegrationCenterSynchronizationDidEndNotification);
     EXPECT_FALSE(start.isVisibleTo(&window()));
+}
+
+// The log is a receipt in a window of its own beside the timer window: it
+// prints with a sound unless that is switched off, keeps to widths of 199
+// to 500, which it remembers, follows the timer window and never takes the
+// keyboard from it.
+TEST_F(ZVNorvoAppDelegateTest, TheLogIsAReceiptBesideTheTimerWindow) {
+    window().show();
+    ZVReceiptDrawerWindow& drawer = *window().logDrawer();
+    QStringList played;
+    drawer.setSoundPlayer([&](const QString& path) { played << path; });
+    auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
+    ZVIntegrationCenter::shared().setCurrentProject(project);
+    window().currentTaskTextField()->setText(u"Wireframes"_s);
+    ZVHeartBeat::sharedHeartBeat().start();
+    EXPECT_TRUE(drawer.logText().contains(u"Wireframes\nSTARTED: "_s)) << "the open run is listed";
+    EXPECT_FALSE(drawer.logText().contains(u"NO ENTRIES YET"_s));
+
+    drawer.toggle();
+    ASSERT_TRUE(drawer.isShown());
+    EXPECT_EQ(played, QStringList{ZVReceiptDrawerWindow::printSoundPath()});
+    EXPECT_TRUE(drawer.windowFlags().testFlag(Qt::WindowDoesNotAcceptFocus));
+    ASSERT_TRUE(processEventsUntil([&] { return drawer.width() >= ZVReceiptDrawerWindow::minimumDrawerWidth; }));
+    processEventsUntil([] { return false; }, 300);  // the slide ends
+    EXPECT_EQ(drawer.geometry().left(), window().frameGeometry().right() + 1);
+
+    for (const auto& [width, taken] : {std::pair{198, false}, {501, false}, {199, true}, {500, true}, {260, true}})
+        EXPECT_EQ(drawer.resizeToWidth(width), taken) << width;
+    EXPECT_EQ(drawer.width(), 260);
+    drawer.storeSize();
+    EXPECT_EQ(*ZVPreferences::shared().value("KDReceiptDrawerWindowFrameSize")->string(),
+              ZVReceiptDrawerWindow::sizeString(drawer.size()).toStdString());
+    window().move(window().pos() + QPoint(40, 30));
+    EXPECT_TRUE(processEventsUntil([&] { return drawer.geometry().left() == window().frameGeometry().right() + 1; }));
+
+    drawer.toggle();
+    EXPECT_FALSE(drawer.isShown());
+    EXPECT_FALSE(ZVNorvoPreferences::shared().isReceiptDrawerVisible());
+    ZVNorvoPreferences::shared().setPlaysPrintSoundWhenShowingLog(false);
+    drawer.toggle();
+    EXPECT_EQ(played.size(), 1) << "the sound is switched off";
+    EXPECT_TRUE(ZVNorvoPreferences::shared().isReceiptDrawerVisible());
+    EXPECT_TRUE(processEventsUntil([&] { return drawer.width() == 260; })) << "the width is kept";
+    EXPECT_EQ(ZVReceiptDrawerWindow::sizeFromString(u"{ 320, 410 }"_s), QSize(320, 410));
+    ZVHeartBeat::sharedHeartBeat().stop();
 }

@@ -35,12 +35,17 @@ ZVPreferencesWindow::ZVPreferencesWindow(Hooks hooks, QWidget* parent) : QDialog
     setWindowTitle(ZVLocalizedQString("Preferences"));
     setObjectName(QStringLiteral("preferencesWindow"));
     _tabs = new QTabWidget(this);
+    // Every tab's title is read whole, in every language: the window is as
+    // wide as its tabs and never scrolls them.
+    _tabs->setUsesScrollButtons(false);
+    _tabs->setElideMode(Qt::ElideNone);
     _tabs->addTab(_makeGeneralPane(), ZVLocalizedQString("General"));
     _tabs->addTab(_makeShortcutsPane(), ZVLocalizedQString("Keyboard Shortcuts"));
-    _tabs->addTab(_makeLedgrinPane(), ZVLocalizedQString("Ledgrin"));
+    _tabs->addTab(_makeLedgrinPane(), ZVLocalizedQString("Ledgrin Integration"));
     _tabs->addTab(_makeAdvancedPane(), ZVLocalizedQString("Advanced"));
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(_tabs);
+    layout->setSizeConstraint(QLayout::SetMinimumSize);
     loadPreferences();
 }
 

@@ -28,19 +28,16 @@
 #include "ui_elements/ZVTimeTextField.h"
 
 namespace {
+// The panel takes the desktop's colours, light or dark; only a running
+// timer's button is red in every theme.
 constexpr const char* panelStyle = R"(
-ZVNorvoMainWindow { background-color: #2d2f33; }
-QLabel#timeTextField, QLabel#gettingStartedText { color: white; }
-QLineEdit#currentTaskTextField { color: white; background: transparent; border: 1px solid rgba(255,255,255,0.3);
-  border-radius: 4px; padding: 3px; font-weight: bold; }
-QPushButton#projectListPopUpButton { color: white; background: rgba(0,0,0,0.2); border: 1px solid rgba(255,255,255,0.3);
-  border-radius: 5px; padding: 4px 8px; text-align: left; }
-QToolButton { color: white; background: rgba(0,0,0,0.2); border: 1px solid rgba(255,255,255,0.3); border-radius: 5px;
-  padding: 3px 6px; }
-QToolButton::menu-indicator { image: none; }
-QPushButton#startStopButton { color: white; background: rgba(0,0,0,0.25); border: 1px solid rgba(255,255,255,0.4);
-  border-radius: 5px; padding: 4px 12px; font-weight: bold; }
-QPushButton#startStopButton[beating="true"] { background: #e5002e; }
+ZVNorvoMainWindow { background-color: palette(window); }
+QLabel#timeTextField, QLabel#gettingStartedText { color: palette(window-text); }
+QLineEdit#currentTaskTextField { border: 1px solid palette(mid); border-radius: 4px; padding: 3px; font-weight: bold; }
+QPushButton#projectListPopUpButton { text-align: left; padding: 4px 8px; }
+QPushButton#startStopButton { font-weight: bold; padding: 4px 12px; }
+QPushButton#startStopButton[beating="true"] { color: white; background: #e5002e; border: 1px solid #b00024;
+  border-radius: 4px; }
 )";
 }  // namespace
 
@@ -205,6 +202,19 @@ std::optional<std::string> ZVNorvoMainWindow::chooseCSVExportPath(const std::str
                                                       QStringLiteral("CSV (*.csv)"));
     if (path.isEmpty()) return std::nullopt;
     return path.toStdString();
+}
+
+void ZVNorvoMainWindow::changeEvent(QEvent* event) {
+    // The style sheet's palette colours are read when it is applied: a
+    // desktop that switches between light and dark has it applied again.
+    if (event->type() == QEvent::PaletteChange || event->type() == QEvent::ApplicationPaletteChange) {
+        if (!_restyling) {
+            _restyling = true;
+            setStyleSheet(QString::fromUtf8(panelStyle));
+            _restyling = false;
+        }
+    }
+    QWidget::changeEvent(event);
 }
 
 void ZVNorvoMainWindow::closeEvent(QCloseEvent* event) {

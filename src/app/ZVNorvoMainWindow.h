@@ -57,6 +57,7 @@ Q_SIGNALS:
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    void changeEvent(QEvent* event) override;
 
 private:
     void _updateStartStopButton();
@@ -74,4 +75,5 @@ private:
     QWidget* _gettingStarted = nullptr;
     ZVReceiptDrawerWindow* _logDrawer = nullptr;
     std::vector<ZVNotificationCenter::Token> _observations;
+    bool _restyling = false;
 };

@@ -9,6 +9,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QNetworkInformation>
 #include <QPointer>
 #include <QPushButton>
 #include <QTimer>
@@ -72,6 +73,17 @@ private:
 };
 
 }  // namespace
+
+ZVQtUserInterface::ZVQtUserInterface() {
+    if (!QNetworkInformation::loadBackendByFeatures(QNetworkInformation::Feature::Reachability)) return;
+    QNetworkInformation* network = QNetworkInformation::instance();
+    const auto follow = [this](QNetworkInformation::Reachability reachability) {
+        _offline = reachability == QNetworkInformation::Reachability::Disconnected;
+    };
+    follow(network->reachability());
+    _networkWatch = std::make_unique<QObject>();
+    QObject::connect(network, &QNetworkInformation::reachabilityChanged, _networkWatch.get(), follow);
+}
 
 int ZVQtUserInterface::escapeButtonIndex(const std::vector<std::string>& buttons) {
     const std::string cancel = ZVLocalizedString("Cancel");

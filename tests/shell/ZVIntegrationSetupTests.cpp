@@ -54,7 +54,7 @@ public:
 /// The server of the Generic protocol: one project with one task, for the
 /// user "alice" with the password "right" only.
 void serveGenericTree(FakeServer& server) {
-    ZVPreferences::shared().setValue(server.baseURL() + "/", ZVSynchronizationThread::connectionProbeAddressKey);
+    ZVSynchronizationThread::setConnectionProbeOverride(server.baseURL() + "/");
     server.route("GET", "/", [](const FakeRequest& request) {
         if (request.method == "HEAD") return FakeResponse::text("");
         const std::string expected = "Basic " + QByteArray("alice:right").toBase64().toStdString();

@@ -417,6 +417,12 @@ std::shared_ptr<ZVMenu> ZVIntegration::integrationMenu(ZVIntegrationProjectMenuI
                                                        const std::shared_ptr<ZVIntegrationProject>& selectedProject,
                                                        bool includeUtilityMenuItems) {
     auto menu = std::make_shared<ZVMenu>(name());
+    // A refresh that could not reach the service says so where the user
+    // looks for the account's projects.
+    if (const auto problem = synchronizationProblem()) {
+        menu->addItem(*problem).enabled = false;
+        menu->addSeparator();
+    }
     {
         std::lock_guard guard(_lock);
         for (const auto& project : _projects) {

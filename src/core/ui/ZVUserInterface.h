@@ -50,6 +50,9 @@ public:
     virtual bool openURL(const std::string& url) = 0;
     /// Brings the application to the front, ignoring other applications.
     virtual void activateApplication() {}
+    /// Whether the desktop knows the computer to have no network at all.
+    /// May be asked on any thread.
+    virtual bool desktopIsOffline() const { return false; }
 
     static ZVUserInterface& shared();
     /// Installs the interface (not owned). Until then a fatal error is raised on use.

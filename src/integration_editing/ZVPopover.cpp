@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QMouseEvent>
+#include <QPushButton>
 #include <QVBoxLayout>
 
 ZVPopover::ZVPopover(QWidget* parent) : QFrame(parent, Qt::Tool | Qt::FramelessWindowHint) {
@@ -82,6 +83,16 @@ void ZVPopover::keyPressEvent(QKeyEvent* event) {
         clickedOutside();
         event->accept();
         return;
+    }
+    // Return presses the default button, as in a dialog.
+    if ((event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) && _isShown) {
+        for (QPushButton* button : findChildren<QPushButton*>()) {
+            if (button->isDefault() && button->isVisible() && button->isEnabled()) {
+                button->click();
+                event->accept();
+                return;
+            }
+        }
     }
     QFrame::keyPressEvent(event);
 }

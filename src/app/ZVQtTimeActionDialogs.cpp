@@ -23,6 +23,7 @@
 #include "core/integrations/local/ZVNorvoIntegration.h"
 #include "core/ui/ZVMenu.h"
 #include "ui_elements/ZVMenuRenderer.h"
+#include "ui_elements/ZVProjectSelectionAlert.h"
 
 namespace {
 
@@ -47,23 +48,6 @@ private:
     std::function<void(const std::shared_ptr<ZVIntegrationProject>&)> _choose;
 };
 
-std::shared_ptr<ZVMenu> projectSelectionMenu(ZVIntegrationProjectMenuItemTarget* target,
-                                             const std::shared_ptr<ZVIntegrationProject>& selected) {
-    auto menu = std::make_shared<ZVMenu>();
-    auto local = std::make_shared<ZVMenuItem>(ZVLocalizedString("Projects"));
-    local->submenu = ZVNorvoIntegration::sharedIntegration()->lazyIntegrationMenu(target, selected, false);
-    menu->addItem(local);
-    menu->addSeparator();
-    const auto integrations = ZVIntegrationCenter::shared().integrations();
-    for (const auto& integration : integrations) {
-        auto item = std::make_shared<ZVMenuItem>(integration->name());
-        item->submenu = integration->lazyIntegrationMenu(target, selected, false);
-        menu->addItem(item);
-    }
-    if (integrations.empty()) menu->addItem(ZVLocalizedString("No Accounts"), "absurdium");
-    return menu;
-}
-
 }  // namespace
 
 void ZVQtTimeActionDialogs::runTimeMover(ZVTimeMover& mover) {
@@ -81,7 +65,7 @@ void ZVQtTimeActionDialogs::runTimeMover(ZVTimeMover& mover) {
         projectButton->setText(ZVPlainTitle(mover.projectPopUpTitle()));
     });
     ZVMenuRenderer::rebuildOnOpening(*projectMenu,
-                                     [&] { return projectSelectionMenu(&target, mover.selectedProject()); });
+                                     [&] { return ZVProjectSelectionAlert::projectMenu(&target, mover.selectedProject()); });
     projectButton->setText(ZVPlainTitle(mover.projectPopUpTitle()));
 
     auto* hours = timeField(0, 99, QStringLiteral("hours"));

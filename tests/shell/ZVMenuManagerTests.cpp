@@ -1,8 +1,14 @@
+#include <QPushButton>
+#include <QTimer>
+
 #include "IgnoredCommands.h"
 #include "ShellTestEnvironment.h"
 #include "app/ZVApplicationCommands.h"
 #include "app/ZVMenuManager.h"
 #include "core/ui/ZVMenu.h"
+#include "ui_elements/ZVProjectSelectionAlert.h"
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -123,4 +129,34 @@ TEST_F(ZVMenuManagerTest, RecentProjectsSelectThroughThePickerTarget) {
     EXPECT_EQ(items[0]->state, ZVMenuItem::State::on);
     items[1]->perform();
     EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), first);
+}
+
+// The alert that asks for a project starts at the current one; a project
+// chosen in its pull-down becomes the selected one while the alert stays
+// up, and the caller reads it after the answer.
+TEST_F(ZVMenuManagerTest, ProjectSelectionAlertKeepsTheChoiceForItsCaller) {
+    auto website = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
+    auto jira = addAccount("Jira & Co");
+    auto ticket = addProject(jira, "Ticket 7");
+    ZVIntegrationCenter::shared().setCurrentProject(website);
+    ZVProjectSelectionAlert alert;
+    alert.setMessageText(u"Move time to which project?"_s);
+    alert.setButtons({u"Move"_s, u"Cancel"_s});
+    EXPECT_EQ(alert.projectSelectionPopUpButton()->text(), u"Website"_s);
+
+    const auto menu = ZVProjectSelectionAlert::projectMenu(&alert, alert.selectedProject());
+    EXPECT_EQ(titles(*menu), "Projects|-|Jira & Co");
+    ZVMenuItem* item = nullptr;
+    for (const auto& candidate : menu->items[2]->submenu->items)
+        if (candidate->representedProject() == ticket) item = candidate.get();
+    ASSERT_NE(item, nullptr);
+    QTimer::singleShot(0, &alert, [&] {
+        item->perform();
+        EXPECT_TRUE(alert.isVisible()) << "choosing a project leaves the alert up";
+        alert.findChildren<QPushButton*>().back()->click();  // the last button made: "Cancel"
+    });
+    EXPECT_EQ(alert.runModal(), 1);
+    EXPECT_EQ(alert.selectedProject(), ticket);
+    EXPECT_EQ(alert.projectSelectionPopUpButton()->text(), u"Ticket 7"_s);
+    EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), website) << "the caller decides what to do with it";
 }

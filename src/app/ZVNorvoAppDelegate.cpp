@@ -5,6 +5,10 @@
 #include <QApplication>
 #include <QDialog>
 #include <QDialogButtonBox>
+#include <QUrl>
+#include <QPlainTextEdit>
+#include <QFontDatabase>
+#include <QFile>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -15,6 +19,7 @@
 
 #include "ZVLocalization.h"
 #include "ZVLog.h"
+#include "ZVPaths.h"
 #include "ZVPreferences.h"
 #include "app/ZVKeyboardShortcutManager.h"
 #include "app/ZVMenuManager.h"
@@ -50,8 +55,11 @@
 namespace {
 ZVNorvoAppDelegate* sharedDelegateInstance = nullptr;
 
-constexpr const char* helpAddress = "https://norvo.example.org/help";
-constexpr const char* releaseNotesAddress = "https://norvo.example.org/release-notes";
+// The help and the release notes are installed with the program, in the
+// share folder beside its bin folder.
+QString installedFile(const char* relative) {
+    return QString::fromStdString(ZVPaths::sharedDataDirectory()) + QStringLiteral("/norvo/") + QString::fromUtf8(relative);
+}
 
 ZVAlertResponse runAlert(const std::string& message, const std::string& informative,
                          std::vector<std::string> buttons) {
@@ -323,7 +331,30 @@ void ZVNorvoAppDelegate::showPreferences() {
     window->activateWindow();
 }
 
-void ZVNorvoAppDelegate::showHelp() { ZVUserInterface::shared().openURL(helpAddress); }
+void ZVNorvoAppDelegate::showHelp() {
+    ZVUserInterface::shared().openURL(QUrl::fromLocalFile(installedFile("help/index.html")).toString().toStdString());
+}
+
+void ZVNorvoAppDelegate::showChangelog(QWidget* parent) {
+    QFile file(installedFile("changelog"));
+    const QString text = file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll())
+                                                        : ZVLocalizedQString("The release notes are not installed.");
+    auto* dialog = new QDialog(parent);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setObjectName(QStringLiteral("changelogWindow"));
+    dialog->setWindowTitle(ZVLocalizedQString("Release Notes"));
+    auto* layout = new QVBoxLayout(dialog);
+    auto* view = new QPlainTextEdit(text, dialog);
+    view->setObjectName(QStringLiteral("changelogText"));
+    view->setReadOnly(true);
+    view->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    view->setMinimumSize(560, 300);
+    layout->addWidget(view);
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, dialog);
+    connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::close);
+    layout->addWidget(buttons);
+    dialog->show();
+}
 
 void ZVNorvoAppDelegate::showReleaseNotesOnce() {
     auto& store = ZVPreferences::shared();
@@ -353,7 +384,7 @@ void ZVNorvoAppDelegate::showReleaseNotes() {
         QPushButton* notes = buttons->addButton(ZVLocalizedQString("Release Notes"), QDialogButtonBox::ActionRole);
         QPushButton* done = buttons->addButton(ZVLocalizedQString("Done"), QDialogButtonBox::AcceptRole);
         done->setDefault(true);
-        connect(notes, &QPushButton::clicked, &dialog, [] { ZVUserInterface::shared().openURL(releaseNotesAddress); });
+        connect(notes, &QPushButton::clicked, &dialog, [this] { showChangelog(_releaseNotesWindow.get()); });
         connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
         layout->addWidget(buttons);
     }

@@ -1,4 +1,7 @@
+#include <QFile>
 #include <QKeySequence>
+#include <QPlainTextEdit>
+#include <QUrl>
 #include <QLineEdit>
 #include <QMenu>
 #include <QPushButton>
@@ -210,4 +213,26 @@ TEST_F(ZVNorvoAppDelegateTest, TheLogIsAReceiptBesideTheTimerWindow) {
     EXPECT_TRUE(processEventsUntil([&] { return drawer.width() == 260; })) << "the width is kept";
     EXPECT_EQ(ZVReceiptDrawerWindow::sizeFromString(u"{ 320, 410 }"_s), QSize(320, 410));
     ZVHeartBeat::sharedHeartBeat().stop();
+}
+
+// Help and release notes are what is installed with Norvo, never a web page.
+TEST_F(ZVNorvoAppDelegateTest, HelpAndReleaseNotesComeFromTheInstalledFiles) {
+    delegate->showHelp();
+    ASSERT_EQ(ui.openedURLs().size(), 1u);
+    const QUrl help(QString::fromStdString(ui.openedURLs()[0]));
+    EXPECT_TRUE(help.isLocalFile()) << ui.openedURLs()[0];
+    QFile page(help.toLocalFile());
+    ASSERT_TRUE(page.open(QIODevice::ReadOnly)) << "the help is not installed in the share folder";
+    EXPECT_TRUE(page.readAll().contains("Add Project..."));
+
+    ZVNorvoAppDelegate::showChangelog(nullptr);
+    QWidget* changelog = nullptr;
+    ASSERT_TRUE(processEventsUntil([&] {
+        for (QWidget* widget : QApplication::topLevelWidgets())
+            if (widget->objectName() == u"changelogWindow"_s && widget->isVisible()) changelog = widget;
+        return changelog != nullptr;
+    }));
+    const QString text = changelog->findChild<QPlainTextEdit*>(u"changelogText"_s)->toPlainText();
+    EXPECT_TRUE(text.startsWith(u"norvo ("_s)) << text.toStdString();
+    changelog->close();
 }

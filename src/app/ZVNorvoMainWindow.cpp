@@ -4,6 +4,8 @@
 
 #include <QCloseEvent>
 #include <QFileDialog>
+#include <QDir>
+#include <QFileInfo>
 #include <QFontDatabase>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -196,12 +198,22 @@ void ZVNorvoMainWindow::setCurrentTaskName(const std::string& name) {
 int ZVNorvoMainWindow::selectedTimePeriod() const { return _logDrawer->selectedTimePeriod(); }
 
 std::optional<std::string> ZVNorvoMainWindow::chooseCSVExportPath(const std::string& suggestedName) {
-    const QString folder = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+    // The documents folder at first, then the folder of the last export.
+    static QString lastFolder;
+    QString folder = lastFolder.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation) : lastFolder;
+    // A folder that is gone would leave the dialog in the working folder.
+    if (!QFileInfo(folder).isDir()) folder = QDir::homePath();
     const QString path = QFileDialog::getSaveFileName(this, ZVLocalizedQString("Export Log"),
                                                       folder + QLatin1Char('/') + QString::fromStdString(suggestedName),
                                                       QStringLiteral("CSV (*.csv)"));
     if (path.isEmpty()) return std::nullopt;
+    lastFolder = QFileInfo(path).absolutePath();
     return path.toStdString();
+}
+
+void ZVNorvoMainWindow::closeEvent(QCloseEvent* event) {
+    hide();
+    event->ignore();
 }
 
 void ZVNorvoMainWindow::changeEvent(QEvent* event) {
@@ -217,7 +229,3 @@ void ZVNorvoMainWindow::changeEvent(QEvent* event) {
     QWidget::changeEvent(event);
 }
 
-void ZVNorvoMainWindow::closeEvent(QCloseEvent* event) {
-    hide();
-    event->ignore();
-}

@@ -8,10 +8,14 @@
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLineEdit>
+#include <QKeyEvent>
 #include <QMenu>
 #include <QPushButton>
 #include <QSpinBox>
 #include <QVBoxLayout>
+#include <algorithm>
+#include <vector>
 
 #include "ZVLocalization.h"
 #include "core/actions/ZVTimeEditor.h"
@@ -36,6 +40,38 @@ QSpinBox* timeField(std::uint64_t value, int maximum, const QString& name) {
     field->setValue(static_cast<int>(std::min<std::uint64_t>(value, static_cast<std::uint64_t>(maximum))));
     return field;
 }
+
+// Left at the start of a field and Right at its end move between the
+// hours, minutes and seconds, as in one clock field.
+class FieldStepper final : public QObject {
+public:
+    FieldStepper(std::vector<QSpinBox*> fields, QObject* parent) : QObject(parent), _fields(std::move(fields)) {
+        for (QSpinBox* field : _fields) field->installEventFilter(this);
+    }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() != QEvent::KeyPress) return false;
+        const int key = static_cast<QKeyEvent*>(event)->key();
+        if (key != Qt::Key_Left && key != Qt::Key_Right) return false;
+        const auto found = std::find(_fields.begin(), _fields.end(), watched);
+        auto* text = found == _fields.end() ? nullptr : (*found)->findChild<QLineEdit*>();
+        if (!text) return false;
+        const bool whole = text->hasSelectedText() && text->selectedText() == text->text();
+        const auto index = static_cast<std::size_t>(found - _fields.begin());
+        std::size_t next = index;
+        if (key == Qt::Key_Left && (whole || text->cursorPosition() == 0) && index > 0) next = index - 1;
+        if (key == Qt::Key_Right && (whole || text->cursorPosition() == text->text().size()) && index + 1 < _fields.size())
+            next = index + 1;
+        if (next == index) return false;
+        _fields[next]->setFocus(Qt::TabFocusReason);
+        _fields[next]->selectAll();
+        return true;
+    }
+
+private:
+    std::vector<QSpinBox*> _fields;
+};
 
 // The project menu of a dialog: its choice goes to a function.
 class ChoiceTarget final : public ZVIntegrationProjectMenuItemTarget {
@@ -163,6 +199,7 @@ void ZVQtTimeActionDialogs::runTimeEditor(ZVTimeEditor& editor) {
     form->addRow(ZVLocalizedQString("Minutes:"), minutes);
     form->addRow(ZVLocalizedQString("Seconds:"), seconds);
     layout->addLayout(form);
+    new FieldStepper({hours, minutes, seconds}, &dialog);
 
     auto* buttons = new QDialogButtonBox(&dialog);
     buttons->addButton(ZVLocalizedQString("Cancel"), QDialogButtonBox::RejectRole)->setObjectName(QStringLiteral("cancelButton"));

@@ -4,12 +4,17 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QSpinBox>
+#include <QDialog>
 #include <QTimer>
 #include <algorithm>
 #include <functional>
 
 #include "ShellTestEnvironment.h"
+#include "app/ZVQtTimeActionDialogs.h"
 #include "app/ZVQtUserInterface.h"
+#include "core/actions/ZVTimeEditor.h"
+#include "core/integrations/helper/ZVIntegrationProject.h"
 
 using namespace Qt::StringLiterals;
 
@@ -161,4 +166,25 @@ TEST_F(ZVQtUserInterfaceTest, AnAlertThatIgnoresKeysAtFirstTakesReturnOnlyAfterA
     // An ordinary alert takes Return at once.
     whenModalAppears([](QWidget& modal) { pressKey(modal, Qt::Key_Return); });
     EXPECT_EQ(ui.runModal(alertWith({"Keep", "Remove"})).buttonIndex, 0);
+}
+
+// In the time editor Left and Right step between hours, minutes and seconds
+// at the edges of a field, as in one clock field.
+TEST_F(ZVQtUserInterfaceTest, TimeEditorStepsBetweenItsFieldsWithLeftAndRight) {
+    ZVQtTimeActionDialogs dialogs;
+    ZVTimeEditor editor(ZVIntegrationProject::create());
+    std::vector<QString> focused;
+    whenModalAppears([&](QWidget& modal) {
+        const auto current = [&] { return modal.focusWidget() ? modal.focusWidget()->objectName() : QString(); };
+        auto* hours = modal.findChild<QSpinBox*>(u"hours"_s);
+        hours->setFocus();
+        hours->selectAll();
+        for (int key : {Qt::Key_Right, Qt::Key_Right, Qt::Key_Left, Qt::Key_Left}) {
+            pressKey(modal.focusWidget() ? *modal.focusWidget() : modal, key);
+            focused.push_back(current());
+        }
+        static_cast<QDialog&>(modal).reject();
+    });
+    dialogs.runTimeEditor(editor);
+    EXPECT_EQ(focused, (std::vector<QString>{u"minutes"_s, u"seconds"_s, u"minutes"_s, u"hours"_s}));
 }

@@ -5,6 +5,9 @@
 #include <QApplication>
 #include <QDialog>
 #include <QDialogButtonBox>
+#include <QFileInfo>
+#include <QDBusMessage>
+#include <QDBusConnection>
 #include <QUrl>
 #include <QPlainTextEdit>
 #include <QFontDatabase>
@@ -288,9 +291,18 @@ ZVPreferencesWindow* ZVNorvoAppDelegate::preferencesWindow() {
             ZVHeartBeat::sharedHeartBeat().stop();
             ZVIntegrationCenter::shared().save();
             updateMainWindowLevel();
+            // The user starts the program again: the file manager shows its file.
+            const QString program = QCoreApplication::applicationFilePath();
+            QDBusMessage show = QDBusMessage::createMethodCall(
+                QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("/org/freedesktop/FileManager1"),
+                QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
+            show << QStringList{QUrl::fromLocalFile(program).toString()} << QString();
+            if (QDBusConnection::sessionBus().call(show, QDBus::Block, 3000).type() == QDBusMessage::ErrorMessage)
+                ZVUserInterface::shared().openURL(
+                    QUrl::fromLocalFile(QFileInfo(program).absolutePath()).toString().toStdString());
             runAlert(ZVLocalizedFormat("%@ will now quit. Please, launch it again manually.",
                                        {QCoreApplication::applicationName().toStdString()}),
-                     {}, {ZVLocalizedString("OK")});
+                     program.toStdString(), {ZVLocalizedString("OK")});
             ZVPreferences::shared().synchronize();
             std::_Exit(0);
         };

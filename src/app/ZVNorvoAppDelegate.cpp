@@ -362,7 +362,8 @@ void ZVNorvoAppDelegate::showChangelog(QWidget* parent) {
     view->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
     view->setMinimumSize(560, 300);
     layout->addWidget(view);
-    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, dialog);
+    auto* buttons = new QDialogButtonBox(dialog);
+    buttons->addButton(ZVLocalizedQString("Close"), QDialogButtonBox::RejectRole);
     connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::close);
     layout->addWidget(buttons);
     dialog->show();

@@ -8,11 +8,14 @@
 #include <QFormLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPushButton>
 #include <QTabWidget>
 #include <QVBoxLayout>
 #include <cmath>
 
+#include "ZVHTTPSession.h"
 #include "ZVLocalization.h"
+#include "ZVLog.h"
 #include "ZVPreferences.h"
 #include "app/ZVKeyboardShortcutManager.h"
 #include "core/ledgrin/ZVLedgrinIntegration.h"
@@ -171,6 +174,15 @@ QWidget* ZVPreferencesWindow::_makeAdvancedPane() {
     form->addRow(_warnAboutUnpostedTimeBeforeQuittingButton);
     form->addRow(ZVLocalizedQString("Synchronize every (seconds):"), _syncTimeIntervalTextField);
     form->addRow(_silenceSyncErrorsButton);
+    // A service that keeps a bad session in its cookie signs in afresh.
+    auto* clearCookies = new QPushButton(ZVLocalizedQString("Clear Cookies"));
+    clearCookies->setObjectName(QStringLiteral("clearCookiesButton"));
+    connect(clearCookies, &QPushButton::clicked, this, [] {
+        auto session = ZVHTTPSession::shared();
+        session->clearAllCookies();
+        ZVLog([] { return std::string("Remaining cookie count: 0"); });
+    });
+    form->addRow(clearCookies);
     return pane;
 }
 

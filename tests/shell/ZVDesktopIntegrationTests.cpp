@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <QCheckBox>
+#include <QPushButton>
 #include <QCoreApplication>
 #include <QIcon>
 #include <QImage>
@@ -12,6 +13,7 @@
 
 #include "IgnoredCommands.h"
 #include "ShellTestEnvironment.h"
+#include "ZVHTTPSession.h"
 #include "ZVLocalization.h"
 #include "ZVPaths.h"
 #include "app/ZVMenuManager.h"
@@ -207,4 +209,28 @@ TEST_F(ShellFixture, TheTrayKeepsItsClockAndShowsTheThemedStateIconWhereTheClock
     EXPECT_EQ(ZVStatusItemController::stateIconName(false, false, false), u"com.tesselwick.Norvo-stopped"_s);
     EXPECT_EQ(ZVStatusItemController::stateIconName(true, false, true), u"com.tesselwick.Norvo-running-dark"_s);
     EXPECT_EQ(ZVStatusItemController::stateIconName(true, true, false), u"com.tesselwick.Norvo-syncing"_s);
+}
+
+namespace {
+class CookieCountingSession final : public ZVHTTPSession {
+public:
+    ZVHTTPResult send(const ZVURLRequest&) override { return {}; }
+    std::vector<ZVHTTPCookie> cookies(const std::string&) override { return {}; }
+    void clearCookies(const std::string&) override {}
+    void clearAllCookies() override { ++cleared; }
+    int cleared = 0;
+};
+}  // namespace
+
+// "Clear Cookies" of the advanced pane empties the shared cookie store, so
+// that a service with a stale session cookie signs in afresh.
+TEST_F(ShellFixture, ClearCookiesEmptiesTheSharedCookieStore) {
+    auto session = std::make_shared<CookieCountingSession>();
+    ZVHTTPSession::setShared(session);
+    ZVPreferencesWindow preferences({});
+    auto* button = preferences.findChild<QPushButton*>(u"clearCookiesButton"_s);
+    ASSERT_NE(button, nullptr);
+    button->click();
+    EXPECT_EQ(session->cleared, 1);
+    ZVHTTPSession::setShared(nullptr);
 }

@@ -91,17 +91,20 @@ void ZVProjectSelectionAlert::selectProject(const ZVMenuItem& item) {
 }
 
 void ZVProjectSelectionAlert::_refill() {
-    _projectSelectionPopUpButton->setText(_selectedProject ? ZVPlainTitle(_selectedProject->name())
-                                                           : ZVLocalizedQString("No project selected"));
+    _projectSelectionPopUpButton->setText(_selectedProject
+                                              ? ZVPlainTitle(_selectedProject->name())
+                                              : ZVLocalizedQString("No project selected"));
     _projectSelectionPopUpButton->setToolTip(
         _selectedProject ? QString::fromStdString(_selectedProject->fullProjectPath()) : QString());
 }
 
-std::shared_ptr<ZVMenu> ZVProjectSelectionAlert::projectMenu(ZVIntegrationProjectMenuItemTarget* target,
-                                                             const std::shared_ptr<ZVIntegrationProject>& selected) {
+std::shared_ptr<ZVMenu> ZVProjectSelectionAlert::projectMenu(
+    ZVIntegrationProjectMenuItemTarget* target,
+    const std::shared_ptr<ZVIntegrationProject>& selected) {
     auto menu = std::make_shared<ZVMenu>();
     auto local = std::make_shared<ZVMenuItem>(ZVLocalizedString("Projects"));
-    local->submenu = ZVNorvoIntegration::sharedIntegration()->lazyIntegrationMenu(target, selected, false);
+    local->submenu =
+        ZVNorvoIntegration::sharedIntegration()->lazyIntegrationMenu(target, selected, false);
     menu->addItem(local);
     menu->addSeparator();
     const auto integrations = ZVIntegrationCenter::shared().integrations();

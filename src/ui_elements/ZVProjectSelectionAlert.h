@@ -37,8 +37,9 @@ public:
 
     /// The pull-down's projects: "Projects" with the local account's menu,
     /// then one item per account, or "No Accounts"; no utility items.
-    static std::shared_ptr<ZVMenu> projectMenu(ZVIntegrationProjectMenuItemTarget* target,
-                                               const std::shared_ptr<ZVIntegrationProject>& selected);
+    static std::shared_ptr<ZVMenu> projectMenu(
+        ZVIntegrationProjectMenuItemTarget* target,
+        const std::shared_ptr<ZVIntegrationProject>& selected);
 
 private:
     void _refill();

@@ -39,17 +39,19 @@ ZVReceiptDrawerWindow::ZVReceiptDrawerWindow(QWidget& parentWindow)
     setFocusPolicy(Qt::NoFocus);
     setMouseTracking(true);
     // The receipt is paper in every desktop theme.
-    setStyleSheet(QStringLiteral("#receiptDrawerWindow QToolButton { color: #333; background: transparent; "
-                                 "border: 1px solid #bbb; border-radius: 4px; padding: 2px 6px; }"
-                                 "#receiptDrawerWindow QToolButton:checked { background: #e6e6dc; }"
-                                 "QPlainTextEdit#logText { background: transparent; color: #333; border: none; }"));
+    setStyleSheet(QStringLiteral(
+        "#receiptDrawerWindow QToolButton { color: #333; background: transparent; "
+        "border: 1px solid #bbb; border-radius: 4px; padding: 2px 6px; }"
+        "#receiptDrawerWindow QToolButton:checked { background: #e6e6dc; }"
+        "QPlainTextEdit#logText { background: transparent; color: #333; border: none; }"));
 
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(10, 10, 10, 16);
     layout->setSpacing(6);
     auto* periods = new QHBoxLayout();
     _timePeriodControl = new QButtonGroup(this);
-    const char* periodTitles[] = {ZVLocalizable("30 Days"), ZVLocalizable("7 Days"), ZVLocalizable("Today")};
+    const char* periodTitles[] = {ZVLocalizable("30 Days"), ZVLocalizable("7 Days"),
+                                  ZVLocalizable("Today")};
     for (int segment = 0; segment < 3; ++segment) {
         auto* button = new QToolButton(this);
         button->setText(ZVLocalizedQString(periodTitles[segment]));
@@ -59,7 +61,8 @@ ZVReceiptDrawerWindow::ZVReceiptDrawerWindow(QWidget& parentWindow)
         periods->addWidget(button);
     }
     _timePeriodControl->button(2)->setChecked(true);
-    connect(_timePeriodControl, &QButtonGroup::idClicked, this, [this] { Q_EMIT timePeriodChanged(); });
+    connect(_timePeriodControl, &QButtonGroup::idClicked, this,
+            [this] { Q_EMIT timePeriodChanged(); });
     periods->addStretch();
     layout->addLayout(periods);
 
@@ -102,8 +105,9 @@ ZVReceiptDrawerWindow::ZVReceiptDrawerWindow(QWidget& parentWindow)
     const auto storedValue = ZVPreferences::shared().value(frameSizeKey);
     const std::string* storedText = storedValue ? storedValue->string() : nullptr;
     const QSize stored = storedText ? sizeFromString(QString::fromStdString(*storedText)) : QSize();
-    _originalWidth = stored.width() >= minimumDrawerWidth && stored.width() <= maximumDrawerWidth ? stored.width()
-                                                                                                  : defaultWidth;
+    _originalWidth = stored.width() >= minimumDrawerWidth && stored.width() <= maximumDrawerWidth
+                         ? stored.width()
+                         : defaultWidth;
     _parentWindow.installEventFilter(this);
     _soundPlayer = &ZVReceiptDrawerWindow::_playWithDesktopPlayer;
 }
@@ -115,14 +119,16 @@ QString ZVReceiptDrawerWindow::sizeString(QSize size) {
 }
 
 QSize ZVReceiptDrawerWindow::sizeFromString(const QString& text) {
-    static const QRegularExpression pattern(QStringLiteral("^\\{\\s*(\\d+)(?:\\.\\d*)?\\s*,\\s*(\\d+)(?:\\.\\d*)?\\s*\\}$"));
+    static const QRegularExpression pattern(
+        QStringLiteral("^\\{\\s*(\\d+)(?:\\.\\d*)?\\s*,\\s*(\\d+)(?:\\.\\d*)?\\s*\\}$"));
     const auto match = pattern.match(text.trimmed());
     if (!match.hasMatch()) return {};
     return {match.captured(1).toInt(), match.captured(2).toInt()};
 }
 
 QString ZVReceiptDrawerWindow::printSoundPath() {
-    return QString::fromStdString(ZVPaths::sharedDataDirectory()) + QStringLiteral("/norvo/sounds/printer_sound.wav");
+    return QString::fromStdString(ZVPaths::sharedDataDirectory()) +
+           QStringLiteral("/norvo/sounds/printer_sound.wav");
 }
 
 void ZVReceiptDrawerWindow::_playWithDesktopPlayer(const QString& path) {
@@ -132,7 +138,8 @@ void ZVReceiptDrawerWindow::_playWithDesktopPlayer(const QString& path) {
         const QString program = QStandardPaths::findExecutable(QString::fromUtf8(player));
         if (program.isEmpty()) continue;
         QStringList arguments{path};
-        if (QString::fromUtf8(player) == QStringLiteral("aplay")) arguments.prepend(QStringLiteral("-q"));
+        if (QString::fromUtf8(player) == QStringLiteral("aplay"))
+            arguments.prepend(QStringLiteral("-q"));
         QProcess::startDetached(program, arguments);
         return;
     }
@@ -145,7 +152,8 @@ QRect ZVReceiptDrawerWindow::_frameBesideParent(int width) const {
     // Where the screen ends on the right, the drawer opens on the left.
     if (QScreen* screen = _parentWindow.screen()) {
         const QRect available = screen->availableGeometry();
-        if (parent.right() + _originalWidth >= available.right() && parent.left() - _originalWidth >= available.left())
+        if (parent.right() + _originalWidth >= available.right() &&
+            parent.left() - _originalWidth >= available.left())
             frame.moveRight(parent.left() - 1);
     }
     return frame;
@@ -155,19 +163,23 @@ bool ZVReceiptDrawerWindow::eventFilter(QObject* watched, QEvent* event) {
     if (watched == &_parentWindow) {
         switch (event->type()) {
             case QEvent::Move:
-            case QEvent::Resize: updatePosition(); break;
+            case QEvent::Resize:
+                updatePosition();
+                break;
             case QEvent::Hide:
                 if (!_hidden) QWidget::hide();
                 break;
             case QEvent::Show:
                 if (!_hidden) QWidget::show();
                 break;
-            default: break;
+            default:
+                break;
         }
     } else if (watched == _logTextView->viewport() && event->type() == QEvent::MouseMove) {
         const auto* mouse = static_cast<QMouseEvent*>(event);
         const int x = _logTextView->viewport()->mapTo(this, mouse->position().toPoint()).x();
-        _logTextView->viewport()->setCursor(x >= width() - resizeStripWidth ? Qt::SizeHorCursor : Qt::IBeamCursor);
+        _logTextView->viewport()->setCursor(x >= width() - resizeStripWidth ? Qt::SizeHorCursor
+                                                                            : Qt::IBeamCursor);
     }
     return QWidget::eventFilter(watched, event);
 }
@@ -180,7 +192,8 @@ void ZVReceiptDrawerWindow::updatePosition() {
 
 void ZVReceiptDrawerWindow::toggle() {
     if (_hidden) {
-        if (ZVNorvoPreferences::shared().playsPrintSoundWhenShowingLog() && _soundPlayer) _soundPlayer(printSoundPath());
+        if (ZVNorvoPreferences::shared().playsPrintSoundWhenShowingLog() && _soundPlayer)
+            _soundPlayer(printSoundPath());
         show();
     } else {
         hide();
@@ -203,9 +216,11 @@ void ZVReceiptDrawerWindow::show() {
     _animation->setStartValue(start);
     _animation->setEndValue(target);
     // The timer window may have moved meanwhile.
-    connect(_animation, &QPropertyAnimation::finished, this, &ZVReceiptDrawerWindow::updatePosition);
+    connect(_animation, &QPropertyAnimation::finished, this,
+            &ZVReceiptDrawerWindow::updatePosition);
     _animation->start(QAbstractAnimation::DeleteWhenStopped);
-    ZVPreferences::shared().perform([](ZVPreferences& store) { ZVNorvoPreferences(store).setReceiptDrawerVisible(true); });
+    ZVPreferences::shared().perform(
+        [](ZVPreferences& store) { ZVNorvoPreferences(store).setReceiptDrawerVisible(true); });
     Q_EMIT shownChanged(true);
 }
 
@@ -215,7 +230,8 @@ void ZVReceiptDrawerWindow::hide() {
     if (width() >= minimumDrawerWidth) _originalWidth = width();
     _hidden = true;
     QWidget::hide();
-    ZVPreferences::shared().perform([](ZVPreferences& store) { ZVNorvoPreferences(store).setReceiptDrawerVisible(false); });
+    ZVPreferences::shared().perform(
+        [](ZVPreferences& store) { ZVNorvoPreferences(store).setReceiptDrawerVisible(false); });
     Q_EMIT shownChanged(false);
 }
 
@@ -234,7 +250,8 @@ bool ZVReceiptDrawerWindow::resizeToWidth(int newWidth) {
 
 void ZVReceiptDrawerWindow::storeSize() {
     const QString text = sizeString(QSize(_originalWidth, height()));
-    ZVPreferences::shared().perform([&](ZVPreferences& store) { store.setValue(text.toStdString(), frameSizeKey); });
+    ZVPreferences::shared().perform(
+        [&](ZVPreferences& store) { store.setValue(text.toStdString(), frameSizeKey); });
 }
 
 void ZVReceiptDrawerWindow::mousePressEvent(QMouseEvent* event) {
@@ -248,7 +265,8 @@ void ZVReceiptDrawerWindow::mousePressEvent(QMouseEvent* event) {
 
 void ZVReceiptDrawerWindow::mouseMoveEvent(QMouseEvent* event) {
     const int x = event->position().toPoint().x();
-    setCursor(x >= width() - resizeStripWidth || x < resizeStripWidth ? Qt::SizeHorCursor : Qt::ArrowCursor);
+    setCursor(x >= width() - resizeStripWidth || x < resizeStripWidth ? Qt::SizeHorCursor
+                                                                      : Qt::ArrowCursor);
     if (!_resizing) return;
     const bool onTheRight = geometry().left() >= _parentWindow.frameGeometry().left();
     const int moved = event->globalPosition().toPoint().x() - _resizeStartX;

@@ -47,7 +47,9 @@ public:
     /// The sound file played at opening.
     static QString printSoundPath();
     /// What plays a sound file; by default the desktop's player.
-    void setSoundPlayer(std::function<void(const QString&)> player) { _soundPlayer = std::move(player); }
+    void setSoundPlayer(std::function<void(const QString&)> player) {
+        _soundPlayer = std::move(player);
+    }
     /// The textual form of a size under which it is stored, "{199, 300}".
     static QString sizeString(QSize size);
     static QSize sizeFromString(const QString& text);

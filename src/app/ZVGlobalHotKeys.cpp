@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "ZVLog.h"
+#include "ui_elements/ZVQtLocalization.h"
 
 #ifdef NORVO_HAVE_X11
 #include <X11/Xlib.h>
@@ -78,12 +79,12 @@ ZVGlobalHotKeys::ZVGlobalHotKeys(QObject* parent) : QObject(parent) {
     const char* session = std::getenv("XDG_SESSION_TYPE");
     if ((session && std::strcmp(session, "wayland") == 0) ||
         QGuiApplication::platformName() == QStringLiteral("wayland")) {
-        _unavailableReason = QStringLiteral("Global shortcuts are not available on Wayland.");
+        _unavailableReason = ZVLocalizedQString("Global shortcuts are not available on Wayland.");
         return;
     }
     Display* display = XOpenDisplay(nullptr);
     if (!display) {
-        _unavailableReason = QStringLiteral("Global shortcuts need an X server.");
+        _unavailableReason = ZVLocalizedQString("Global shortcuts need an X server.");
         return;
     }
     _connection = std::make_unique<Connection>();
@@ -92,7 +93,7 @@ ZVGlobalHotKeys::ZVGlobalHotKeys(QObject* parent) : QObject(parent) {
     _notifier = new QSocketNotifier(ConnectionNumber(display), QSocketNotifier::Read, this);
     connect(_notifier, &QSocketNotifier::activated, this, &ZVGlobalHotKeys::_readEvents);
 #else
-    _unavailableReason = QStringLiteral("Global shortcuts are not available in this build.");
+    _unavailableReason = ZVLocalizedQString("Global shortcuts are not available in this build.");
 #endif
 }
 

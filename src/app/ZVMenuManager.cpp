@@ -1,5 +1,9 @@
 #include "app/ZVMenuManager.h"
 
+#include <QGuiApplication>
+
+#include "ui_elements/ZVKeyCombo.h"
+
 #include "ZVLocalization.h"
 #include "ZVLog.h"
 #include "app/ZVApplicationCommands.h"
@@ -13,6 +17,13 @@
 #include "core/ui/ZVMenu.h"
 
 namespace {
+
+// A command's title with the hot key that the user set for it, in the
+// column where menus show keys.
+std::string withHotKey(const std::string& title, const char* autosaveName) {
+    const QString keys = ZVKeyCombo::load(QString::fromUtf8(autosaveName)).text();
+    return keys.isEmpty() ? title : title + "\t" + keys.toStdString();
+}
 
 std::string L(const char* english) { return ZVLocalizedString(english); }
 
@@ -52,7 +63,8 @@ std::shared_ptr<ZVMenu> ZVMenuManager::applicationMenu(const ApplicationMenuVisi
     auto menu = std::make_shared<ZVMenu>();
 
     if (visibility.showTimerActions) {
-        menu->addItem(commandItem(heartBeat.isBeating() ? L("Stop") : L("Start"), "toggleTimer",
+        menu->addItem(commandItem(withHotKey(heartBeat.isBeating() ? L("Stop") : L("Start"), "KeyboardShortcut"),
+                                  "toggleTimer",
                                   [] { ZVActionCenter::shared().toggleTimer(); }));
         menu->addItem(commandItem(L("Reset Timer..."), "resetTimer", [] { ZVActionCenter::shared().resetTimer(); }));
         menu->addSeparator();
@@ -60,7 +72,8 @@ std::shared_ptr<ZVMenu> ZVMenuManager::applicationMenu(const ApplicationMenuVisi
     menu->addItem(disabledItem(
         ZVLocalizedFormat("Current Project: %@", {currentProject ? currentProject->name() : L("(none)")})));
     if (visibility.showTimerActions && canPostTime(currentProject)) {
-        menu->addItem(commandItem(L("Post time of current project"), "postTime", [&commands, currentProject] {
+        menu->addItem(commandItem(withHotKey(L("Post time of current project"), "PostTimeShortcut"), "postTime",
+                                  [&commands, currentProject] {
             commands.timeEntryTextHasChanged();
             ZVTimePosting::postTime(*currentProject);
         }));
@@ -106,9 +119,13 @@ std::shared_ptr<ZVMenu> ZVMenuManager::applicationMenu(const ApplicationMenuVisi
     menu->addItem(commandItem(L("Show Main Window"), "showTimerWindow", [&commands] { commands.showTimerWindow(); }));
     menu->addSeparator();
     menu->addItem(commandItem(L("About Norvo"), "about", [&commands] { commands.showAbout(); }));
-    auto debug = std::make_shared<ZVMenuItem>(L("Debug"));
-    debug->submenu = commands.debugMenu();
-    menu->addItem(debug);
+    // The debug tools are for a user who was asked for a log: they show
+    // when Shift is held as the menu opens.
+    if (QGuiApplication::queryKeyboardModifiers().testFlag(Qt::ShiftModifier)) {
+        auto debug = std::make_shared<ZVMenuItem>(L("Debug"));
+        debug->submenu = commands.debugMenu();
+        menu->addItem(debug);
+    }
     menu->addItem(commandItem(L("Release Notes"), "showReleaseNotes", [&commands] { commands.showReleaseNotes(); }));
     menu->addItem(commandItem(L("Norvo Help"), "showHelp", [&commands] { commands.showHelp(); }));
     menu->addSeparator();

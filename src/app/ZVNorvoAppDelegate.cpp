@@ -5,6 +5,13 @@
 #include <QApplication>
 #include <QDialog>
 #include <QDialogButtonBox>
+#include <QFileInfo>
+#include <QDBusMessage>
+#include <QDBusConnection>
+#include <QUrl>
+#include <QPlainTextEdit>
+#include <QFontDatabase>
+#include <QFile>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -15,6 +22,7 @@
 
 #include "ZVLocalization.h"
 #include "ZVLog.h"
+#include "ZVPaths.h"
 #include "ZVPreferences.h"
 #include "app/ZVKeyboardShortcutManager.h"
 #include "app/ZVMenuManager.h"
@@ -50,8 +58,11 @@
 namespace {
 ZVNorvoAppDelegate* sharedDelegateInstance = nullptr;
 
-constexpr const char* helpAddress = "https://norvo.example.org/help";
-constexpr const char* releaseNotesAddress = "https://norvo.example.org/release-notes";
+// The help and the release notes are installed with the program, in the
+// share folder beside its bin folder.
+QString installedFile(const char* relative) {
+    return QString::fromStdString(ZVPaths::sharedDataDirectory()) + QStringLiteral("/norvo/") + QString::fromUtf8(relative);
+}
 
 ZVAlertResponse runAlert(const std::string& message, const std::string& informative,
                          std::vector<std::string> buttons) {
@@ -280,9 +291,18 @@ ZVPreferencesWindow* ZVNorvoAppDelegate::preferencesWindow() {
             ZVHeartBeat::sharedHeartBeat().stop();
             ZVIntegrationCenter::shared().save();
             updateMainWindowLevel();
+            // The user starts the program again: the file manager shows its file.
+            const QString program = QCoreApplication::applicationFilePath();
+            QDBusMessage show = QDBusMessage::createMethodCall(
+                QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("/org/freedesktop/FileManager1"),
+                QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
+            show << QStringList{QUrl::fromLocalFile(program).toString()} << QString();
+            if (QDBusConnection::sessionBus().call(show, QDBus::Block, 3000).type() == QDBusMessage::ErrorMessage)
+                ZVUserInterface::shared().openURL(
+                    QUrl::fromLocalFile(QFileInfo(program).absolutePath()).toString().toStdString());
             runAlert(ZVLocalizedFormat("%@ will now quit. Please, launch it again manually.",
                                        {QCoreApplication::applicationName().toStdString()}),
-                     {}, {ZVLocalizedString("OK")});
+                     program.toStdString(), {ZVLocalizedString("OK")});
             ZVPreferences::shared().synchronize();
             std::_Exit(0);
         };
@@ -323,7 +343,31 @@ void ZVNorvoAppDelegate::showPreferences() {
     window->activateWindow();
 }
 
-void ZVNorvoAppDelegate::showHelp() { ZVUserInterface::shared().openURL(helpAddress); }
+void ZVNorvoAppDelegate::showHelp() {
+    ZVUserInterface::shared().openURL(QUrl::fromLocalFile(installedFile("help/index.html")).toString().toStdString());
+}
+
+void ZVNorvoAppDelegate::showChangelog(QWidget* parent) {
+    QFile file(installedFile("changelog"));
+    const QString text = file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll())
+                                                        : ZVLocalizedQString("The release notes are not installed.");
+    auto* dialog = new QDialog(parent);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setObjectName(QStringLiteral("changelogWindow"));
+    dialog->setWindowTitle(ZVLocalizedQString("Release Notes"));
+    auto* layout = new QVBoxLayout(dialog);
+    auto* view = new QPlainTextEdit(text, dialog);
+    view->setObjectName(QStringLiteral("changelogText"));
+    view->setReadOnly(true);
+    view->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    view->setMinimumSize(560, 300);
+    layout->addWidget(view);
+    auto* buttons = new QDialogButtonBox(dialog);
+    buttons->addButton(ZVLocalizedQString("Close"), QDialogButtonBox::RejectRole);
+    connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::close);
+    layout->addWidget(buttons);
+    dialog->show();
+}
 
 void ZVNorvoAppDelegate::showReleaseNotesOnce() {
     auto& store = ZVPreferences::shared();
@@ -342,8 +386,10 @@ void ZVNorvoAppDelegate::showReleaseNotes() {
         dialog.setWindowTitle(ZVLocalizedQString("What's New in Norvo"));
         auto* layout = new QVBoxLayout(&dialog);
         auto* text = new QLabel(ZVLocalizedQString(
-            "Norvo keeps one timer running against your current project. Pick a project from the project menu or "
-            "find it with the quick search, start the timer, and say what you are working on."));
+            "Norvo keeps one timer running against your current project. Add a project of your own with \"Add "
+            "Project...\" or the projects of an account with \"Add Account...\", both in the timer window; then "
+            "start the timer and say what you are working on. Later projects are chosen in the project menu or "
+            "found with the quick search."));
         text->setWordWrap(true);
         text->setMinimumWidth(360);
         layout->addWidget(text);
@@ -351,7 +397,7 @@ void ZVNorvoAppDelegate::showReleaseNotes() {
         QPushButton* notes = buttons->addButton(ZVLocalizedQString("Release Notes"), QDialogButtonBox::ActionRole);
         QPushButton* done = buttons->addButton(ZVLocalizedQString("Done"), QDialogButtonBox::AcceptRole);
         done->setDefault(true);
-        connect(notes, &QPushButton::clicked, &dialog, [] { ZVUserInterface::shared().openURL(releaseNotesAddress); });
+        connect(notes, &QPushButton::clicked, &dialog, [this] { showChangelog(_releaseNotesWindow.get()); });
         connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
         layout->addWidget(buttons);
     }

@@ -69,6 +69,8 @@ public:
     void showPreferences() override;
     void showHelp() override;
     void showReleaseNotes() override;
+    /// The installed changelog in a window of its own.
+    static void showChangelog(QWidget* parent);
     void showQuickSearch() override;
     void terminate() override;
     void timeEntryTextHasChanged() override;

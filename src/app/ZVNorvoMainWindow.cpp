@@ -2,13 +2,15 @@
 
 #include "ui_elements/ZVQtLocalization.h"
 
-#include <QButtonGroup>
 #include <QCloseEvent>
 #include <QFileDialog>
+#include <QDir>
+#include <QFileInfo>
 #include <QFontDatabase>
 #include <QHBoxLayout>
+#include <QLabel>
 #include <QLineEdit>
-#include <QPlainTextEdit>
+#include <QSignalBlocker>
 #include <QPushButton>
 #include <QStandardPaths>
 #include <QStyle>
@@ -20,25 +22,24 @@
 #include "app/ZVTimerViewController.h"
 #include "core/actions/ZVActionCenter.h"
 #include "core/heart_beat/ZVHeartBeat.h"
+#include "core/integrations/center/ZVIntegrationCenter.h"
+#include "core/integrations/local/ZVNorvoIntegration.h"
 #include "ui_elements/ZVHeartBeatStateButton.h"
 #include "ui_elements/ZVProjectPopUpButton.h"
+#include "ui_elements/ZVReceiptDrawerWindow.h"
 #include "ui_elements/ZVTimeTextField.h"
 
 namespace {
+// The panel takes the desktop's colours, light or dark; only a running
+// timer's button is red in every theme.
 constexpr const char* panelStyle = R"(
-ZVNorvoMainWindow { background-color: #2d2f33; }
-QLabel#timeTextField { color: white; }
-QLineEdit#currentTaskTextField { color: white; background: transparent; border: 1px solid rgba(255,255,255,0.3);
-  border-radius: 4px; padding: 3px; font-weight: bold; }
-QPushButton#projectListPopUpButton { color: white; background: rgba(0,0,0,0.2); border: 1px solid rgba(255,255,255,0.3);
-  border-radius: 5px; padding: 4px 8px; text-align: left; }
-QToolButton { color: white; background: rgba(0,0,0,0.2); border: 1px solid rgba(255,255,255,0.3); border-radius: 5px;
-  padding: 3px 6px; }
-QToolButton::menu-indicator { image: none; }
-QPushButton#startStopButton { color: white; background: rgba(0,0,0,0.25); border: 1px solid rgba(255,255,255,0.4);
-  border-radius: 5px; padding: 4px 12px; font-weight: bold; }
-QPushButton#startStopButton[beating="true"] { background: #e5002e; }
-QPlainTextEdit#logText { background: #fbfbf6; color: #222; border: none; }
+ZVNorvoMainWindow { background-color: palette(window); }
+QLabel#timeTextField, QLabel#gettingStartedText { color: palette(window-text); }
+QLineEdit#currentTaskTextField { border: 1px solid palette(mid); border-radius: 4px; padding: 3px; font-weight: bold; }
+QPushButton#projectListPopUpButton { text-align: left; padding: 4px 8px; }
+QPushButton#startStopButton { font-weight: bold; padding: 4px 12px; }
+QPushButton#startStopButton[beating="true"] { color: white; background: #e5002e; border: 1px solid #b00024;
+  border-radius: 4px; }
 )";
 }  // namespace
 
@@ -75,48 +76,46 @@ ZVNorvoMainWindow::ZVNorvoMainWindow(ZVApplicationCommands& commands, QWidget* p
 
     _timerViewController = new ZVTimerViewController(commands, this);
 
+    // A new user has nothing to pick: the two ways to a first project are
+    // offered plainly until there is one.
+    _gettingStarted = new QWidget(this);
+    _gettingStarted->setObjectName(QStringLiteral("gettingStarted"));
+    auto* startLayout = new QVBoxLayout(_gettingStarted);
+    startLayout->setContentsMargins(0, 0, 0, 0);
+    auto* startText = new QLabel(
+        ZVLocalizedQString("To start, add a project of your own, or an account whose projects Norvo fetches."),
+        _gettingStarted);
+    startText->setObjectName(QStringLiteral("gettingStartedText"));
+    startText->setWordWrap(true);
+    startLayout->addWidget(startText);
+    auto* startButtons = new QHBoxLayout();
+    auto* addProject = new QPushButton(ZVLocalizedQString("Add Project..."), _gettingStarted);
+    addProject->setObjectName(QStringLiteral("addProjectButton"));
+    connect(addProject, &QPushButton::clicked, this,
+            [] { ZVNorvoIntegration::sharedIntegration()->addProjectAction(); });
+    auto* addAccount = new QPushButton(ZVLocalizedQString("Add Account..."), _gettingStarted);
+    addAccount->setObjectName(QStringLiteral("addAccountButton"));
+    connect(addAccount, &QPushButton::clicked, this, [this] { _commands.addIntegration(); });
+    startButtons->addWidget(addProject);
+    startButtons->addWidget(addAccount);
+    startLayout->addLayout(startButtons);
+
     _logButton = new QToolButton(this);
     _logButton->setText(ZVLocalizedQString("Log"));
     _logButton->setCheckable(true);
-    connect(_logButton, &QToolButton::toggled, this, [this](bool shown) {
-        _logDrawer->setVisible(shown);
-        adjustSize();
+    connect(_logButton, &QToolButton::clicked, this, [this] { _logDrawer->toggle(); });
+
+    // The log drawer: the receipt of the current project for a period, in
+    // a window of its own beside this one.
+    _logDrawer = new ZVReceiptDrawerWindow(*this);
+    connect(_logDrawer, &ZVReceiptDrawerWindow::timePeriodChanged, this, [this] { Q_EMIT timePeriodChanged(); });
+    connect(_logDrawer, &ZVReceiptDrawerWindow::clearRequested, this, [this] { Q_EMIT clearLogRequested(); });
+    connect(_logDrawer, &ZVReceiptDrawerWindow::exportRequested, this, [this] { Q_EMIT exportLogRequested(); });
+    connect(_logDrawer, &ZVReceiptDrawerWindow::shownChanged, this, [this](bool shown) {
+        const QSignalBlocker quiet(_logButton);
+        _logButton->setChecked(shown);
         Q_EMIT logDrawerToggled(shown);
     });
-
-    // The log drawer: the receipt of the current project for a period.
-    _logDrawer = new QWidget(this);
-    auto* drawerLayout = new QVBoxLayout(_logDrawer);
-    drawerLayout->setContentsMargins(0, 0, 0, 0);
-    auto* periods = new QHBoxLayout();
-    _periodGroup = new QButtonGroup(this);
-    const char* periodTitles[] = {ZVLocalizable("30 Days"), ZVLocalizable("7 Days"), ZVLocalizable("Today")};
-    for (int segment = 0; segment < 3; ++segment) {
-        auto* button = new QToolButton(_logDrawer);
-        button->setText(ZVLocalizedQString(periodTitles[segment]));
-        button->setCheckable(true);
-        _periodGroup->addButton(button, segment);
-        periods->addWidget(button);
-    }
-    _periodGroup->button(2)->setChecked(true);
-    connect(_periodGroup, &QButtonGroup::idClicked, this, [this] { Q_EMIT timePeriodChanged(); });
-    periods->addStretch();
-    auto* clear = new QToolButton(_logDrawer);
-    clear->setText(ZVLocalizedQString("Clear"));
-    connect(clear, &QToolButton::clicked, this, [this] { Q_EMIT clearLogRequested(); });
-    auto* exportButton = new QToolButton(_logDrawer);
-    exportButton->setText(ZVLocalizedQString("Export..."));
-    connect(exportButton, &QToolButton::clicked, this, [this] { Q_EMIT exportLogRequested(); });
-    periods->addWidget(clear);
-    periods->addWidget(exportButton);
-    drawerLayout->addLayout(periods);
-    _logText = new QPlainTextEdit(_logDrawer);
-    _logText->setObjectName(QStringLiteral("logText"));
-    _logText->setReadOnly(true);
-    _logText->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
-    _logText->setMinimumHeight(180);
-    drawerLayout->addWidget(_logText);
-    _logDrawer->hide();
 
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(12, 12, 12, 12);
@@ -131,12 +130,12 @@ ZVNorvoMainWindow::ZVNorvoMainWindow(ZVApplicationCommands& commands, QWidget* p
     clock->addWidget(_startStopButton);
     layout->addLayout(clock);
     layout->addWidget(_currentTaskTextField);
+    layout->addWidget(_gettingStarted);
     layout->addWidget(_timerViewController);
     auto* bottom = new QHBoxLayout();
     bottom->addStretch();
     bottom->addWidget(_logButton);
     layout->addLayout(bottom);
-    layout->addWidget(_logDrawer);
     layout->setSizeConstraint(QLayout::SetFixedSize);
     setMinimumWidth(340);
 
@@ -144,6 +143,20 @@ ZVNorvoMainWindow::ZVNorvoMainWindow(ZVApplicationCommands& commands, QWidget* p
     _observations.push_back(ZVNotificationCenter::shared().addObserver(
         ZVHeartBeatStateDidChangeNotification, [this](const ZVNotification&) { _updateStartStopButton(); }));
     _updateStartStopButton();
+    for (const char* name : {ZVIntegrationCenterCurrentProjectDidChangeNotification, ZVIntegrationAvailableProjectsDidChange,
+                             ZVIntegrationCenterSynchronizationDidStartNotification,
+                             ZVIntegrationCenterSynchronizationDidEndNotification})
+        _observations.push_back(ZVNotificationCenter::shared().addObserver(
+            name, [this](const ZVNotification&) { _updateGettingStarted(); }));
+    _updateGettingStarted();
+}
+
+void ZVNorvoMainWindow::_updateGettingStarted() {
+    auto* center = ZVIntegrationCenter::sharedIfExists();
+    const bool noProject = !(center && center->currentProject()) &&
+                           ZVNorvoIntegration::sharedIntegration()->availableProjects().empty() &&
+                           !(center && !center->integrations().empty());
+    _gettingStarted->setVisible(noProject);
 }
 
 ZVNorvoMainWindow::~ZVNorvoMainWindow() {
@@ -165,11 +178,16 @@ void ZVNorvoMainWindow::setKeptAboveOtherWindows(bool above) {
     if (visible) show();
 }
 
-bool ZVNorvoMainWindow::isLogDrawerShown() const { return _logButton->isChecked(); }
+bool ZVNorvoMainWindow::isLogDrawerShown() const { return _logDrawer->isShown(); }
 
-void ZVNorvoMainWindow::setLogDrawerShown(bool shown) { _logButton->setChecked(shown); }
+void ZVNorvoMainWindow::setLogDrawerShown(bool shown) {
+    if (shown)
+        _logDrawer->show();
+    else
+        _logDrawer->hide();
+}
 
-void ZVNorvoMainWindow::setLogText(const std::string& text) { _logText->setPlainText(QString::fromStdString(text)); }
+void ZVNorvoMainWindow::setLogText(const std::string& text) { _logDrawer->setLogText(QString::fromStdString(text)); }
 
 std::string ZVNorvoMainWindow::currentTaskName() const { return _currentTaskTextField->text().toStdString(); }
 
@@ -177,14 +195,19 @@ void ZVNorvoMainWindow::setCurrentTaskName(const std::string& name) {
     _currentTaskTextField->setText(QString::fromStdString(name));
 }
 
-int ZVNorvoMainWindow::selectedTimePeriod() const { return _periodGroup->checkedId(); }
+int ZVNorvoMainWindow::selectedTimePeriod() const { return _logDrawer->selectedTimePeriod(); }
 
 std::optional<std::string> ZVNorvoMainWindow::chooseCSVExportPath(const std::string& suggestedName) {
-    const QString folder = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+    // The documents folder at first, then the folder of the last export.
+    static QString lastFolder;
+    QString folder = lastFolder.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation) : lastFolder;
+    // A folder that is gone would leave the dialog in the working folder.
+    if (!QFileInfo(folder).isDir()) folder = QDir::homePath();
     const QString path = QFileDialog::getSaveFileName(this, ZVLocalizedQString("Export Log"),
                                                       folder + QLatin1Char('/') + QString::fromStdString(suggestedName),
                                                       QStringLiteral("CSV (*.csv)"));
     if (path.isEmpty()) return std::nullopt;
+    lastFolder = QFileInfo(path).absolutePath();
     return path.toStdString();
 }
 
@@ -192,3 +215,17 @@ void ZVNorvoMainWindow::closeEvent(QCloseEvent* event) {
     hide();
     event->ignore();
 }
+
+void ZVNorvoMainWindow::changeEvent(QEvent* event) {
+    // The style sheet's palette colours are read when it is applied: a
+    // desktop that switches between light and dark has it applied again.
+    if (event->type() == QEvent::PaletteChange || event->type() == QEvent::ApplicationPaletteChange) {
+        if (!_restyling) {
+            _restyling = true;
+            setStyleSheet(QString::fromUtf8(panelStyle));
+            _restyling = false;
+        }
+    }
+    QWidget::changeEvent(event);
+}
+

@@ -6,21 +6,20 @@
 #include "core/notifications/ZVNotificationCenter.h"
 #include "core/ui/ZVLogView.h"
 
-class QButtonGroup;
 class QLineEdit;
-class QPlainTextEdit;
 class QPushButton;
 class QToolButton;
 class ZVApplicationCommands;
 class ZVHeartBeatStateButton;
 class ZVProjectPopUpButton;
+class ZVReceiptDrawerWindow;
 class ZVTimeTextField;
 class ZVTimerViewController;
 
 /// The main timer window: a small panel with the project picker, the live
 /// clock with its start and stop button, the "What are you working on?"
 /// field, the timer panel (quick search, recents, actions, gear) and the
-/// log drawer under it. Closing it hides it; the tray icon stays.
+/// log drawer beside it. Closing it hides it; the tray icon stays.
 class ZVNorvoMainWindow final : public QWidget, public ZVLogView {
     Q_OBJECT
 public:
@@ -34,7 +33,9 @@ public:
     QLineEdit* currentTaskTextField() const { return _currentTaskTextField; }
     ZVTimerViewController* timerViewController() const { return _timerViewController; }
     ZVHeartBeatStateButton* heartBeatStateButton() const { return _heartBeatStateButton; }
-    QWidget* logDrawer() const { return _logDrawer; }
+    ZVReceiptDrawerWindow* logDrawer() const { return _logDrawer; }
+    /// The way to a first project, shown while there is no project at all.
+    QWidget* gettingStarted() const { return _gettingStarted; }
 
     /// Floating above other windows, or at the normal level.
     void setKeptAboveOtherWindows(bool above);
@@ -56,9 +57,11 @@ Q_SIGNALS:
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    void changeEvent(QEvent* event) override;
 
 private:
     void _updateStartStopButton();
+    void _updateGettingStarted();
 
     ZVApplicationCommands& _commands;
     ZVProjectPopUpButton* _projectListPopUpButton = nullptr;
@@ -69,8 +72,8 @@ private:
     ZVTimerViewController* _timerViewController = nullptr;
     ZVHeartBeatStateButton* _heartBeatStateButton = nullptr;
     QToolButton* _logButton = nullptr;
-    QWidget* _logDrawer = nullptr;
-    QPlainTextEdit* _logText = nullptr;
-    QButtonGroup* _periodGroup = nullptr;
+    QWidget* _gettingStarted = nullptr;
+    ZVReceiptDrawerWindow* _logDrawer = nullptr;
     std::vector<ZVNotificationCenter::Token> _observations;
+    bool _restyling = false;
 };

@@ -8,10 +8,14 @@
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLineEdit>
+#include <QKeyEvent>
 #include <QMenu>
 #include <QPushButton>
 #include <QSpinBox>
 #include <QVBoxLayout>
+#include <algorithm>
+#include <vector>
 
 #include "ZVLocalization.h"
 #include "core/actions/ZVTimeEditor.h"
@@ -23,6 +27,7 @@
 #include "core/integrations/local/ZVNorvoIntegration.h"
 #include "core/ui/ZVMenu.h"
 #include "ui_elements/ZVMenuRenderer.h"
+#include "ui_elements/ZVProjectSelectionAlert.h"
 
 namespace {
 
@@ -36,6 +41,38 @@ QSpinBox* timeField(std::uint64_t value, int maximum, const QString& name) {
     return field;
 }
 
+// Left at the start of a field and Right at its end move between the
+// hours, minutes and seconds, as in one clock field.
+class FieldStepper final : public QObject {
+public:
+    FieldStepper(std::vector<QSpinBox*> fields, QObject* parent) : QObject(parent), _fields(std::move(fields)) {
+        for (QSpinBox* field : _fields) field->installEventFilter(this);
+    }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() != QEvent::KeyPress) return false;
+        const int key = static_cast<QKeyEvent*>(event)->key();
+        if (key != Qt::Key_Left && key != Qt::Key_Right) return false;
+        const auto found = std::find(_fields.begin(), _fields.end(), watched);
+        auto* text = found == _fields.end() ? nullptr : (*found)->findChild<QLineEdit*>();
+        if (!text) return false;
+        const bool whole = text->hasSelectedText() && text->selectedText() == text->text();
+        const auto index = static_cast<std::size_t>(found - _fields.begin());
+        std::size_t next = index;
+        if (key == Qt::Key_Left && (whole || text->cursorPosition() == 0) && index > 0) next = index - 1;
+        if (key == Qt::Key_Right && (whole || text->cursorPosition() == text->text().size()) && index + 1 < _fields.size())
+            next = index + 1;
+        if (next == index) return false;
+        _fields[next]->setFocus(Qt::TabFocusReason);
+        _fields[next]->selectAll();
+        return true;
+    }
+
+private:
+    std::vector<QSpinBox*> _fields;
+};
+
 // The project menu of a dialog: its choice goes to a function.
 class ChoiceTarget final : public ZVIntegrationProjectMenuItemTarget {
 public:
@@ -46,23 +83,6 @@ public:
 private:
     std::function<void(const std::shared_ptr<ZVIntegrationProject>&)> _choose;
 };
-
-std::shared_ptr<ZVMenu> projectSelectionMenu(ZVIntegrationProjectMenuItemTarget* target,
-                                             const std::shared_ptr<ZVIntegrationProject>& selected) {
-    auto menu = std::make_shared<ZVMenu>();
-    auto local = std::make_shared<ZVMenuItem>(ZVLocalizedString("Projects"));
-    local->submenu = ZVNorvoIntegration::sharedIntegration()->lazyIntegrationMenu(target, selected, false);
-    menu->addItem(local);
-    menu->addSeparator();
-    const auto integrations = ZVIntegrationCenter::shared().integrations();
-    for (const auto& integration : integrations) {
-        auto item = std::make_shared<ZVMenuItem>(integration->name());
-        item->submenu = integration->lazyIntegrationMenu(target, selected, false);
-        menu->addItem(item);
-    }
-    if (integrations.empty()) menu->addItem(ZVLocalizedString("No Accounts"), "absurdium");
-    return menu;
-}
 
 }  // namespace
 
@@ -78,11 +98,11 @@ void ZVQtTimeActionDialogs::runTimeMover(ZVTimeMover& mover) {
     projectButton->setMenu(projectMenu);
     ChoiceTarget target([&](const std::shared_ptr<ZVIntegrationProject>& project) {
         mover.selectProject(project);
-        projectButton->setText(QString::fromStdString(mover.projectPopUpTitle()));
+        projectButton->setText(ZVPlainTitle(mover.projectPopUpTitle()));
     });
     ZVMenuRenderer::rebuildOnOpening(*projectMenu,
-                                     [&] { return projectSelectionMenu(&target, mover.selectedProject()); });
-    projectButton->setText(QString::fromStdString(mover.projectPopUpTitle()));
+                                     [&] { return ZVProjectSelectionAlert::projectMenu(&target, mover.selectedProject()); });
+    projectButton->setText(ZVPlainTitle(mover.projectPopUpTitle()));
 
     auto* hours = timeField(0, 99, QStringLiteral("hours"));
     auto* minutes = timeField(0, 59, QStringLiteral("minutes"));
@@ -179,6 +199,7 @@ void ZVQtTimeActionDialogs::runTimeEditor(ZVTimeEditor& editor) {
     form->addRow(ZVLocalizedQString("Minutes:"), minutes);
     form->addRow(ZVLocalizedQString("Seconds:"), seconds);
     layout->addLayout(form);
+    new FieldStepper({hours, minutes, seconds}, &dialog);
 
     auto* buttons = new QDialogButtonBox(&dialog);
     buttons->addButton(ZVLocalizedQString("Cancel"), QDialogButtonBox::RejectRole)->setObjectName(QStringLiteral("cancelButton"));

@@ -4,13 +4,18 @@
 #include <QCheckBox>
 #include <QDesktopServices>
 #include <QDialog>
+#include <QElapsedTimer>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QNetworkInformation>
+#include <QPointer>
 #include <QPushButton>
+#include <QTimer>
 #include <QUrl>
 #include <QVBoxLayout>
+#include <optional>
 
 #include "ZVLocalization.h"
 
@@ -35,7 +40,50 @@ QWidget* dialogParent(QWidget* preferred) {
     return QApplication::activeWindow();
 }
 
+// Swallows the keys meant for a dialog until it has been up for a moment:
+// an alert that comes up by itself (the user came back, a refresh found a
+// vanished project) must not be answered by a key press that was typed for
+// another window. The default button takes Return only from then on.
+class KeyGuard final : public QObject {
+public:
+    KeyGuard(QDialog& dialog, QPushButton* defaultButton, int milliseconds)
+        : _dialog(dialog), _defaultButton(defaultButton), _milliseconds(milliseconds) {
+        qApp->installEventFilter(this);
+        _shown.start();
+        QTimer::singleShot(milliseconds, this, [this] {
+            if (_defaultButton) _defaultButton->setDefault(true);
+        });
+    }
+    ~KeyGuard() override { qApp->removeEventFilter(this); }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        const auto type = event->type();
+        if (type != QEvent::KeyPress && type != QEvent::KeyRelease && type != QEvent::ShortcutOverride)
+            return false;
+        auto* widget = qobject_cast<QWidget*>(watched);
+        return widget && widget->window() == &_dialog && _shown.elapsed() < _milliseconds;
+    }
+
+private:
+    QDialog& _dialog;
+    QPointer<QPushButton> _defaultButton;
+    int _milliseconds;
+    QElapsedTimer _shown;
+};
+
 }  // namespace
+
+ZVQtUserInterface::ZVQtUserInterface() {
+    if (!QNetworkInformation::loadBackendByFeatures(QNetworkInformation::Feature::Reachability)) return;
+    QNetworkInformation* network = QNetworkInformation::instance();
+    const auto follow = [this](QNetworkInformation::Reachability reachability) {
+        _offline = reachability == QNetworkInformation::Reachability::Disconnected;
+    };
+    follow(network->reachability());
+    _networkWatch = std::make_unique<QObject>();
+    QObject::connect(network, &QNetworkInformation::reachabilityChanged, _networkWatch.get(), follow);
+}
 
 int ZVQtUserInterface::escapeButtonIndex(const std::vector<std::string>& buttons) {
     const std::string cancel = ZVLocalizedString("Cancel");
@@ -55,7 +103,7 @@ ZVAlertResponse ZVQtUserInterface::runModal(const ZVAlert& alert) {
     // All buttons share one role, which keeps them in the given order.
     std::vector<QPushButton*> buttons;
     for (const std::string& title : titles) buttons.push_back(box.addButton(ZVQt(title), QMessageBox::ActionRole));
-    box.setDefaultButton(buttons.front());
+    if (!alert.ignoresKeyPressesAtFirst) box.setDefaultButton(buttons.front());
     const int escapeIndex = escapeButtonIndex(titles);
     if (escapeIndex >= 0) box.setEscapeButton(buttons[static_cast<std::size_t>(escapeIndex)]);
 
@@ -65,6 +113,12 @@ ZVAlertResponse ZVQtUserInterface::runModal(const ZVAlert& alert) {
         box.setCheckBox(suppression);
     }
 
+    std::optional<KeyGuard> guard;
+    if (alert.ignoresKeyPressesAtFirst) {
+        // No button has the focus either, so that Space presses none.
+        for (QPushButton* button : buttons) button->setFocusPolicy(Qt::ClickFocus);
+        guard.emplace(box, buttons.front(), keyGuardMilliseconds);
+    }
     box.exec();
 
     ZVAlertResponse response;

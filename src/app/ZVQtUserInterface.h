@@ -1,6 +1,9 @@
 #pragma once
 
 #include <QString>
+#include <QObject>
+#include <atomic>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -15,6 +18,10 @@ class QWidget;
 /// button of a one-button alert.
 class ZVQtUserInterface final : public ZVUserInterface {
 public:
+    /// Starts following the desktop's network state (NetworkManager through
+    /// Qt), where the desktop offers one.
+    ZVQtUserInterface();
+
     ZVAlertResponse runModal(const ZVAlert& alert) override;
     std::optional<std::string> runModalWithTextField(const ZVAlert& alert, const std::string& initialText,
                                                      bool secure) override;
@@ -22,10 +29,16 @@ public:
     void beep() override;
     void showBanner(const std::string& title, const std::string& text) override;
     bool openURL(const std::string& url) override;
+    /// Only a desktop that knows of no network at all counts: a local or
+    /// site-only network still reaches an intranet server.
+    bool desktopIsOffline() const override { return _offline.load(); }
 
     ZVDesktopNotifications& notifications() { return _notifications; }
     /// The window that alerts are centred on, or none for the screen.
     void setParentWindow(QWidget* window) { _parentWindow = window; }
+
+    /// How long an alert that ignores key presses at first takes none.
+    static constexpr int keyGuardMilliseconds = 1500;
 
     /// The index of the button that Escape presses, or -1 when Escape does nothing.
     static int escapeButtonIndex(const std::vector<std::string>& buttons);
@@ -33,6 +46,9 @@ public:
 private:
     ZVDesktopNotifications _notifications;
     QWidget* _parentWindow = nullptr;
+    std::atomic<bool> _offline{false};
+    // Ends the following of the network state with this object.
+    std::unique_ptr<QObject> _networkWatch;
 };
 
 inline QString ZVQt(const std::string& text) { return QString::fromStdString(text); }

@@ -67,17 +67,16 @@ ZVTimerViewController::ZVTimerViewController(ZVApplicationCommands& commands, QW
         return menu;
     });
     _gearMenu = _gearButton->menu();
-    updateGearMenu();
+    // Built at each opening, so that check marks show the state of the moment.
+    ZVMenuRenderer::rebuildOnOpening(*_gearMenu, [] {
+        ZVMenuManager::ApplicationMenuVisibility visibility;
+        visibility.showQuitItem = true;
+        return ZVMenuManager::shared().applicationMenu(visibility);
+    });
     _searchField->setResultsDelegate(this);
 }
 
 ZVTimerViewController::~ZVTimerViewController() = default;
-
-void ZVTimerViewController::updateGearMenu() {
-    ZVMenuManager::ApplicationMenuVisibility visibility;
-    visibility.showQuitItem = true;
-    ZVMenuRenderer::fill(*_gearMenu, ZVMenuManager::shared().applicationMenu(visibility));
-}
 
 void ZVTimerViewController::makeSearchFieldFirstResponder() {
     if (window() && window()->isVisible()) _searchField->setFocus(Qt::OtherFocusReason);

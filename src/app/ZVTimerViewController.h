@@ -35,8 +35,6 @@ public:
     void makeSearchFieldFirstResponder();
     /// Reloads the recents and puts the focus into the search field.
     void viewWillAppear();
-    /// Rebuilds the gear menu (when the debug log's state changes).
-    void updateGearMenu();
 
     // ZVIntegrationProjectMenuItemTarget
     void selectProject(const ZVMenuItem& item) override;

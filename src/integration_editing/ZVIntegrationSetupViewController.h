@@ -17,8 +17,8 @@ class ZVIntegrationSetupView;
 /// pull-down of the service kinds, the chosen account's setup view, and
 /// "Save" and "Cancel". Choosing another kind replaces the account with a
 /// fresh one, so that what was typed is dropped; "Save" adds the account to
-/// the centre without testing its credentials. A click outside does not
-/// close it: the user leaves by "Save" or "Cancel".
+/// the centre without testing its credentials. Escape or a click outside
+/// leaves it as "Cancel" does.
 class ZVIntegrationSetupViewController : public QWidget, public ZVPopoverDelegate {
     Q_OBJECT
 public:
@@ -34,7 +34,7 @@ public:
     void cancel();
 
     void popoverWillShow() override;
-    bool popoverShouldClose() override { return _allowClose; }
+    bool popoverShouldClose() override { return true; }
     void popoverWillClose() override;
 
     ZVIntegrationListPopUpButton* integrationPopUp() const { return _integrationPopUp; }
@@ -64,5 +64,4 @@ protected:
     QPushButton* _cancelButton = nullptr;
     QProgressBar* _progressIndicator = nullptr;
     ZVIntegrationSetupView* _setupView = nullptr;
-    bool _allowClose = false;
 };

@@ -204,6 +204,8 @@ QWidget* ZVIntegrationSetupViewFactory::makeBasicView(const std::shared_ptr<ZVIn
     QLineEdit* address = textField("addressField", account->address(),
                                    [account](const std::string& value) { account->setAddress(value); });
     address->setPlaceholderText(QString::fromStdString(account->addressPlaceholder()));
+    // The example address is read whole.
+    address->setMinimumWidth(address->fontMetrics().horizontalAdvance(address->placeholderText()) + 24);
     address->setReadOnly(account->hasHardcodedAddress());
     form->addRow(ZVLocalizedQString("Address"), address);
     if (account->SSLSupport() == ZVSSLSupport::optional) {

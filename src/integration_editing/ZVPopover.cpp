@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QMouseEvent>
+#include <QPushButton>
 #include <QVBoxLayout>
 
 ZVPopover::ZVPopover(QWidget* parent) : QFrame(parent, Qt::Tool | Qt::FramelessWindowHint) {
@@ -11,6 +12,9 @@ ZVPopover::ZVPopover(QWidget* parent) : QFrame(parent, Qt::Tool | Qt::FramelessW
     setFrameShape(QFrame::StyledPanel);
     _layout = new QVBoxLayout(this);
     _layout->setContentsMargins(12, 12, 12, 12);
+    // The panel is as large as its content asks, in every language: a
+    // wrapped hint gets the lines it needs.
+    _layout->setSizeConstraint(QLayout::SetFixedSize);
     qApp->installEventFilter(this);
 }
 
@@ -36,7 +40,10 @@ void ZVPopover::setContentViewController(QWidget* content) {
     }
 }
 
-void ZVPopover::setContentSize(const QSize& size) { resize(size.expandedTo(minimumSizeHint())); }
+void ZVPopover::setContentSize(const QSize&) {
+    // The layout fixes the size to what the content needs.
+    adjustSize();
+}
 
 void ZVPopover::showRelativeTo(QWidget* anchor) {
     if (auto* content = delegate()) content->popoverWillShow();
@@ -71,16 +78,35 @@ bool ZVPopover::contains(const QWidget* widget) const {
 }
 
 void ZVPopover::keyPressEvent(QKeyEvent* event) {
-    // Escape closes as a click outside does: only when the content agrees.
+    // Escape closes as a click outside does.
     if (event->key() == Qt::Key_Escape && _isShown) {
         clickedOutside();
         event->accept();
         return;
     }
+    // Return presses the default button, as in a dialog.
+    if ((event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) && _isShown) {
+        for (QPushButton* button : findChildren<QPushButton*>()) {
+            if (button->isDefault() && button->isVisible() && button->isEnabled()) {
+                button->click();
+                event->accept();
+                return;
+            }
+        }
+    }
     QFrame::keyPressEvent(event);
 }
 
 bool ZVPopover::eventFilter(QObject* watched, QEvent* event) {
+    // Escape from any field of the panel, also one that would keep the key.
+    if (_isShown && event->type() == QEvent::ShortcutOverride) {
+        auto* widget = qobject_cast<QWidget*>(watched);
+        if (static_cast<QKeyEvent*>(event)->key() == Qt::Key_Escape && widget && widget->window() == this &&
+            !QApplication::activePopupWidget()) {
+            clickedOutside();
+            return true;
+        }
+    }
     if (_isShown && event->type() == QEvent::MouseButtonPress) {
         auto* widget = qobject_cast<QWidget*>(watched);
         if (widget && !contains(widget)) clickedOutside();

@@ -10,15 +10,16 @@ class ZVPopoverDelegate {
 public:
     virtual ~ZVPopoverDelegate() = default;
     virtual void popoverWillShow() {}
-    /// Asked when the user clicks outside the popover; closePopover() does not ask.
+    /// Asked when the user clicks outside the popover or presses Escape;
+    /// closePopover() does not ask.
     virtual bool popoverShouldClose() { return true; }
     virtual void popoverWillClose() {}
 };
 
 /// The one shared panel of the main window that hosts account setup and
 /// account editing, one content at a time. It is a frameless tool window
-/// placed under the control it is shown for. A click elsewhere in the
-/// application closes it only when the content agrees. The content lives as
+/// placed under the control it is shown for. Escape or a click elsewhere in
+/// the application close it when the content agrees. The content lives as
 /// long as the popover shows it.
 class ZVPopover final : public QFrame {
     Q_OBJECT

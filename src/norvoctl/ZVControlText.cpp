@@ -59,6 +59,7 @@ QString usage() {
         "                                     write the current project's log of those days as CSV\n"
         "                                     (DAY: YYYY-MM-DD, today or yesterday)\n"
         "  quit                               stop the timer, save and quit Norvo\n"
+        "  --version                          the version of norvoctl\n"
         "\n"
         "FORMAT fields: {state} {running} {clock} {hm} {seconds} {project} {name} {task} {account} {syncing}\n"
         "Default format: \"{state} {clock} {project}\"\n"

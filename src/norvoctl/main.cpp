@@ -229,6 +229,10 @@ int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     QStringList arguments = QCoreApplication::arguments();
     arguments.removeFirst();
+    if (arguments == QStringList{QStringLiteral("--version")}) {
+        printLine(QStringLiteral("norvoctl " NORVO_VERSION));
+        return done;
+    }
     QString error;
     const auto request = ZVControlText::parseArguments(arguments, error);
     if (!request) return fail(badInput, error);

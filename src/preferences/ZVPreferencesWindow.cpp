@@ -8,11 +8,14 @@
 #include <QFormLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPushButton>
 #include <QTabWidget>
 #include <QVBoxLayout>
 #include <cmath>
 
+#include "ZVHTTPSession.h"
 #include "ZVLocalization.h"
+#include "ZVLog.h"
 #include "ZVPreferences.h"
 #include "app/ZVKeyboardShortcutManager.h"
 #include "core/ledgrin/ZVLedgrinIntegration.h"
@@ -35,12 +38,17 @@ ZVPreferencesWindow::ZVPreferencesWindow(Hooks hooks, QWidget* parent) : QDialog
     setWindowTitle(ZVLocalizedQString("Preferences"));
     setObjectName(QStringLiteral("preferencesWindow"));
     _tabs = new QTabWidget(this);
+    // Every tab's title is read whole, in every language: the window is as
+    // wide as its tabs and never scrolls them.
+    _tabs->setUsesScrollButtons(false);
+    _tabs->setElideMode(Qt::ElideNone);
     _tabs->addTab(_makeGeneralPane(), ZVLocalizedQString("General"));
     _tabs->addTab(_makeShortcutsPane(), ZVLocalizedQString("Keyboard Shortcuts"));
-    _tabs->addTab(_makeLedgrinPane(), ZVLocalizedQString("Ledgrin"));
+    _tabs->addTab(_makeLedgrinPane(), ZVLocalizedQString("Ledgrin Integration"));
     _tabs->addTab(_makeAdvancedPane(), ZVLocalizedQString("Advanced"));
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(_tabs);
+    layout->setSizeConstraint(QLayout::SetMinimumSize);
     loadPreferences();
 }
 
@@ -166,6 +174,15 @@ QWidget* ZVPreferencesWindow::_makeAdvancedPane() {
     form->addRow(_warnAboutUnpostedTimeBeforeQuittingButton);
     form->addRow(ZVLocalizedQString("Synchronize every (seconds):"), _syncTimeIntervalTextField);
     form->addRow(_silenceSyncErrorsButton);
+    // A service that keeps a bad session in its cookie signs in afresh.
+    auto* clearCookies = new QPushButton(ZVLocalizedQString("Clear Cookies"));
+    clearCookies->setObjectName(QStringLiteral("clearCookiesButton"));
+    connect(clearCookies, &QPushButton::clicked, this, [] {
+        auto session = ZVHTTPSession::shared();
+        session->clearAllCookies();
+        ZVLog([] { return std::string("Remaining cookie count: 0"); });
+    });
+    form->addRow(clearCookies);
     return pane;
 }
 

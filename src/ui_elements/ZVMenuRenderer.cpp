@@ -4,13 +4,9 @@
 #include <QMenu>
 
 #include "core/ui/ZVMenu.h"
+#include "ui_elements/ZVQtLocalization.h"
 
 namespace {
-
-QString menuTitle(const std::string& title) {
-    // A lone '&' would otherwise underline the next letter as a mnemonic.
-    return QString::fromStdString(title).replace(QLatin1Char('&'), QStringLiteral("&&"));
-}
 
 void addItem(QMenu& menu, const std::shared_ptr<ZVMenuItem>& item) {
     if (item->isSeparator) {
@@ -18,7 +14,7 @@ void addItem(QMenu& menu, const std::shared_ptr<ZVMenuItem>& item) {
         return;
     }
     if (item->submenu) {
-        auto* submenu = new QMenu(menuTitle(item->title), &menu);
+        auto* submenu = new QMenu(ZVPlainTitle(item->title), &menu);
         submenu->setToolTipsVisible(true);
         // Filled once, at the first opening: the parent menu is itself
         // rebuilt at each opening, which renews this one too.
@@ -33,7 +29,7 @@ void addItem(QMenu& menu, const std::shared_ptr<ZVMenuItem>& item) {
         if (!item->toolTip.empty()) action->setToolTip(QString::fromStdString(item->toolTip));
         return;
     }
-    QAction* action = menu.addAction(menuTitle(item->title));
+    QAction* action = menu.addAction(ZVPlainTitle(item->title));
     action->setEnabled(item->isEnabled());
     if (item->state == ZVMenuItem::State::on) {
         action->setCheckable(true);

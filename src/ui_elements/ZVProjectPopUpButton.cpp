@@ -10,6 +10,7 @@
 #include "core/integrations/helper/ZVIntegrationProject.h"
 #include "core/integrations/local/ZVNorvoIntegration.h"
 #include "ui_elements/ZVMenuRenderer.h"
+#include "ui_elements/ZVQtLocalization.h"
 
 ZVProjectPopUpButton::ZVProjectPopUpButton(ZVApplicationCommands& commands, QWidget* parent)
     : QPushButton(parent), _commands(commands) {
@@ -26,6 +27,9 @@ ZVProjectPopUpButton::ZVProjectPopUpButton(ZVApplicationCommands& commands, QWid
                                                       [this](const ZVNotification&) { updateTitle(); }));
     _observations.push_back(notifications.addObserver(ZVIntegrationAvailableProjectsDidChange,
                                                       [this](const ZVNotification&) { updateTitle(); }));
+    // A refresh may have renamed the current project on its server.
+    _observations.push_back(notifications.addObserver(ZVIntegrationCenterSynchronizationDidEndNotification,
+                                                      [this](const ZVNotification&) { updateTitle(); }));
     updateTitle();
 }
 
@@ -35,8 +39,7 @@ ZVProjectPopUpButton::~ZVProjectPopUpButton() {
 
 void ZVProjectPopUpButton::updateTitle() {
     auto project = ZVIntegrationCenter::shared().currentProject();
-    setText(project ? QString::fromStdString(project->name())
-                    : QString::fromStdString(ZVLocalizedString("No project selected")));
+    setText(project ? ZVPlainTitle(project->name()) : ZVLocalizedQString("No project selected"));
     setToolTip(project ? QString::fromStdString(project->fullProjectPath()) : QString());
 }
 

@@ -9,6 +9,7 @@
 #include <QScreen>
 #include <QTimer>
 #include <QVBoxLayout>
+#include <QWindow>
 #include <algorithm>
 
 #include "ZVLocalization.h"
@@ -217,4 +218,19 @@ void ZVStatusItemController::showStatusItemPopover() {
 void ZVStatusItemController::showQuickSearch() {
     if (!isPopoverShown()) showStatusItemPopover();
     if (_timerViewController) _timerViewController->makeSearchFieldFirstResponder();
+    _takeKeyboard(60);
+}
+
+// A hot key holds the keyboard until its keys are released, so the popup's
+// own grab fails when a hot key opens it: typing would go to the program
+// that had the focus, and neither Escape nor a click elsewhere would close
+// the popup. The grab is tried again until the keys are up.
+void ZVStatusItemController::_takeKeyboard(int attemptsLeft) {
+    if (!isPopoverShown()) return;
+    QWindow* window = _popoverWindow->windowHandle();
+    if (!window) return;
+    _popoverWindow->activateWindow();
+    if (window->setKeyboardGrabEnabled(true) && window->setMouseGrabEnabled(true)) return;
+    if (attemptsLeft > 0)
+        QTimer::singleShot(50, this, [this, attemptsLeft] { _takeKeyboard(attemptsLeft - 1); });
 }

@@ -67,6 +67,7 @@ private:
     void _removeSyncingIndicator();
     void _redraw();
     QWidget& _popover();
+    void _takeKeyboard(int attemptsLeft);
 
     ZVApplicationCommands& _commands;
     std::unique_ptr<QSystemTrayIcon> _statusItem;

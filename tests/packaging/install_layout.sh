@@ -27,6 +27,9 @@ for state in running stopped syncing; do
   expect_file share/icons/hicolor/scalable/status/$id-$state-dark.svg
 done
 expect_file share/locale/de/LC_MESSAGES/norvo.mo
+expect_file share/norvo/sounds/printer_sound.wav
+expect_file share/norvo/help/index.html
+expect_file share/norvo/changelog
 expect_file share/doc/norvo/copyright
 expect_file share/man/man1/norvo.1.gz
 

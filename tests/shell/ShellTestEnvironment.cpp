@@ -57,8 +57,7 @@ bool processEventsUntil(const std::function<bool()>& condition, int timeoutMilli
 ShellFixture::ShellFixture() {
     shellApplication();
     // Refreshes see no connection at once instead of waiting for a name server.
-    ZVPreferences::shared().setValue(std::string("http://127.0.0.1:9/"),
-                                     ZVSynchronizationThread::connectionProbeAddressKey);
+    ZVSynchronizationThread::setConnectionProbeOverride("http://127.0.0.1:9/");
     ZVIntegrationCenter::resetShared();
     ZVNorvoIntegration::resetSharedIntegration();
     ZVHeartBeat::resetSharedHeartBeat();

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <QCheckBox>
+#include <QPushButton>
 #include <QCoreApplication>
 #include <QIcon>
 #include <QImage>
@@ -12,6 +13,7 @@
 
 #include "IgnoredCommands.h"
 #include "ShellTestEnvironment.h"
+#include "ZVHTTPSession.h"
 #include "ZVLocalization.h"
 #include "ZVPaths.h"
 #include "app/ZVMenuManager.h"
@@ -158,13 +160,13 @@ TEST_F(ZVGermanCatalogTest, MenusAndAlertsSpeakGermanAndFillTheirPlaceholders) {
               "Zeit für „Website“ auf 01:00:00 geändert");
 }
 
-// English has no catalog and keeps its own plural words.
+// English has no catalog and takes its own singular and plural words.
 TEST_F(ZVGermanCatalogTest, CountsTakeTheSingularAndPluralOfTheLanguage) {
     auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
     const std::tuple<const char*, std::uint64_t, const char*> totals[] = {
         {"de", 1, "1 SEKUNDE"},           {"de", 2, "2 SEKUNDEN"},           {"de", 0, "0 SEKUNDEN"},
-        {"de", 61, "1 MINUTE 1 SEK."},    {"de", 125, "2 MINUTEN 5 SEK."},   {"de", 3600, "1 STUNDE 0 MIN."},
-        {"de", 7260, "2 STUNDEN 1 MIN."}, {"en", 61, "1 MINUTES 1 SECONDS"},
+        {"de", 61, "1 MINUTE 1 SEKUNDE"}, {"de", 125, "2 MINUTEN 5 SEKUNDEN"}, {"de", 3600, "1 STUNDE 0 MINUTEN"},
+        {"de", 7260, "2 STUNDEN 1 MINUTE"}, {"en", 61, "1 MINUTE 1 SECOND"}, {"en", 7320, "2 HOURS 2 MINUTES"},
     };
     for (const auto& [lang, seconds, text] : totals) {
         setenv("LANGUAGE", lang, 1);
@@ -207,4 +209,28 @@ TEST_F(ShellFixture, TheTrayKeepsItsClockAndShowsTheThemedStateIconWhereTheClock
     EXPECT_EQ(ZVStatusItemController::stateIconName(false, false, false), u"com.tesselwick.Norvo-stopped"_s);
     EXPECT_EQ(ZVStatusItemController::stateIconName(true, false, true), u"com.tesselwick.Norvo-running-dark"_s);
     EXPECT_EQ(ZVStatusItemController::stateIconName(true, true, false), u"com.tesselwick.Norvo-syncing"_s);
+}
+
+namespace {
+class CookieCountingSession final : public ZVHTTPSession {
+public:
+    ZVHTTPResult send(const ZVURLRequest&) override { return {}; }
+    std::vector<ZVHTTPCookie> cookies(const std::string&) override { return {}; }
+    void clearCookies(const std::string&) override {}
+    void clearAllCookies() override { ++cleared; }
+    int cleared = 0;
+};
+}  // namespace
+
+// "Clear Cookies" of the advanced pane empties the shared cookie store, so
+// that a service with a stale session cookie signs in afresh.
+TEST_F(ShellFixture, ClearCookiesEmptiesTheSharedCookieStore) {
+    auto session = std::make_shared<CookieCountingSession>();
+    ZVHTTPSession::setShared(session);
+    ZVPreferencesWindow preferences({});
+    auto* button = preferences.findChild<QPushButton*>(u"clearCookiesButton"_s);
+    ASSERT_NE(button, nullptr);
+    button->click();
+    EXPECT_EQ(session->cleared, 1);
+    ZVHTTPSession::setShared(nullptr);
 }

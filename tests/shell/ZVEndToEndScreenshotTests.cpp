@@ -1,4 +1,7 @@
 #include <QDir>
+#include <QLineEdit>
+#include <QPalette>
+#include <QStyle>
 #include <QFileInfo>
 #include <QProcess>
 #include <QStandardPaths>
@@ -6,7 +9,12 @@
 #include <cstdlib>
 
 #include "ShellTestEnvironment.h"
+#include "ZVLocalization.h"
 #include "ZVPreferences.h"
+#include "app/ZVNorvoAppDelegate.h"
+#include "app/ZVNorvoMainWindow.h"
+#include "preferences/ZVPreferencesWindow.h"
+#include "ui_elements/ZVReceiptDrawerWindow.h"
 
 using namespace Qt::StringLiterals;
 
@@ -82,4 +90,68 @@ TEST(NorvoEndToEnd, ShowsTheTimerWindowAndTheStatusMenu) {
     norvo.waitForFinished(5000);
     tray.kill();
     tray.waitForFinished(2000);
+}
+
+namespace {
+
+QPalette darkPalette() {
+    QPalette dark;
+    dark.setColor(QPalette::Window, QColor(0x2d, 0x2f, 0x33));
+    dark.setColor(QPalette::WindowText, QColor(0xee, 0xee, 0xee));
+    dark.setColor(QPalette::Base, QColor(0x1e, 0x1f, 0x22));
+    dark.setColor(QPalette::AlternateBase, QColor(0x35, 0x37, 0x3b));
+    dark.setColor(QPalette::Text, QColor(0xee, 0xee, 0xee));
+    dark.setColor(QPalette::Button, QColor(0x3a, 0x3c, 0x40));
+    dark.setColor(QPalette::ButtonText, QColor(0xee, 0xee, 0xee));
+    dark.setColor(QPalette::Mid, QColor(0x60, 0x62, 0x66));
+    dark.setColor(QPalette::PlaceholderText, QColor(0x99, 0x99, 0x99));
+    return dark;
+}
+
+class ZVScreenshotTest : public LaunchedAppFixture {};
+
+}  // namespace
+
+// Pictures of what a new user meets, in English and German and in a light
+// and a dark desktop palette, kept in the build tree's tests/artifacts
+// folder: the first start, the log beside the timer window and the
+// preferences. The timer window takes the palette's colours.
+TEST_F(ZVScreenshotTest, FirstStartLogAndPreferencesInBothLanguagesAndPalettes) {
+    const QPalette light = QApplication::style()->standardPalette();
+    const QString folder = artifactsFolder();
+    for (const char* language : {"en", "de"}) {
+        for (const bool dark : {false, true}) {
+            ScopedVariable chosen("LANGUAGE", language);
+            ZVPrepareLocalization();
+            QApplication::setPalette(dark ? darkPalette() : light);
+            const QString name = QString::fromUtf8(language) + (dark ? u"-dark"_s : u"-light"_s);
+            // Texts are read in the language of the moment the window is made.
+            ZVNorvoMainWindow window(*delegate);
+            window.show();
+            processEventsUntil([] { return false; }, 100);
+            const QImage start = window.grab().toImage();
+            EXPECT_TRUE(start.save(folder + u"/first-start-"_s + name + u".png"_s));
+            const QColor background = start.pixelColor(start.width() - 3, start.height() / 2);
+            EXPECT_EQ(background.lightnessF() < 0.5, dark) << name.toStdString() << ": the window ignores the palette";
+
+            ZVPreferencesWindow preferences({});
+            preferences.show();
+            processEventsUntil([] { return false; }, 100);
+            EXPECT_TRUE(preferences.grab().save(folder + u"/preferences-"_s + name + u".png"_s));
+            preferences.hide();
+        }
+    }
+    QApplication::setPalette(light);
+    ZVNorvoMainWindow& window = *delegate->window();
+    window.show();
+    auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Müller & Söhne");
+    ZVIntegrationCenter::shared().setCurrentProject(project);
+    window.currentTaskTextField()->setText(u"Wireframes"_s);
+    ZVHeartBeat::sharedHeartBeat().start();
+    window.logDrawer()->setSoundPlayer([](const QString&) {});
+    window.setLogDrawerShown(true);
+    processEventsUntil([] { return false; }, 400);
+    EXPECT_TRUE(window.logDrawer()->grab().save(folder + u"/log-window.png"_s));
+    ZVHeartBeat::sharedHeartBeat().stop();
+    ZVPrepareLocalization();
 }

@@ -7,8 +7,11 @@
 #include <QMimeData>
 #include <QMouseEvent>
 #include <QPushButton>
+#include <QTabBar>
+#include <QTabWidget>
 
 #include "ShellTestEnvironment.h"
+#include "ZVLocalization.h"
 #include "ZVPreferences.h"
 #include "app/ZVNorvoAppDelegate.h"
 #include "app/ZVNorvoMainWindow.h"
@@ -22,6 +25,7 @@
 #include "integration_editing/ZVIntegrationSetupViewController.h"
 #include "integration_editing/ZVNorvoProjectManagementViewController.h"
 #include "integration_editing/ZVPopover.h"
+#include "preferences/ZVPreferencesWindow.h"
 #include "testkit/FakeServer.h"
 #include "testkit/ScriptedUserInterface.h"
 #include "ui_elements/ZVProjectPopUpButton.h"
@@ -50,7 +54,7 @@ public:
 /// The server of the Generic protocol: one project with one task, for the
 /// user "alice" with the password "right" only.
 void serveGenericTree(FakeServer& server) {
-    ZVPreferences::shared().setValue(server.baseURL() + "/", ZVSynchronizationThread::connectionProbeAddressKey);
+    ZVSynchronizationThread::setConnectionProbeOverride(server.baseURL() + "/");
     server.route("GET", "/", [](const FakeRequest& request) {
         if (request.method == "HEAD") return FakeResponse::text("");
         const std::string expected = "Basic " + QByteArray("alice:right").toBase64().toStdString();
@@ -220,20 +224,23 @@ TEST_F(ZVIntegrationSetupTest, CancelAfterTypingLeavesNoAccountAndNoStoredCreden
 
 // What was typed into the setup panel goes only with "Cancel" or a second
 // "Add Account": a click beside it and Escape leave it open.
-TEST_F(ZVIntegrationSetupTest, OnlyAddAccountAgainClosesTheSetupPanelAndDiscardsIt) {
-    ZVIntegrationSetupViewController& setup = openSetup();
-    field(setup, "usernameField")->setText(u"alice"_s);
-    clickBesideThePopover();
-    pressEscape();
-    EXPECT_TRUE(popover().isShown());
-    EXPECT_EQ(content<ZVIntegrationSetupViewController>(), &setup);
-
-    delegate->addIntegration();
-    EXPECT_FALSE(popover().isShown());
-    EXPECT_TRUE(ZVIntegrationCenter::shared().integrations().empty());
-    delegate->addIntegration();
-    ASSERT_TRUE(popover().isShown());
-    EXPECT_TRUE(field(*content<ZVIntegrationSetupViewController>(), "usernameField")->text().isEmpty());
+// Escape, a click beside the panel and the add-account action again all
+// leave the setup as "Cancel" does: nothing typed is kept.
+TEST_F(ZVIntegrationSetupTest, EscapeAClickBesideOrAddAccountAgainDiscardTheSetupPanel) {
+    const std::pair<const char*, std::function<void()>> ways[] = {
+        {"Escape", [this] { pressEscape(); }},
+        {"a click beside", [this] { clickBesideThePopover(); }},
+        {"add account", [this] { delegate->addIntegration(); }},
+    };
+    for (const auto& [way, leave] : ways) {
+        ZVIntegrationSetupViewController& setup = openSetup();
+        field(setup, "usernameField")->setText(u"alice"_s);
+        leave();
+        EXPECT_FALSE(popover().isShown()) << way;
+        EXPECT_TRUE(ZVIntegrationCenter::shared().integrations().empty()) << way;
+    }
+    ZVIntegrationSetupViewController& again = openSetup();
+    EXPECT_TRUE(field(again, "usernameField")->text().isEmpty());
 }
 
 TEST_F(ZVIntegrationSetupTest, EditPanelHidesTheServiceChoiceAndSynchronizesWhenItCloses) {
@@ -254,11 +261,17 @@ TEST_F(ZVIntegrationSetupTest, EditPanelHidesTheServiceChoiceAndSynchronizesWhen
     EXPECT_EQ(field(*edit, "addressField")->text(), u"server.invalid"_s);
     EXPECT_EQ(field(*edit, "usernameField")->text(), u"alice"_s);
     field(*edit, "usernameField")->setText(u"bob"_s);
+    ASSERT_NE(edit->nameField(), nullptr);
+    EXPECT_EQ(edit->nameField()->text(), u"Office server"_s);
+    edit->nameField()->setText(u""_s);
+    EXPECT_EQ(account->name(), "Office server") << "an account keeps a name";
+    edit->nameField()->setText(u"Head office"_s);
 
     clickBesideThePopover();
     EXPECT_FALSE(popover().isShown());
     EXPECT_EQ(account->synchronizeCount, synchronizationsBefore + 2);
     EXPECT_EQ(account->usernamePasswordAuthentication().username(), "bob");
+    EXPECT_EQ(account->name(), "Head office");
     EXPECT_EQ(ZVIntegrationCenter::shared().integrations().size(), 1u);
 }
 
@@ -432,4 +445,34 @@ TEST_F(ZVNorvoProjectManagementTest, AddAsksForANameAndRemoveTakesTheSelectedRow
     controller.remove();
     EXPECT_EQ(rowTitles(model), (Names{"Beta", "Gamma"}));
     EXPECT_EQ(storedLocalProjectNames(), (Names{"Beta", "Gamma"}));
+}
+
+// Forms size to their content in every language: no tab of the preferences
+// is cut off or scrolled, the JIRA hint has all its lines and the example
+// address is read whole.
+TEST_F(ZVIntegrationSetupTest, DialogsFitTheirTextsInEnglishAndGerman) {
+    for (const char* language : {"en", "de"}) {
+        ScopedVariable chosen("LANGUAGE", language);
+        ZVPrepareLocalization();
+        {
+            ZVPreferencesWindow preferences({});
+            preferences.show();
+            processEventsUntil([&] { return preferences.isVisible(); });
+            auto* tabs = preferences.findChild<QTabWidget*>();
+            ASSERT_NE(tabs, nullptr);
+            for (int i = 0; i < tabs->count(); ++i)
+                EXPECT_LE(tabs->tabBar()->tabRect(i).right(), tabs->width()) << language << " tab " << i;
+            preferences.hide();
+        }
+        ZVIntegrationSetupViewController& setup = openSetup();
+        choose(setup, "JIRA");
+        processEventsUntil([] { return false; }, 100);
+        auto* hint = setup.setupView()->findChild<QLabel*>(u"credentialHint"_s);
+        ASSERT_NE(hint, nullptr);
+        EXPECT_GE(hint->height(), hint->heightForWidth(hint->width())) << language << ": the hint is clipped";
+        QLineEdit* address = field(setup, "addressField");
+        EXPECT_GT(address->width(), address->fontMetrics().horizontalAdvance(address->placeholderText())) << language;
+        popover().closePopover();
+    }
+    ZVPrepareLocalization();
 }

@@ -1,8 +1,15 @@
+#include <QPushButton>
+#include <QTimer>
+
 #include "IgnoredCommands.h"
 #include "ShellTestEnvironment.h"
 #include "app/ZVApplicationCommands.h"
 #include "app/ZVMenuManager.h"
 #include "core/ui/ZVMenu.h"
+#include "ui_elements/ZVKeyCombo.h"
+#include "ui_elements/ZVProjectSelectionAlert.h"
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -43,7 +50,7 @@ TEST_F(ZVMenuManagerTest, MenusWithoutProjectOrAccounts) {
     EXPECT_EQ(
         titles(*menu),
         "Start|Reset Timer...|-|Current Project: (none)|-|Recent Projects|-|Projects|-|No Accounts|Add "
-        "Account...|-|-|Show Main Window|-|About Norvo|Debug|Release Notes|Norvo Help|-|Preferences...|-|Quit Norvo");
+        "Account...|-|-|Show Main Window|-|About Norvo|Release Notes|Norvo Help|-|Preferences...|-|Quit Norvo");
     EXPECT_FALSE(menu->itemWithTitle("Current Project: (none)")->isEnabled());
     EXPECT_FALSE(menu->itemWithTitle("No Accounts")->isEnabled());
     const auto& recents = menu->itemWithTitle("Recent Projects")->submenu;
@@ -57,14 +64,20 @@ TEST_F(ZVMenuManagerTest, MenusWithoutProjectOrAccounts) {
     const auto actions = ZVMenuManager::shared().actionMenu();
     EXPECT_EQ(titles(*actions), "No Project Selected");
     EXPECT_FALSE(actions->items[0]->isEnabled());
+
+    // A hot key set for a command shows beside it.
+    const ZVKeyCombo toggle{Qt::Key_T, Qt::ControlModifier | Qt::AltModifier};
+    toggle.save(QStringLiteral("KeyboardShortcut"));
+    EXPECT_EQ(ZVMenuManager::shared().applicationMenu(statusItem)->items[0]->title,
+              "Start\t" + toggle.text().toStdString());
 }
 
 TEST_F(ZVMenuManagerTest, GearAndDockMenusShowTheirSections) {
     const auto gearMenu = ZVMenuManager::shared().applicationMenu(gear);
     EXPECT_EQ(titles(*gearMenu),
-              "Current Project: (none)|-|Show Main Window|-|About Norvo|Debug|Release Notes|Norvo "
+              "Current Project: (none)|-|Show Main Window|-|About Norvo|Release Notes|Norvo "
               "Help|-|Preferences...|-|Quit Norvo");
-    ASSERT_NE(gearMenu->itemWithTitle("Debug")->submenu, nullptr);
+    EXPECT_EQ(gearMenu->itemWithTitle("Debug"), nullptr) << "the debug tools wait for Shift";
     const auto dockMenu = ZVMenuManager::shared().applicationMenu(dock);
     EXPECT_EQ(dockMenu->itemWithTitle("Quit Norvo"), nullptr);
     EXPECT_NE(dockMenu->itemWithTitle("Start"), nullptr);
@@ -123,4 +136,34 @@ TEST_F(ZVMenuManagerTest, RecentProjectsSelectThroughThePickerTarget) {
     EXPECT_EQ(items[0]->state, ZVMenuItem::State::on);
     items[1]->perform();
     EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), first);
+}
+
+// The alert that asks for a project starts at the current one; a project
+// chosen in its pull-down becomes the selected one while the alert stays
+// up, and the caller reads it after the answer.
+TEST_F(ZVMenuManagerTest, ProjectSelectionAlertKeepsTheChoiceForItsCaller) {
+    auto website = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
+    auto jira = addAccount("Jira & Co");
+    auto ticket = addProject(jira, "Ticket 7");
+    ZVIntegrationCenter::shared().setCurrentProject(website);
+    ZVProjectSelectionAlert alert;
+    alert.setMessageText(u"Move time to which project?"_s);
+    alert.setButtons({u"Move"_s, u"Cancel"_s});
+    EXPECT_EQ(alert.projectSelectionPopUpButton()->text(), u"Website"_s);
+
+    const auto menu = ZVProjectSelectionAlert::projectMenu(&alert, alert.selectedProject());
+    EXPECT_EQ(titles(*menu), "Projects|-|Jira & Co");
+    ZVMenuItem* item = nullptr;
+    for (const auto& candidate : menu->items[2]->submenu->items)
+        if (candidate->representedProject() == ticket) item = candidate.get();
+    ASSERT_NE(item, nullptr);
+    QTimer::singleShot(0, &alert, [&] {
+        item->perform();
+        EXPECT_TRUE(alert.isVisible()) << "choosing a project leaves the alert up";
+        alert.findChildren<QPushButton*>().back()->click();  // the last button made: "Cancel"
+    });
+    EXPECT_EQ(alert.runModal(), 1);
+    EXPECT_EQ(alert.selectedProject(), ticket);
+    EXPECT_EQ(alert.projectSelectionPopUpButton()->text(), u"Ticket 7"_s);
+    EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), website) << "the caller decides what to do with it";
 }

@@ -1,3 +1,7 @@
+#include <QFile>
+#include <QKeySequence>
+#include <QPlainTextEdit>
+#include <QUrl>
 #include <QLineEdit>
 #include <QMenu>
 #include <QPushButton>
@@ -10,6 +14,7 @@
 #include "preferences/ZVNorvoPreferences.h"
 #include "testkit/ScriptedUserInterface.h"
 #include "ui_elements/ZVProjectPopUpButton.h"
+#include "ui_elements/ZVReceiptDrawerWindow.h"
 #include "ui_elements/ZVTimeTextField.h"
 
 using namespace Qt::StringLiterals;
@@ -49,6 +54,21 @@ TEST_F(ZVNorvoAppDelegateTest, PickerReadsNoProjectUntilOneIsChosenFromItsMenu) 
     EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), project);
     EXPECT_EQ(picker.text(), u"Website"_s);
     EXPECT_EQ(picker.toolTip(), QString::fromUtf8("Projects ➔ Website"));
+
+    // Names are shown as typed: a '&' never becomes a keyboard accelerator.
+    for (const char* name : {"Müller & Söhne", "R&D", "A && B", "&Start"}) {
+        project->setName(name);
+        ZVIntegrationCenter::shared().setCurrentProject(nullptr);
+        ZVIntegrationCenter::shared().setCurrentProject(project);
+        EXPECT_TRUE(QKeySequence::mnemonic(picker.text()).isEmpty()) << name;
+        EXPECT_EQ(QString(picker.text()).replace(u"&&"_s, u"&"_s), QString::fromUtf8(name));
+    }
+
+    // A refresh that renames the current project on its server renames it here.
+    project->setName("Website 2");
+    ZVNotificationCenter::shared().post(ZVIntegrationCenterSynchronizationDidEndNotification);
+    EXPECT_EQ(picker.text(), u"Website 2"_s);
+    EXPECT_EQ(picker.toolTip(), QString::fromUtf8("Projects ➔ Website 2"));
 }
 
 TEST_F(ZVNorvoAppDelegateTest, StartStopButtonAndClockFollowTheHeartBeat) {
@@ -128,4 +148,91 @@ TEST_F(ZVNorvoAppDelegateTest, WhatsNewComesOnceAndBlocksNothing) {
     whatsNew->close();
     delegate->showReleaseNotesOnce();
     EXPECT_FALSE(whatsNew->isVisible());
+}
+
+// A new user meets the two ways to a first project in the window itself.
+TEST_F(ZVNorvoAppDelegateTest, FirstStartOffersAddProjectAndAddAccountUntilThereIsAProject) {
+    QWidget& start = *window().gettingStarted();
+    EXPECT_TRUE(start.isVisibleTo(&window()));
+    ui.answerTextPromptWith(std::string("Website"));
+    start.findChild<QPushButton*>(u"addProjectButton"_s)->click();
+    auto current = ZVIntegrationCenter::shared().currentProject();
+    ASSERT_NE(current, nullptr);
+    EXPECT_EQ(current->name(), "Website");
+    EXPECT_FALSE(start.isVisibleTo(&window()));
+
+    // Removing the last project brings the offer back; an account hides it.
+    ZVIntegrationCenter::shared().setCurrentProject(nullptr);
+    ZVNorvoIntegration::sharedIntegration()->removeProject(current);
+    EXPECT_TRUE(start.isVisibleTo(&window()));
+    addAccount("Jira");
+    ZVNotificationCenter::shared().post(ZVIntegrationCenterSynchronizationDidEndNotification);
+    EXPECT_FALSE(start.isVisibleTo(&window()));
+}
+
+// The log is a receipt in a window of its own beside the timer window: it
+// prints with a sound unless that is switched off, keeps to widths of 199
+// to 500, which it remembers, follows the timer window and never takes the
+// keyboard from it.
+TEST_F(ZVNorvoAppDelegateTest, TheLogIsAReceiptBesideTheTimerWindow) {
+    window().show();
+    ZVReceiptDrawerWindow& drawer = *window().logDrawer();
+    QStringList played;
+    drawer.setSoundPlayer([&](const QString& path) { played << path; });
+    auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
+    ZVIntegrationCenter::shared().setCurrentProject(project);
+    window().currentTaskTextField()->setText(u"Wireframes"_s);
+    ZVHeartBeat::sharedHeartBeat().start();
+    EXPECT_TRUE(drawer.logText().contains(u"Wireframes\nSTARTED: "_s)) << "the open run is listed";
+    EXPECT_FALSE(drawer.logText().contains(u"NO ENTRIES YET"_s));
+
+    drawer.toggle();
+    ASSERT_TRUE(drawer.isShown());
+    EXPECT_EQ(played, QStringList{ZVReceiptDrawerWindow::printSoundPath()});
+    EXPECT_TRUE(drawer.windowFlags().testFlag(Qt::WindowDoesNotAcceptFocus));
+    ASSERT_TRUE(processEventsUntil([&] { return drawer.width() >= ZVReceiptDrawerWindow::minimumDrawerWidth; }));
+    processEventsUntil([] { return false; }, 300);  // the slide ends
+    EXPECT_EQ(drawer.geometry().left(), window().frameGeometry().right() + 1);
+
+    for (const auto& [width, taken] : {std::pair{198, false}, {501, false}, {199, true}, {500, true}, {260, true}})
+        EXPECT_EQ(drawer.resizeToWidth(width), taken) << width;
+    EXPECT_EQ(drawer.width(), 260);
+    drawer.storeSize();
+    EXPECT_EQ(*ZVPreferences::shared().value("KDReceiptDrawerWindowFrameSize")->string(),
+              ZVReceiptDrawerWindow::sizeString(drawer.size()).toStdString());
+    window().move(window().pos() + QPoint(40, 30));
+    EXPECT_TRUE(processEventsUntil([&] { return drawer.geometry().left() == window().frameGeometry().right() + 1; }));
+
+    drawer.toggle();
+    EXPECT_FALSE(drawer.isShown());
+    EXPECT_FALSE(ZVNorvoPreferences::shared().isReceiptDrawerVisible());
+    ZVNorvoPreferences::shared().setPlaysPrintSoundWhenShowingLog(false);
+    drawer.toggle();
+    EXPECT_EQ(played.size(), 1) << "the sound is switched off";
+    EXPECT_TRUE(ZVNorvoPreferences::shared().isReceiptDrawerVisible());
+    EXPECT_TRUE(processEventsUntil([&] { return drawer.width() == 260; })) << "the width is kept";
+    EXPECT_EQ(ZVReceiptDrawerWindow::sizeFromString(u"{ 320, 410 }"_s), QSize(320, 410));
+    ZVHeartBeat::sharedHeartBeat().stop();
+}
+
+// Help and release notes are what is installed with Norvo, never a web page.
+TEST_F(ZVNorvoAppDelegateTest, HelpAndReleaseNotesComeFromTheInstalledFiles) {
+    delegate->showHelp();
+    ASSERT_EQ(ui.openedURLs().size(), 1u);
+    const QUrl help(QString::fromStdString(ui.openedURLs()[0]));
+    EXPECT_TRUE(help.isLocalFile()) << ui.openedURLs()[0];
+    QFile page(help.toLocalFile());
+    ASSERT_TRUE(page.open(QIODevice::ReadOnly)) << "the help is not installed in the share folder";
+    EXPECT_TRUE(page.readAll().contains("Add Project..."));
+
+    ZVNorvoAppDelegate::showChangelog(nullptr);
+    QWidget* changelog = nullptr;
+    ASSERT_TRUE(processEventsUntil([&] {
+        for (QWidget* widget : QApplication::topLevelWidgets())
+            if (widget->objectName() == u"changelogWindow"_s && widget->isVisible()) changelog = widget;
+        return changelog != nullptr;
+    }));
+    const QString text = changelog->findChild<QPlainTextEdit*>(u"changelogText"_s)->toPlainText();
+    EXPECT_TRUE(text.startsWith(u"norvo ("_s)) << text.toStdString();
+    changelog->close();
 }

@@ -246,6 +246,9 @@ TEST_F(NorvoctlEndToEnd, BadInputGetsAOneLineMessageAndAnExitStatus) {
         EXPECT_TRUE(outcome.out.isEmpty());
     }
     EXPECT_EQ(norvoctl("--help").status, 0);
+    outcome = norvoctl("--version");
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_TRUE(outcome.out.startsWith(u"norvoctl "_s)) << outcome.out.toStdString();
 }
 
 TEST_F(NorvoctlEndToEnd, AStartWithoutProjectAnswersWhileNorvoAsksTheUser) {

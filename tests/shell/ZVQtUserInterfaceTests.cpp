@@ -1,14 +1,20 @@
 #include <QCheckBox>
+#include <QElapsedTimer>
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QSpinBox>
+#include <QDialog>
 #include <QTimer>
 #include <algorithm>
 #include <functional>
 
 #include "ShellTestEnvironment.h"
+#include "app/ZVQtTimeActionDialogs.h"
 #include "app/ZVQtUserInterface.h"
+#include "core/actions/ZVTimeEditor.h"
+#include "core/integrations/helper/ZVIntegrationProject.h"
 
 using namespace Qt::StringLiterals;
 
@@ -129,4 +135,56 @@ TEST_F(ZVQtUserInterfaceTest, TextFieldAlertGivesTheTextOrNothing) {
 
     whenModalAppears([](QWidget& modal) { pressKey(modal, Qt::Key_Escape); });
     EXPECT_EQ(ui.runModalWithTextField(alertWith({"Post", "Cancel"}), "draft", false), std::nullopt);
+}
+
+// An alert that comes up by itself takes no key until it has been up for a
+// moment: a Return typed for another window must not answer it.
+TEST_F(ZVQtUserInterfaceTest, AnAlertThatIgnoresKeysAtFirstTakesReturnOnlyAfterAMoment) {
+    ZVAlert alert = alertWith({"Keep", "Remove"});
+    alert.ignoresKeyPressesAtFirst = true;
+    bool upAfterEarlyKeys = false;
+    QElapsedTimer shown;
+    qint64 answeredAfter = 0;
+    whenModalAppears([&](QWidget& modal) {
+        shown.start();
+        QTimer::singleShot(800, &modal, [&] {
+            for (int key : {Qt::Key_Return, Qt::Key_Space, Qt::Key_Escape}) {
+                QWidget* target = modal.focusWidget() ? modal.focusWidget() : &modal;
+                pressKey(*target, key);
+            }
+            upAfterEarlyKeys = modal.isVisible();
+        });
+        QTimer::singleShot(ZVQtUserInterface::keyGuardMilliseconds + 100, &modal, [&] {
+            answeredAfter = shown.elapsed();
+            pressKey(modal.focusWidget() ? *modal.focusWidget() : modal, Qt::Key_Return);
+        });
+    });
+    EXPECT_EQ(ui.runModal(alert).buttonIndex, 0) << "Return answers the first button once keys count";
+    EXPECT_TRUE(upAfterEarlyKeys) << "Return, Space and Escape at 0.8 seconds answered the alert";
+    EXPECT_GE(answeredAfter, ZVQtUserInterface::keyGuardMilliseconds);
+
+    // An ordinary alert takes Return at once.
+    whenModalAppears([](QWidget& modal) { pressKey(modal, Qt::Key_Return); });
+    EXPECT_EQ(ui.runModal(alertWith({"Keep", "Remove"})).buttonIndex, 0);
+}
+
+// In the time editor Left and Right step between hours, minutes and seconds
+// at the edges of a field, as in one clock field.
+TEST_F(ZVQtUserInterfaceTest, TimeEditorStepsBetweenItsFieldsWithLeftAndRight) {
+    ZVQtTimeActionDialogs dialogs;
+    ZVTimeEditor editor(ZVIntegrationProject::create());
+    std::vector<QString> focused;
+    whenModalAppears([&](QWidget& modal) {
+        const auto current = [&] { return modal.focusWidget() ? modal.focusWidget()->objectName() : QString(); };
+        auto* hours = modal.findChild<QSpinBox*>(u"hours"_s);
+        hours->setFocus();
+        hours->selectAll();
+        for (int key : {Qt::Key_Right, Qt::Key_Right, Qt::Key_Left, Qt::Key_Left}) {
+            pressKey(modal.focusWidget() ? *modal.focusWidget() : modal, key);
+            focused.push_back(current());
+        }
+        static_cast<QDialog&>(modal).reject();
+    });
+    dialogs.runTimeEditor(editor);
+    EXPECT_EQ(focused, (std::vector<QString>{u"minutes"_s, u"seconds"_s, u"minutes"_s, u"hours"_s}));
 }

@@ -1,15 +1,21 @@
 #include <QKeyEvent>
+#include <QProcess>
+#include <QWindow>
+#include <QStandardPaths>
 
 #include "IgnoredCommands.h"
 #include "ShellTestEnvironment.h"
 #include "ZVPreferences.h"
 #include "app/ZVApplicationCommands.h"
+#include "app/ZVGlobalHotKeys.h"
+#include "app/ZVMenuManager.h"
 #include "core/ui/ZVMenu.h"
 #include "preferences/ZVNorvoPreferences.h"
 #include "ui_elements/ZVKeyCombo.h"
 #include "ui_elements/ZVShortcutRecorder.h"
 #include "ui_elements/ZVStatusItemController.h"
 #include "ui_elements/ZVStatusItemView.h"
+#include "app/ZVTimerViewController.h"
 
 TEST(ZVStatusItemView, ClockTextFollowsTheSecondsSetting) {
     struct Case {
@@ -138,4 +144,34 @@ TEST_F(ZVShortcutRecorderTest, RecordsRefusesClearsAndSurvivesARestart) {
     EXPECT_TRUE(recorder.keyCombo().isEmpty());
     recorder.saveKeyCombo();
     EXPECT_FALSE(ZVPreferences::shared().value("ShortcutRecorder KeyboardShortcut").has_value());
+}
+
+// While the keys of a hot key are held, the hot key owns the keyboard: the
+// quick search it opens must still end up with the typing, Escape and the
+// click elsewhere once the keys are up.
+TEST_F(ZVStatusItemToolTipTest, QuickSearchOpenedByAHeldHotKeyTakesTheTypingAndEscape) {
+    if (QGuiApplication::platformName() != QStringLiteral("xcb")) GTEST_SKIP() << "needs an X display";
+    if (QStandardPaths::findExecutable(QStringLiteral("xdotool")).isEmpty()) GTEST_SKIP() << "xdotool is missing";
+    IgnoredCommands commands;
+    ZVMenuManager::shared().setCommands(&commands);
+    ZVStatusItemController controller(commands);
+    ZVGlobalHotKeys hotKeys;
+    const int registration = hotKeys.registerHotKey({Qt::Key_F9, Qt::ControlModifier | Qt::AltModifier | Qt::ShiftModifier},
+                                                    [&] { controller.showQuickSearch(); });
+    if (registration < 0) GTEST_SKIP() << "the combination is taken on this display";
+    const auto xdotool = [](const QString& arguments) {
+        QProcess::execute(QStringLiteral("xdotool"), arguments.split(QLatin1Char(' ')));
+    };
+
+    xdotool(QStringLiteral("keydown ctrl+alt+shift+F9"));
+    ASSERT_TRUE(processEventsUntil([&] { return controller.isPopoverShown(); }));
+    processEventsUntil([] { return false; }, 300);  // the keys are still down
+    xdotool(QStringLiteral("keyup F9 shift alt ctrl"));
+    processEventsUntil([] { return false; }, 400);
+    xdotool(QStringLiteral("type ab"));
+    auto* field = controller.timerViewController()->searchField();
+    EXPECT_TRUE(processEventsUntil([&] { return field->text() == QStringLiteral("ab"); })) << field->text().toStdString();
+    xdotool(QStringLiteral("key Escape"));
+    EXPECT_TRUE(processEventsUntil([&] { return !controller.isPopoverShown(); })) << "Escape closes the panel";
+    ZVMenuManager::shared().setCommands(nullptr);
 }

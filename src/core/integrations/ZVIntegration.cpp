@@ -417,6 +417,14 @@ std::shared_ptr<ZVMenu> ZVIntegration::integrationMenu(ZVIntegrationProjectMenuI
                                                        const std::shared_ptr<ZVIntegrationProject>& selectedProject,
                                                        bool includeUtilityMenuItems) {
     auto menu = std::make_shared<ZVMenu>(name());
+    // A refresh that could not reach the service says so where the user
+    // looks for the account's projects.
+    const auto problem = synchronizationProblem();
+    if (problem) {
+        menu->addItem(*problem).enabled = false;
+        menu->addSeparator();
+    }
+    const std::size_t before = menu->size();
     {
         std::lock_guard guard(_lock);
         for (const auto& project : _projects) {
@@ -426,7 +434,7 @@ std::shared_ptr<ZVMenu> ZVIntegration::integrationMenu(ZVIntegrationProjectMenuI
             if (auto alternate = project->alternateMenuItem()) menu->addItem(std::move(alternate));
         }
     }
-    if (menu->empty()) {
+    if (menu->size() == before) {
         // No one answers "absurdium": the item only says that the list is empty.
         ZVMenuItem& empty = menu->addItem(ZVLocalizedString("No Projects"), "absurdium");
         empty.enabled = false;

@@ -196,6 +196,11 @@ public:
     /// Where a HEAD request tells, before a synchronization, whether the
     /// computer is online: any answer counts. Nothing skips the test.
     virtual std::optional<std::string> connectionProbeURL() const { return std::nullopt; }
+    /// Why the last synchronization could not reach the service ("Norvo
+    /// could not reach ..."), or nothing after one that did. Shown in the
+    /// account's menu and the state report.
+    std::optional<std::string> synchronizationProblem() const;
+    void setSynchronizationProblem(std::optional<std::string> problem);
 
     // Behaviours of a service.
 
@@ -235,6 +240,7 @@ private:
     std::string _name;
     std::shared_ptr<ZVAuthentication> _authentication;
     std::map<std::string, ZVValue, std::less<>> _settingValues;
+    std::optional<std::string> _synchronizationProblem;
     // Numbers each snapshot that save() takes (under _lock) and remembers the
     // newest one written (under the centre's lock).
     std::uint64_t _snapshotGeneration = 0;

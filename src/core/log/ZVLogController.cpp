@@ -19,6 +19,7 @@
 #include "core/integrations/local/ZVNorvoIntegration.h"
 #include "core/log_entries/ZVLogEntry.h"
 #include "core/log_entries/ZVTimeLogEntry.h"
+#include "core/log_entries/ZVTimeSetLogEntry.h"
 #include "core/ui/ZVLogView.h"
 #include "core/ui/ZVUserInterface.h"
 
@@ -66,6 +67,14 @@ bool ZVLogController::isInTimePeriod(ZVDate date, int segment, ZVDate now) {
     return std::fabs((date - now).count()) <= limit;
 }
 
+bool ZVLogController::isEntryInTimePeriod(const ZVLogEntry& entry, int segment, ZVDate now) {
+    if (isInTimePeriod(entry.date(), segment, now)) return true;
+    // A run that began before the period and ended in it, such as one
+    // across midnight seen today, belongs to it as well.
+    const auto* run = dynamic_cast<const ZVTimeLogEntry*>(&entry);
+    return run && run->stopDate() && isInTimePeriod(*run->stopDate(), segment, now);
+}
+
 std::vector<std::shared_ptr<ZVLogEntry>> ZVLogController::_logsInSelectedTimePeriod() const {
     std::vector<std::shared_ptr<ZVLogEntry>> entries;
     const auto project = ZVIntegrationCenter::sharedCurrentProject();
@@ -73,7 +82,7 @@ std::vector<std::shared_ptr<ZVLogEntry>> ZVLogController::_logsInSelectedTimePer
     const int segment = _view.selectedTimePeriod();
     const auto now = ZVNow();
     for (const auto& entry : project->logEntries()) {
-        if (isInTimePeriod(entry->date(), segment, now)) entries.push_back(entry);
+        if (isEntryInTimePeriod(*entry, segment, now)) entries.push_back(entry);
     }
     return entries;
 }
@@ -146,21 +155,32 @@ void ZVLogController::_reloadLog() {
     const auto entries = _logsInSelectedTimePeriod();
     double total = 0;
     std::string previousTitle;
+    bool listed = false;
     for (const auto& entry : entries) {
+        const auto* run = dynamic_cast<const ZVTimeLogEntry*>(entry.get());
+        if (run && run->stopDate()) {
+            const double seconds = (*run->stopDate() - run->startDate()).count();
+            // A start and a stop within one second is no work to show.
+            if (seconds < 1) continue;
+            total += seconds;
+        }
+        // A change of time by hand or by rounding moves the total with it.
+        if (const auto* change = dynamic_cast<const ZVTimeSetLogEntry*>(entry.get()))
+            total += static_cast<double>(change->newTime()) - static_cast<double>(change->originalTime());
         std::string title = entry->text();
         text += entry->entryDescription(title == previousTitle);
         text += '\n';
         previousTitle = std::move(title);
-        if (const auto* run = dynamic_cast<const ZVTimeLogEntry*>(entry.get()); run && run->stopDate()) {
-            total += (*run->stopDate() - run->startDate()).count();
-        }
+        listed = true;
     }
     if (const auto* running = dynamic_cast<const ZVTimeLogEntry*>(_currentLogEntry.get());
-        running && !running->stopDate() && !running->text().empty()) {
-        text += running->entryDescription(false);
+        running && !running->stopDate()) {
+        text += running->entryDescription(running->text() == previousTitle);
         text += '\n';
+        listed = true;
     }
-    if (entries.empty()) text += ZVLocalizedString("NO ENTRIES YET") + "\n";
+    if (!listed) text += ZVLocalizedString("NO ENTRIES YET") + "\n";
+    total = std::max(total, 0.0);
 
     const std::string totalLine = ZVLocalizedFormat("TOTAL: %@", {_timeStringForTimeInterval(total)});
     text.append(ZVCharacterCount(totalLine), '-');
@@ -195,7 +215,7 @@ void ZVLogController::_clearEntriesInSelectedTimePeriodFromProject(ZVIntegration
     {
         std::lock_guard<std::mutex> guard(project.lock());
         auto entries = project.logEntries();
-        std::erase_if(entries, [&](const auto& entry) { return isInTimePeriod(entry->date(), segment, now); });
+        std::erase_if(entries, [&](const auto& entry) { return isEntryInTimePeriod(*entry, segment, now); });
         project.setLogEntries(std::move(entries));
     }
     for (const auto& child : project.subprojects()) _clearEntriesInSelectedTimePeriodFromProject(*child, now);

@@ -65,6 +65,9 @@ public:
     /// seen from `now`: closer to now than the start of today is, plus 6
     /// days for segment 1 and 29 days for segment 0.
     static bool isInTimePeriod(ZVDate date, int segment, ZVDate now);
+    /// Whether an entry belongs to that period: by its date, or for a run
+    /// also by its stop.
+    static bool isEntryInTimePeriod(const ZVLogEntry& entry, int segment, ZVDate now);
     /// The total line's time of a number of seconds (hours counted modulo 60).
     static std::string _timeStringForTimeInterval(double seconds);
 

@@ -37,6 +37,11 @@ std::optional<std::string> askForTitle(const ZVIntegrationProject& project, cons
     ZVLog([] { return std::string("Asking the user to confirm the the title for posted time."); });
     ZVAlert alert;
     alert.messageText = ZVLocalizedFormat("Please, enter title for the posted time (%@)", {project.fullProjectPath()});
+    // The user sees what is about to leave for the service.
+    const std::string time = ZVTime::timeString(project.time());
+    alert.informativeText = ZVPreferences::shared().boolean(ZVTimePosting::automaticallyRoundTimeKey)
+                                ? ZVLocalizedFormat("Time to post: %@, before rounding", {time})
+                                : ZVLocalizedFormat("Time to post: %@", {time});
     alert.buttons = {ZVLocalizedString("OK"), ZVLocalizedString("Cancel")};
     return ZVUserInterface::shared().runModalWithTextField(alert, title, false);
 }

@@ -20,7 +20,7 @@ public:
     static void postAllTimes(ZVIntegration& integration);
 
     /// Where the failure text sends the user with a debug log.
-    static constexpr const char* supportAddress = "https://norvo.example.org/support";
+    static constexpr const char* supportAddress = "norvo@tesselwick.com";
 
     static constexpr const char* dontConfirmMessageBeforePostingKey = "KDDontConfirmMessageBeforePosting";
     static constexpr const char* automaticallyRoundTimeKey = "KDAutomaticallyRoundTime";

@@ -32,6 +32,7 @@ std::vector<ZVApplicationStateItem> ZVNorvoApplicationStateProvider::stateItems(
         if (!lines.empty()) lines += "\n";
         lines += "\t" + accountDescription(*integration) +
                  " - project count: " + std::to_string(integration->availableProjects().size());
+        if (const auto problem = integration->synchronizationProblem()) lines += " - " + *problem;
     }
 
     std::string currentProject = "None";

@@ -47,17 +47,27 @@ void ZVIntegration::synchronize() {
     }
     dropURLCache();
 
-    auto probeAddress = ZVPreferences::shared().value(ZVSynchronizationThread::connectionProbeAddressKey);
-    const std::optional<std::string> address =
-        probeAddress && probeAddress->string() ? std::optional(*probeAddress->string()) : connectionProbeURL();
+    // The desktop knows when the computer has no network at all; otherwise
+    // only the account's own server can tell whether it is reachable from
+    // here (an intranet, a VPN, this very computer).
+    if (auto* ui = ZVUserInterface::sharedIfInstalled(); ui && ui->desktopIsOffline()) {
+        ZVLog([] { return std::string("The desktop reports no network connection."); });
+        setSynchronizationProblem(ZVLocalizedString("The computer has no network connection."));
+        return;
+    }
+    const std::optional<std::string> address = ZVSynchronizationThread::connectionProbeOverride()
+                                                    ? ZVSynchronizationThread::connectionProbeOverride()
+                                                    : connectionProbeURL();
     if (address && !ZVDownloadCenter(this).sendHeadRequest(*address)) {
-        ZVLog([] { return std::string("Computer doesn't seem to have Internet connection."); });
+        ZVLog([&] { return name() + " cannot reach " + *address; });
+        setSynchronizationProblem(ZVLocalizedFormat("Norvo could not reach %@.", {*address}));
         return;
     }
 
     ZVLog([this] { return name() + " will start synchronization now."; });
     try {
         auto remoteProjects = loadRemoteProjects();
+        setSynchronizationProblem(std::nullopt);
         std::lock_guard<std::recursive_mutex> guard(lock());
         _mergeWithRemoteProjects(std::move(remoteProjects));
     } catch (const ZVIntegrationError& error) {
@@ -69,6 +79,16 @@ void ZVIntegration::synchronize() {
         _synchronizationEndedWithAnError(ZVIntegrationGenericSyncError());
     }
     ZVLog([this] { return name() + " has finished synchronization."; });
+}
+
+std::optional<std::string> ZVIntegration::synchronizationProblem() const {
+    std::lock_guard<std::mutex> guard(_fieldsLock);
+    return _synchronizationProblem;
+}
+
+void ZVIntegration::setSynchronizationProblem(std::optional<std::string> problem) {
+    std::lock_guard<std::mutex> guard(_fieldsLock);
+    _synchronizationProblem = std::move(problem);
 }
 
 void ZVIntegration::_mergeWithRemoteProjects(ProjectList remoteProjects) {

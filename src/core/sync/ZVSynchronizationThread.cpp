@@ -1,6 +1,9 @@
 #include "core/sync/ZVSynchronizationThread.h"
 
 #include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "ZVLocalization.h"
 #include "ZVLog.h"
@@ -13,7 +16,26 @@
 namespace {
 std::mutex terminationReplyMutex;
 std::function<void(bool)> terminationReply;
+std::mutex probeMutex;
+std::optional<std::string> probeOverride;
+std::mutex waitingMutex;
+std::vector<std::weak_ptr<ZVIntegration>> waitingIntegrations;
 }  // namespace
+
+void ZVSynchronizationThread::setConnectionProbeOverride(std::optional<std::string> address) {
+    std::lock_guard<std::mutex> guard(probeMutex);
+    probeOverride = std::move(address);
+}
+
+std::optional<std::string> ZVSynchronizationThread::connectionProbeOverride() {
+    std::lock_guard<std::mutex> guard(probeMutex);
+    return probeOverride;
+}
+
+void ZVSynchronizationThread::synchronizeAfterTheRunningOne(const std::shared_ptr<ZVIntegration>& integration) {
+    std::lock_guard<std::mutex> guard(waitingMutex);
+    waitingIntegrations.push_back(integration);
+}
 
 void ZVSynchronizationThread::setTerminationReply(std::function<void(bool)> reply) {
     std::lock_guard<std::mutex> guard(terminationReplyMutex);
@@ -93,6 +115,24 @@ void ZVSynchronizationThread::_endSynchronization(ZVIntegrationCenter& center) {
     const bool terminateAfterSyncing = center.terminateAfterSyncing();
     if (ended) _notifyAboutSyncing(ZVIntegrationCenterSynchronizationDidEndNotification);
     _replyToPendingTerminationIfNeeded(terminateAfterSyncing);
+    if (!ended || terminateAfterSyncing) return;
+    IntegrationList waiting;
+    {
+        std::lock_guard<std::mutex> guard(waitingMutex);
+        for (const auto& weak : waitingIntegrations)
+            if (auto integration = weak.lock()) waiting.push_back(std::move(integration));
+        waitingIntegrations.clear();
+    }
+    if (waiting.empty()) return;
+    ZVIntegrationCenter* expected = &center;
+    ZV_PERFORM_BLOCK_ON_MAIN_THREAD_ASYNC([expected, waiting] {
+        if (ZVIntegrationCenter::sharedIfExists() != expected) return;
+        if (!_beginSynchronization(*expected)) {
+            for (const auto& integration : waiting) synchronizeAfterTheRunningOne(integration);
+            return;
+        }
+        ZV_PERFORM_BLOCK_ASYNC([expected, waiting] { _resyncIntegrationsThread(*expected, waiting); });
+    });
 }
 
 void ZVSynchronizationThread::_replyToPendingTerminationIfNeeded(bool terminateAfterSyncing) {

@@ -28,11 +28,14 @@ public:
     /// application's reply to its pending termination). Called on the main thread.
     static void setTerminationReply(std::function<void(bool)> reply);
 
-    /// The preference holding an address whose answer to a HEAD request
-    /// tells that the computer is online; only the presence of an answer
-    /// counts. Without it each account asks its own server
+    /// Tests point the connection test of every account at an address of
+    /// their own; otherwise each account asks its own server
     /// (connectionProbeURL()): Norvo talks to no host the user did not name.
-    static constexpr const char* connectionProbeAddressKey = "ZVConnectionProbeAddress";
+    static void setConnectionProbeOverride(std::optional<std::string> address);
+    static std::optional<std::string> connectionProbeOverride();
+    /// Synchronizes an account as soon as the synchronization under way
+    /// ends, without asking the user (a newly saved account).
+    static void synchronizeAfterTheRunningOne(const std::shared_ptr<ZVIntegration>& integration);
     /// When on, a failing refresh leaves nothing but a log line.
     static constexpr const char* silenceSyncErrorsKey = "ZVSilenceSyncErrors";
 

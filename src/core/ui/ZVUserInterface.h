@@ -17,8 +17,8 @@ struct ZVAlert {
     Style style = Style::warning;
     /// An optional check box under the text ("Do not show this message again").
     std::optional<std::string> suppressionButtonTitle;
-    /// No button holds the keyboard focus for the first 0.1 seconds, so that
-    /// a key press meant for something else cannot answer the question.
+    /// Keys count only after the alert has been up for a moment, so that a
+    /// key press meant for something else cannot answer the question.
     bool ignoresKeyPressesAtFirst = false;
 };
 
@@ -50,6 +50,9 @@ public:
     virtual bool openURL(const std::string& url) = 0;
     /// Brings the application to the front, ignoring other applications.
     virtual void activateApplication() {}
+    /// Whether the desktop knows the computer to have no network at all.
+    /// May be asked on any thread.
+    virtual bool desktopIsOffline() const { return false; }
 
     static ZVUserInterface& shared();
     /// Installs the interface (not owned). Until then a fatal error is raised on use.

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "ZVTime.h"
+
 #include <nlohmann/json.hpp>
 
 #include "ZVPreferences.h"
@@ -82,6 +84,7 @@ TEST_F(PostingTest, PromptShowsThePathAndTheLastTitle) {
     const auto prompt = env.ui.textPrompts()[0];
     EXPECT_EQ(prompt.initialText, "Last title");
     EXPECT_EQ(prompt.alert.messageText, "Please, enter title for the posted time (Work \u2794 Design)");
+    EXPECT_EQ(prompt.alert.informativeText, "Time to post: " + ZVTime::timeString(project->time()));
     EXPECT_EQ(prompt.alert.buttons, (std::vector<std::string>{"OK", "Cancel"}));
 }
 

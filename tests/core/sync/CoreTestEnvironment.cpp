@@ -14,8 +14,7 @@
 CoreTestEnvironment::CoreTestEnvironment() {
     // Nothing may leave the machine: the connection probe asks a closed
     // loopback port unless a test points it at its fake server.
-    ZVPreferences::shared().setValue(std::string("http://127.0.0.1:9/"),
-                                     ZVSynchronizationThread::connectionProbeAddressKey);
+    ZVSynchronizationThread::setConnectionProbeOverride("http://127.0.0.1:9/");
     auto& notifications = ZVNotificationCenter::shared();
     _observerTokens.push_back(notifications.addObserver(ZVIntegrationCenterSynchronizationDidStartNotification,
                                                         [this](const ZVNotification&) { ++_startedRuns; }));

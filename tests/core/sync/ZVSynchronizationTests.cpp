@@ -16,7 +16,7 @@ protected:
     void SetUp() override {
         server.route("*", "/", FakeResponse::text(""));
         server.route("GET", "/projects", FakeResponse::json(R"([{"id":"1","name":"Alpha"},{"id":"2","name":"Beta"}])"));
-        ZVPreferences::shared().setValue(server.url("/"), ZVSynchronizationThread::connectionProbeAddressKey);
+        ZVSynchronizationThread::setConnectionProbeOverride(server.url("/"));
         // The centre refreshes once when it is made; the counts start after that run.
         env.center();
         auto& notifications = ZVNotificationCenter::shared();
@@ -78,13 +78,23 @@ TEST_F(SynchronizationTest, RefreshKeepsTimeAndSortsTheTopLevelByName) {
 }
 
 TEST_F(SynchronizationTest, WithoutConnectionNothingIsFetchedOrShown) {
-    ZVPreferences::shared().setValue(std::string("http://127.0.0.1:9/"), ZVSynchronizationThread::connectionProbeAddressKey);
+    ZVSynchronizationThread::setConnectionProbeOverride("http://127.0.0.1:9/");
     auto account = env.makeAccount(server.baseURL());
     auto kept = env.addProject(*account, "9", 0);
     synchronizeInBackground(account);
     EXPECT_EQ(projectRequests(), 0u);
     EXPECT_EQ(account->availableProjects(), ZVIntegration::ProjectList{kept});
     EXPECT_TRUE(env.ui.alerts().empty());
+    // The account and the state report say so instead of an alert.
+    EXPECT_EQ(account->synchronizationProblem(), "Norvo could not reach http://127.0.0.1:9/.");
+    const auto menu = account->integrationMenu(nullptr, nullptr);
+    ASSERT_FALSE(menu->items.empty());
+    EXPECT_EQ(menu->items[0]->title, "Norvo could not reach http://127.0.0.1:9/.");
+    EXPECT_FALSE(menu->items[0]->enabled);
+
+    ZVSynchronizationThread::setConnectionProbeOverride(server.url("/"));
+    synchronizeInBackground(account);
+    EXPECT_EQ(account->synchronizationProblem(), std::nullopt) << "a refresh that reached the server clears it";
 }
 
 TEST_F(SynchronizationTest, FailedLoadTellsTheUserUnlessSilencedAndLeavesTheTree) {

@@ -78,7 +78,7 @@ TEST_F(GenericReferenceServerTests, SynchronizesTracksAndPostsToTheExampleServer
     ASSERT_FALSE(reference.address().empty()) << "the example server did not start";
     // The refresh first asks the account's own server whether the computer
     // is online (no other host: there is no network here but loopback).
-    ZVPreferences::shared().removeValue(ZVSynchronizationThread::connectionProbeAddressKey);
+    ZVSynchronizationThread::setConnectionProbeOverride(std::nullopt);
     // A failed refresh then only logs; the checks below show the log.
     ZVPreferences::shared().setBoolean(true, ZVSynchronizationThread::silenceSyncErrorsKey);
     // This thread is the main thread; the refresh must run on another one.

@@ -339,7 +339,12 @@ void ZVIntegrationCenter::addIntegration(const IntegrationPointer& integration) 
     }
     ZVLog([&] { return "Added " + integration->name(); });
     integration->save();
-    integration->synchronize();
+    // A new account shows its projects at once; one saved while a refresh
+    // runs follows right after it, without a word to the user.
+    if (synchronizationIsInProgress())
+        ZVSynchronizationThread::synchronizeAfterTheRunningOne(integration);
+    else
+        integration->synchronize();
 }
 
 void ZVIntegrationCenter::removeIntegration(const IntegrationPointer& integration) {

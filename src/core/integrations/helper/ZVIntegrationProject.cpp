@@ -191,14 +191,13 @@ std::string ZVIntegrationProject::totalTimeString() const {
     // starts again. It has always read so.
     const std::uint64_t h60 = (t - s - m * 60) % 216000;
     const std::uint64_t h = h60 / 3600;
+    // Each number takes the singular or plural of its own unit.
     auto number = [](std::uint64_t value) { return std::to_string(static_cast<std::int32_t>(value)); };
-    // English keeps the plural words for 1; a catalog picks its forms by
-    // the first number.
-    if (h60 > 3599)
-        return ZVLocalizedPluralFormat("%i HOURS %i MINUTES", "%i HOURS %i MINUTES", h, {number(h), number(m)});
-    if (m60 > 59)
-        return ZVLocalizedPluralFormat("%i MINUTES %i SECONDS", "%i MINUTES %i SECONDS", m, {number(m), number(s)});
-    return ZVLocalizedPluralFormat("%i SECONDS", "%i SECONDS", s, {number(s)});
+    auto minutes = [&] { return ZVLocalizedPluralFormat("%i MINUTE", "%i MINUTES", m, {number(m)}); };
+    auto seconds = [&] { return ZVLocalizedPluralFormat("%i SECOND", "%i SECONDS", s, {number(s)}); };
+    if (h60 > 3599) return ZVLocalizedPluralFormat("%i HOUR", "%i HOURS", h, {number(h)}) + " " + minutes();
+    if (m60 > 59) return minutes() + " " + seconds();
+    return seconds();
 }
 
 void ZVIntegrationProject::addLogEntry(const std::shared_ptr<ZVLogEntry>& entry) {

@@ -303,7 +303,7 @@ TEST(ProjectLogStringTest, HeaderPlaceholderAndTitlesShownOnceOverRunsOfTheSameT
     const std::string text = project->logString();
     const std::string body = text.substr(text.find("-\n") + 2);
     EXPECT_EQ(body, "Design\n" + first + "\n" + second + "\nReset time for 'Task'\nDesign\n" + third +
-                        "\n------------------------\nTOTAL: 1 HOURS 2 MINUTES");
+                        "\n-----------------------\nTOTAL: 1 HOUR 2 MINUTES");
 }
 
 TEST(ProjectLogStringTest, LongLogIsBuiltInOnePass) {
@@ -334,11 +334,11 @@ TEST_P(ProjectTotalTimeTest, CountsHoursModuloSixty) {
 
 INSTANTIATE_TEST_SUITE_P(Totals, ProjectTotalTimeTest,
                          testing::Values(TotalCase{0, "0 SECONDS"}, TotalCase{59, "59 SECONDS"},
-                                         TotalCase{60, "1 MINUTES 0 SECONDS"}, TotalCase{3599, "59 MINUTES 59 SECONDS"},
-                                         TotalCase{3600, "1 HOURS 0 MINUTES"}, TotalCase{3725, "1 HOURS 2 MINUTES"},
+                                         TotalCase{60, "1 MINUTE 0 SECONDS"}, TotalCase{3599, "59 MINUTES 59 SECONDS"},
+                                         TotalCase{3600, "1 HOUR 0 MINUTES"}, TotalCase{3725, "1 HOUR 2 MINUTES"}, TotalCase{7321, "2 HOURS 2 MINUTES"},
                                          TotalCase{215999, "59 HOURS 59 MINUTES"}, TotalCase{216000, "0 SECONDS"},
-                                         TotalCase{216061, "1 MINUTES 1 SECONDS"},
-                                         TotalCase{219600, "1 HOURS 0 MINUTES"}));
+                                         TotalCase{216061, "1 MINUTE 1 SECOND"},
+                                         TotalCase{219600, "1 HOUR 0 MINUTES"}));
 
 // The dictionary form.
 

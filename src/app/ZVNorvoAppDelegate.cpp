@@ -278,7 +278,7 @@ ZVPreferencesWindow* ZVNorvoAppDelegate::preferencesWindow() {
             hooks.hotKeysUnavailableReason = _keyboardShortcutManager->unavailableReason();
         hooks.relaunchRequested = [this] {
             ZVHeartBeat::sharedHeartBeat().stop();
-            ZVIntegrationCenter::shared().save();
+            ZVIntegrationCenter::shared().saveBeforeQuitting();
             updateMainWindowLevel();
             runAlert(ZVLocalizedFormat("%@ will now quit. Please, launch it again manually.",
                                        {QCoreApplication::applicationName().toStdString()}),

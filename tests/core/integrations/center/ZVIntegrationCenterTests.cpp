@@ -5,11 +5,13 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "ZVJournalFile.h"
 #include "ZVPaths.h"
 #include "ZVPreferences.h"
 #include "ZVPropertyList.h"
@@ -44,7 +46,12 @@ protected:
         ZVPreferences::resetShared(environment.home.preferencesFile());
     }
 
+    /// The database file once everything saved is written into it whole.
     std::optional<ZVDictionary> storedDatabase() {
+        if (auto* shared = ZVIntegrationCenter::sharedIfExists()) {
+            shared->waitUntilSaved();
+            shared->journal().fullWriteNow();
+        }
         auto value = ZVPropertyList::readFile(databasePath());
         if (!value || !value->dictionary()) return std::nullopt;
         return *value->dictionary();
@@ -171,6 +178,118 @@ TEST_F(IntegrationCenterTest, AccountsWithTreesAndLogsSurviveARestart) {
     EXPECT_EQ(paths(center().recentProjects()), recentPaths);
     EXPECT_EQ(recentPaths, (std::vector<std::string>{payment->fullProjectPath(), "Client B" + arrow + "Support"}));
     EXPECT_EQ(ZVHeartBeat::sharedHeartBeat().currentTime(), 0u);
+}
+
+// Every kind of change goes into the journal as it happens and the database
+// file stays as it is until it is written whole; the store (file and
+// journal read together) then equals what is in memory, also after a
+// restart and after the whole write, and old readers read that file.
+TEST_F(IntegrationCenterTest, EveryKindOfChangeReachesTheStoreThroughTheJournalAlone) {
+    auto account = accountWithTree("Client A");
+    center().addIntegration(account);
+    center().journal().fullWriteNow();
+    std::string written;
+    ASSERT_TRUE(ZVPaths::readFile(databasePath(), written));
+    const std::string identifier = account->integrationID();
+    const auto expectStored = [&](const std::string& step) {
+        SCOPED_TRACE(step);
+        center().waitUntilSaved();
+        const ZVDictionary stored = center().readIntegrationsFromDisk();
+        ASSERT_TRUE(stored.contains(identifier));
+        EXPECT_EQ(stored.at(identifier), ZVValue(account->dictionaryRepresentation()));
+    };
+    const Pointer website = top(account);
+    const Pointer checkout = child(website);
+    const Pointer payment = child(checkout);
+    const std::vector<std::pair<std::string, std::function<void()>>> steps = {
+        {"time of a grandchild", [&] { payment->setTime(300); }},
+        {"a run added", [&] {
+             auto run = std::make_shared<ZVTimeLogEntry>();
+             run->setText("Refunds");
+             payment->addLogEntry(run);
+             account->save();
+         }},
+        {"the run retitled in place", [&] {
+             std::dynamic_pointer_cast<ZVTimeLogEntry>(payment->logEntries().back())->setText("Refunds, again");
+             account->save();
+         }},
+        {"an entry removed", [&] {
+             checkout->removeLogEntry(checkout->logEntries().front());
+             account->save();
+         }},
+        {"renamed with new identifiers", [&] {
+             checkout->setName("Checkout & <Cart>");
+             checkout->setSubprojectID(std::nullopt);
+             checkout->setFourthID("4");
+             account->save();
+         }},
+        {"a node added with its own child", [&] {
+             auto invoices = ZVIntegrationProject::create("Invoices", "i");
+             invoices->addSubproject(ZVIntegrationProject::create("March", "i", "m"));
+             checkout->addSubproject(invoices);
+             account->save();
+         }},
+        {"a node moved to another parent", [&] {
+             checkout->removeSubproject(payment);
+             top(account, 1)->addSubproject(payment);
+             account->save();
+         }},
+        {"a top-level node removed", [&] { account->removeProject(website); }},
+        {"the selection moved", [&] { center().setCurrentProject(payment); center().save(); }},
+        {"the account renamed", [&] { account->setName("Client A, renamed"); account->save(); }},
+    };
+    for (const auto& [name, change] : steps) {
+        change();
+        expectStored(name);
+    }
+    std::string unchanged;
+    ASSERT_TRUE(ZVPaths::readFile(databasePath(), unchanged));
+    EXPECT_EQ(unchanged, written);
+    EXPECT_GT(center().journal().size(), ZVJournalFile::header("").size());
+
+    // A second account comes and goes through the journal as well.
+    auto other = accountWithTree("Client B");
+    center().addIntegration(other);
+    EXPECT_TRUE(center().readIntegrationsFromDisk().contains(other->integrationID()));
+    center().removeIntegration(other);
+    EXPECT_FALSE(center().readIntegrationsFromDisk().contains(other->integrationID()));
+
+    const ZVValue expected(account->dictionaryRepresentation());
+    restart();
+    ASSERT_EQ(center().integrations().size(), 1u);
+    EXPECT_EQ(ZVValue(center().integrations()[0]->dictionaryRepresentation()), expected);
+    EXPECT_EQ(center().currentProject()->name(), "Payment");
+
+    center().saveBeforeQuitting();
+    EXPECT_EQ(ZVJournalFile::read(databasePath() + ".journal").records.size(), 0u);
+    EXPECT_EQ(ZVPropertyList::readFile(databasePath())->operator[](identifier), expected);
+}
+
+// While the timer runs its seconds reach the journal every few seconds on
+// the beat's own tick, without a write of the database: a process killed
+// now loses no more than that.
+TEST_F(IntegrationCenterTest, RunningTimeIsJournaledEveryFewSecondsWithoutWritingTheDatabase) {
+    auto account = accountWithTree("Client A");
+    center().addIntegration(account);
+    center().journal().fullWriteNow();
+    const auto stamp = ZVPaths::stampOf(databasePath());
+    const Pointer support = top(account, 1);
+    center().setCurrentProject(support);
+    ZVHeartBeat::sharedHeartBeat().start();
+    environment.timers.advance(61);
+    center().waitUntilSaved();
+    const std::uint64_t stored = ZVUnsignedValue(
+        *ZVArrayValue(*center().readIntegrationsFromDisk().at(account->integrationID()).dictionary(),
+                      "KDIntegrationCachedProjects")->at(1).dictionary(),
+        "KDIntegrationProjectTime");
+    EXPECT_GE(stored + ZVIntegrationCenter::runningTimeJournalInterval, 60u + 61u);
+    EXPECT_EQ(support->time(), 60u);
+    EXPECT_EQ(ZVPaths::stampOf(databasePath()), stamp);
+
+    // The next start finds the journaled time on the project and the clock.
+    restart();
+    EXPECT_EQ(top(center().integrations()[0], 1)->time(), stored);
+    EXPECT_EQ(ZVHeartBeat::sharedHeartBeat().currentTime(), stored);
 }
 
 TEST_F(IntegrationCenterTest, DatabaseIsAPrivateXMLPropertyListOtherReadersAccept) {

@@ -214,7 +214,8 @@ void ZVDatabaseChangeTracker::_walkChildren(Walk& walk, const ZVIntegrationProje
 
 void ZVDatabaseChangeTracker::_walkNode(Walk& walk, const ProjectPointer& node) {
     NodeState& known = walk.state.nodes.at(node.get());
-    if (node->fieldsRevision() != known.fieldsRevision) {
+    const bool fieldsChanged = node->fieldsRevision() != known.fieldsRevision;
+    if (fieldsChanged) {
         walk.records.push_back(
             ZVDatabaseJournal::encode(Operation::fields, walk.identifier, walk.path, ZVValue(fieldsOf(*node))));
         known.fieldsRevision = node->fieldsRevision();
@@ -226,11 +227,12 @@ void ZVDatabaseChangeTracker::_walkNode(Walk& walk, const ProjectPointer& node) 
         known.time = time;
     }
     const std::uint64_t logRevision = node->logRevision();
-    if (logRevision != known.logRevision) {
-        const auto& log = node->logEntries();
+    const auto& log = node->logEntries();
+    // Some entries name their project in their text: a rename rewrites the log.
+    if (logRevision != known.logRevision || (fieldsChanged && !log.empty())) {
         // Entries only added at the end: each addition counted once, and
         // the entry that was last is still in its place.
-        const bool appended = log.size() > known.logSize && logRevision - known.logRevision == log.size() - known.logSize &&
+        const bool appended = !fieldsChanged && log.size() > known.logSize && logRevision - known.logRevision == log.size() - known.logSize &&
                               (known.logSize == 0 || log[known.logSize - 1].get() == known.lastEntry);
         walk.records.push_back(ZVDatabaseJournal::encode(appended ? Operation::logAppend : Operation::logReplace,
                                                          walk.identifier, walk.path,
@@ -283,4 +285,9 @@ std::optional<std::vector<std::string>> ZVDatabaseChangeTracker::collectTime(con
     known->second.time = seconds;
     return std::vector<std::string>{ZVDatabaseJournal::encode(Operation::time, identifier, *path,
                                                               ZVValue(static_cast<unsigned long long>(seconds)))};
+}
+
+bool ZVDatabaseChangeTracker::isStoredSelection(const ProjectPointer& project) {
+    std::lock_guard guard(_mutex);
+    return project.get() == _selected;
 }

@@ -44,6 +44,8 @@ public:
     /// The record of a node's time alone; nothing when it did not change,
     /// absent when the node is not known yet (a walk must find it first).
     std::optional<std::vector<std::string>> collectTime(const ProjectPointer& project, std::uint64_t seconds);
+    /// Whether the store knows this node as the selected one.
+    bool isStoredSelection(const ProjectPointer& project);
 
 private:
     struct NodeState {

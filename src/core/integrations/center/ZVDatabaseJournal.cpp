@@ -97,7 +97,9 @@ std::optional<ZVDictionary> ZVDatabaseJournal::decode(const std::string& payload
 
 bool ZVDatabaseJournal::applyRecord(const ZVDictionary& record, ZVValue& account) {
     const std::string operation = ZVStringValue(record, operationKey);
-    const ZVValue& value = ZVValue(record)[valueKey];
+    static const ZVValue none;
+    const auto found = record.find(valueKey);
+    const ZVValue& value = found == record.end() ? none : found->second;
     if (operation == operationName(Operation::accountAdd)) {
         if (!value.isDictionary()) return false;
         account = value;
@@ -377,7 +379,9 @@ ZVDatabaseJournal::Loaded ZVDatabaseJournal::load() {
     std::optional<std::vector<std::string>> payloads;
     if (!(contents.state == ZVJournalFile::Contents::State::damaged && contents.validLength == 0))
         payloads = recordsAmending(contents, baseOf(_databasePath), fileSize(_databasePath));
-    if (!payloads || contents.state == ZVJournalFile::Contents::State::damaged) {
+    // A journal without records has nothing to lose: it just starts again.
+    const bool empty = contents.records.empty() && contents.state != ZVJournalFile::Contents::State::damaged;
+    if ((!payloads && !empty) || contents.state == ZVJournalFile::Contents::State::damaged) {
         moveAside(_path);
         loaded.setAside = true;
     }
@@ -444,7 +448,11 @@ void ZVDatabaseJournal::append(std::vector<std::string> payloads) {
 
 void ZVDatabaseJournal::_waitFor(std::uint64_t sequence) {
     std::unique_lock lock(_mutex);
-    _changed.wait(lock, [&] { return _doneSequence >= sequence || (_writeFailed && _queue.empty()) || !_writer.joinable(); });
+    // While writes fail, one more attempt is all a caller waits for.
+    const std::uint64_t attempts = _failedAttempts;
+    _changed.wait(lock, [&] {
+        return _doneSequence >= sequence || (_writeFailed && _failedAttempts > attempts) || !_writer.joinable();
+    });
 }
 
 void ZVDatabaseJournal::waitUntilDurable() {
@@ -509,15 +517,18 @@ void ZVDatabaseJournal::_writerLoop() {
         std::lock_guard guard(_mutex);
         if (!done) {
             // Kept at the front, in order: a later record may lean on it.
+            // The user knows the database, not its journal: it is the
+            // database that cannot be saved.
             if (!_writeFailed) {
                 ZVLog([&] { return "Writing the journal " + _path + " failed: " + reason; });
-                ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::writeFailed, _path, {}, reason});
+                ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::writeFailed, _databasePath, {}, reason});
             }
             _writeFailed = true;
+            ++_failedAttempts;
             failed = true;
             _queue.push_front(std::move(job));
         } else {
-            if (_writeFailed) ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::writeRecovered, _path, {}, {}});
+            if (_writeFailed) ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::writeRecovered, _databasePath, {}, {}});
             _writeFailed = false;
             failed = false;
             _queuedBytes -= std::min(_queuedBytes, static_cast<std::uint64_t>(job.bytes.size()));

@@ -168,6 +168,7 @@ private:
     std::uint64_t _queuedBytes = 0;
     bool _stopping = false;
     bool _writeFailed = false;
+    std::uint64_t _failedAttempts = 0;
     std::thread _writer;
     // Owned by the writer thread once it runs.
     ZVJournalFile _file;

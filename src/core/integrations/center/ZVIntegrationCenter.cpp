@@ -402,9 +402,14 @@ void ZVIntegrationCenter::_journalChanges(const std::optional<std::vector<Integr
     const auto project = currentProject();
     if (project && ZVHeartBeat::sharedHeartBeat().isBeating())
         running = {project.get(), ZVHeartBeat::sharedHeartBeat().currentTime()};
-    std::vector<std::string> records = _tracker.collect(integrations(), walked, project, running);
-    if (records.empty()) return;
-    _journal->append(std::move(records));
+    {
+        // Records go into the journal in the order they were found: a later
+        // one may name a place that an earlier one made.
+        std::lock_guard guard(_journalingLock);
+        std::vector<std::string> records = _tracker.collect(integrations(), walked, project, running);
+        if (records.empty()) return;
+        _journal->append(std::move(records));
+    }
     _fullWriteIfDue();
 }
 
@@ -412,9 +417,15 @@ void ZVIntegrationCenter::journalRunningTime(std::uint64_t seconds) {
     if (!_journal) return;
     const auto project = currentProject();
     if (!project) return;
-    if (auto records = _tracker.collectTime(project, seconds)) {
-        _journal->append(std::move(*records));
-        return;
+    // A run on a newly chosen project comes back after a crash on that project.
+    {
+        std::lock_guard guard(_journalingLock);
+        std::optional<std::vector<std::string>> records;
+        if (_tracker.isStoredSelection(project)) records = _tracker.collectTime(project, seconds);
+        if (records) {
+            _journal->append(std::move(*records));
+            return;
+        }
     }
     // A node that the journal does not know yet comes with its account.
     if (auto account = project->integration()) _journalChanges(std::vector<IntegrationPointer>{account});

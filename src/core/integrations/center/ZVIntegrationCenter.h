@@ -186,6 +186,7 @@ private:
     std::atomic<bool> _databaseWriteFailed{false};
     std::unique_ptr<ZVDatabaseJournal> _journal;
     ZVDatabaseChangeTracker _tracker;
+    std::mutex _journalingLock;
     // While the accounts are read, a node marked selected becomes the current
     // project without touching the stored recents, which are restored next.
     bool _isReadingAccounts = false;

@@ -399,8 +399,13 @@ ZVDatabaseJournal::Loaded ZVDatabaseJournal::load() {
 }
 
 void ZVDatabaseJournal::setAsideUnread() {
-    std::error_code error;
-    if (std::filesystem::exists(_path, error)) moveAside(_path);
+    _startRecords.clear();
+    const ZVJournalFile::Contents contents = ZVJournalFile::read(_path);
+    // A journal without records has nothing to keep: it starts again.
+    if (contents.state == ZVJournalFile::Contents::State::missing ||
+        (contents.state != ZVJournalFile::Contents::State::damaged && contents.records.empty()))
+        return;
+    moveAside(_path);
 }
 
 void ZVDatabaseJournal::start() {

@@ -407,8 +407,7 @@ void ZVIntegrationCenter::_journalChanges(const std::optional<std::vector<Integr
         // one may name a place that an earlier one made.
         std::lock_guard guard(_journalingLock);
         std::vector<std::string> records = _tracker.collect(integrations(), walked, project, running);
-        if (records.empty()) return;
-        _journal->append(std::move(records));
+        if (!records.empty()) _journal->append(std::move(records));
     }
     _fullWriteIfDue();
 }
@@ -436,7 +435,8 @@ void ZVIntegrationCenter::_fullWriteIfDue() {
     const auto databaseSize = std::filesystem::file_size(_saveURL, error);
     const std::uint64_t limit =
         std::max(journalFloor, std::min(largestJournal, error ? std::uint64_t{0} : static_cast<std::uint64_t>(databaseSize) / 10));
-    if (_journal->size() <= limit || _journal->fullWriteIsRunning()) return;
+    // A whole write that failed is tried again at each save until it succeeds.
+    if ((_journal->size() <= limit && !_databaseWriteFailed) || _journal->fullWriteIsRunning()) return;
     ZVLog([&] { return "The journal holds " + std::to_string(_journal->size()) + " bytes; writing the database whole"; });
     _journal->startFullWrite([this](bool written) {
         if (written) {
@@ -457,8 +457,13 @@ void ZVIntegrationCenter::saveBeforeQuitting() {
     if (!_journal || !_ensureDatabaseMayBeWritten()) return;
     _journal->waitUntilDurable();
     if (!_journal->fullWriteNow()) {
+        // The journal still holds everything; the next start reads it.
         const std::string reason = std::strerror(errno);
         ZVLog([&] { return "Writing the database " + _saveURL + " at quit failed: " + reason; });
+        if (!_databaseWriteFailed.exchange(true))
+            ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::writeFailed, _saveURL, {}, reason});
+    } else if (_databaseWriteFailed.exchange(false)) {
+        ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::writeRecovered, _saveURL, {}, {}});
     }
 }
 
@@ -492,9 +497,14 @@ void ZVIntegrationCenter::_saveRecentProjects() {
 }
 
 ZVDictionary ZVIntegrationCenter::readIntegrationsFromDisk() {
+    // File and journal read as one: after what was saved is durable and a
+    // whole write has swapped both.
+    if (_journal) {
+        _journal->waitUntilDurable();
+        _journal->waitForFullWrite();
+    }
     ZVDictionary stored = _readDatabaseFile();
     if (!_journal) return stored;
-    _journal->waitUntilDurable();
     const ZVJournalFile::Contents contents = ZVJournalFile::read(_journal->path());
     const auto payloads = ZVDatabaseJournal::recordsAmending(contents, ZVDatabaseJournal::baseOf(_saveURL),
                                                              static_cast<std::uint64_t>(ZVPaths::stampOf(_saveURL).value_or(ZVPaths::FileStamp{}).size));

@@ -299,6 +299,8 @@ std::uint64_t fileSize(const std::string& path) {
 // have ended (the journal's growth, or the database's new size when it was
 // written whole).
 void timedSave(ZVIntegrationCenter& center, const std::string& name, const std::function<void()>& save) {
+    // The journal's start (its header) is written once the centre stands.
+    center.waitUntilSaved();
     const FileIdentity before = FileIdentity::of(center.saveURL());
     const std::uint64_t journalBefore = center.journal().size();
     const double cpuBefore = processCPUSeconds();

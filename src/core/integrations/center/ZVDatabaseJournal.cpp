@@ -413,15 +413,20 @@ void ZVDatabaseJournal::start() {
     // The journal starts again from the database as it stands, with the
     // records that amend it: a torn tail, marks of an earlier full write and
     // a damaged rest are gone from it.
+    // Done here, before anything can be appended: the file's length is
+    // known from the start on. When it fails, the writer tries again.
+    const bool started = _file.replace(_path, baseOf(_databasePath), _startRecords);
     {
-        // Ahead of anything queued already, which amends the same start.
         std::lock_guard guard(_mutex);
-        Job job;
-        job.restart = true;
-        job.bytes = std::move(_startRecords);
-        job.sequence = 0;
-        _queuedBytes += job.bytes.size();
-        _queue.push_front(std::move(job));
+        if (started) {
+            _fileSize = _file.size();
+        } else {
+            Job job;
+            job.restart = true;
+            job.bytes = _startRecords;
+            _queuedBytes += job.bytes.size();
+            _queue.push_front(std::move(job));
+        }
         _startRecords.clear();
     }
     _writer = std::thread([this] { _writerLoop(); });

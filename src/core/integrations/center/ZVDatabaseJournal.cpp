@@ -221,10 +221,37 @@ struct ReadRecord {
     std::uint64_t identifier = 0;
 };
 
+// The records of one save go into the journal as one: a batch, so that a
+// crash in the middle of its write leaves all or none of them.
+constexpr char batchMark = 'B';
+
+/// The records inside a batch; nothing when it is damaged.
+std::vector<std::string> unbatched(const std::string& batch) {
+    std::vector<std::string> records;
+    std::size_t offset = 1;
+    while (offset + 8 <= batch.size()) {
+        std::uint32_t length = 0;
+        for (int index = 3; index >= 0; --index)
+            length = (length << 8) | static_cast<unsigned char>(batch[offset + static_cast<std::size_t>(index)]);
+        if (length > batch.size() - offset - 8) return {};
+        records.push_back(batch.substr(offset + 8, length));
+        offset += 8 + length;
+    }
+    return records;
+}
+
 std::vector<ReadRecord> readRecords(const ZVJournalFile::Contents& journal) {
     std::vector<ReadRecord> records;
     records.reserve(journal.records.size());
+    std::vector<std::string> payloads;
     for (const std::string& payload : journal.records) {
+        if (payload.starts_with(batchMark)) {
+            for (std::string& record : unbatched(payload)) payloads.push_back(std::move(record));
+        } else {
+            payloads.push_back(payload);
+        }
+    }
+    for (const std::string& payload : payloads) {
         ReadRecord read{payload, ZVDatabaseJournal::decode(payload), {}, 0};
         if (read.record) {
             read.operation = ZVStringValue(*read.record, ZVDatabaseJournal::operationKey);
@@ -452,7 +479,13 @@ std::uint64_t ZVDatabaseJournal::_enqueue(Job job) {
 void ZVDatabaseJournal::append(std::vector<std::string> payloads) {
     if (payloads.empty()) return;
     Job job;
-    for (const std::string& payload : payloads) job.bytes += ZVJournalFile::framedRecord(payload);
+    if (payloads.size() == 1) {
+        job.bytes = ZVJournalFile::framedRecord(payloads.front());
+    } else {
+        std::string batch(1, batchMark);
+        for (const std::string& payload : payloads) batch += ZVJournalFile::framedRecord(payload);
+        job.bytes = ZVJournalFile::framedRecord(batch);
+    }
     _enqueue(std::move(job));
 }
 

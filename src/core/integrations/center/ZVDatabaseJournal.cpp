@@ -548,6 +548,7 @@ void ZVDatabaseJournal::_writerLoop() {
                 // mark tells a later reader which records are new.
                 const auto mark = _beginMarkEnds.find(*job.restartAfter);
                 known = mark != _beginMarkEnds.end() && _file.readTail(mark->second, kept);
+                if (known) kept = _withoutReadyMark(kept, *job.restartAfter);
             }
             done = !known || _file.replace(_path, baseOf(_databasePath), kept);
             if (done) _beginMarkEnds.clear();
@@ -580,6 +581,26 @@ void ZVDatabaseJournal::_writerLoop() {
         }
         _changed.notify_all();
     }
+}
+
+std::string ZVDatabaseJournal::_withoutReadyMark(const std::string& framed, std::uint64_t mark) {
+    // The new start needs no mark of the write it starts from.
+    std::string kept;
+    std::size_t offset = 0;
+    while (offset + 8 <= framed.size()) {
+        std::uint32_t length = 0;
+        for (int index = 3; index >= 0; --index)
+            length = (length << 8) | static_cast<unsigned char>(framed[offset + static_cast<std::size_t>(index)]);
+        if (length > framed.size() - offset - 8) break;
+        const std::string payload = framed.substr(offset + 8, length);
+        const auto record = payload.starts_with(batchMark) ? std::nullopt : decode(payload);
+        const bool ready = record && ZVStringValue(*record, operationKey) == readyMark &&
+                           ZVUnsignedValue(*record, identifierKey) == mark;
+        if (!ready) kept.append(framed, offset, 8 + length);
+        offset += 8 + length;
+    }
+    kept.append(framed, offset, std::string::npos);
+    return kept;
 }
 
 bool ZVDatabaseJournal::_fullWrite() {

@@ -155,6 +155,7 @@ private:
     std::uint64_t _enqueue(Job job);
     void _waitFor(std::uint64_t sequence);
     bool _fullWrite();
+    static std::string _withoutReadyMark(const std::string& framed, std::uint64_t mark);
 
     std::string _databasePath;
     std::string _path;

@@ -840,7 +840,8 @@ bool writeDictionaryFile(const std::string& path, unsigned permissions, const st
 }
 
 bool writeDictionaryFileEntries(const std::string& path, unsigned permissions, const std::map<std::string, std::string>& values,
-                         const EntryRanges& copiedRanges, EntryRanges& newRanges) {
+                         const EntryRanges& copiedRanges, EntryRanges& newRanges,
+                         const std::function<bool(std::uint64_t size)>& beforeReplacing) {
     std::vector<std::string> keys;
     keys.reserve(values.size() + copiedRanges.size());
     for (const auto& entry : values) keys.push_back(entry.first);
@@ -880,7 +881,7 @@ bool writeDictionaryFileEntries(const std::string& path, unsigned permissions, c
         }
         if (!keys.empty()) pending += "</dict>\n";
         pending += xmlFooter;
-        return flush();
+        return flush() && (!beforeReplacing || beforeReplacing(position));
     });
     if (source >= 0) ::close(source);
     if (ok) newRanges = std::move(written);

@@ -63,8 +63,11 @@ std::optional<EntryRanges> dictionaryEntryRanges(std::string_view bytes);
 bool writeDictionaryFile(const std::string& path, unsigned permissions, const std::map<std::string, const ZVValue*>& values,
                          const EntryRanges& copiedRanges, EntryRanges& newRanges);
 /// The same with entries already in their written form (dictionaryEntryXML).
+/// `beforeReplacing`, when given, is told the new file's size once its bytes
+/// are written and before it replaces the old one; answering false gives up.
 bool writeDictionaryFileEntries(const std::string& path, unsigned permissions, const std::map<std::string, std::string>& entries,
-                         const EntryRanges& copiedRanges, EntryRanges& newRanges);
+                         const EntryRanges& copiedRanges, EntryRanges& newRanges,
+                         const std::function<bool(std::uint64_t size)>& beforeReplacing = {});
 /// One entry of a dictionary file as writeDictionaryFile writes it: the key
 /// line and the value, up to and including the value's last line break.
 std::string dictionaryEntryXML(const std::string& key, const ZVValue& value);

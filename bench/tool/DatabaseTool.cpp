@@ -8,14 +8,21 @@
 //   norvo_bench_db load <data-home>
 //   norvo_bench_db save <data-home>
 //   norvo_bench_db autosave <data-home>
+//   norvo_bench_db kill-loss <data-home> <kills>
 //   norvo_bench_db libplist-parse <file>
 //   norvo_bench_db libplist-write <file> <output>
 //   norvo_bench_db pugixml-parse <file>
 //   norvo_bench_db csv-export <data-home> <output>
 
 #include <plist/plist.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <random>
+#include <thread>
 
 #include <chrono>
 #include <cstdint>
@@ -38,6 +45,8 @@
 #include "core/integrations/ZVIntegration.h"
 #include "core/integrations/ZVIntegrationRegistry.h"
 #include "core/integrations/address_based/ZVAddressBasedIntegration.h"
+#include "core/heart_beat/ZVHeartBeat.h"
+#include "core/integrations/center/ZVDatabaseJournal.h"
 #include "core/integrations/center/ZVIntegrationCenter.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
 #include "core/log/ZVLogController.h"
@@ -279,15 +288,33 @@ struct FileIdentity {
     }
 };
 
-// One timed save on the main thread: wall time, CPU time, whether the file was written.
-void timedSave(ZVIntegrationCenter& center, const std::string& name) {
+std::uint64_t fileSize(const std::string& path) {
+    std::error_code error;
+    const auto size = std::filesystem::file_size(path, error);
+    return error ? 0 : static_cast<std::uint64_t>(size);
+}
+
+// One timed save on the main thread: wall time, CPU time, and the bytes that
+// reached the disk once the journal's writer and a whole write it started
+// have ended (the journal's growth, or the database's new size when it was
+// written whole).
+void timedSave(ZVIntegrationCenter& center, const std::string& name, const std::function<void()>& save) {
+    // The journal's start (its header) is written once the centre stands.
+    center.waitUntilSaved();
     const FileIdentity before = FileIdentity::of(center.saveURL());
+    const std::uint64_t journalBefore = center.journal().size();
     const double cpuBefore = processCPUSeconds();
     const auto started = std::chrono::steady_clock::now();
-    center.save();
+    save();
     report(name + "_blocked_s", seconds(std::chrono::steady_clock::now() - started));
     report(name + "_cpu_s", processCPUSeconds() - cpuBefore);
-    report(name + "_written", FileIdentity::of(center.saveURL()) == before ? 0 : 1);
+    center.waitUntilSaved();
+    const bool rewritten = !(FileIdentity::of(center.saveURL()) == before);
+    const std::uint64_t journalAfter = center.journal().size();
+    const std::uint64_t bytes = rewritten ? fileSize(center.saveURL()) + journalAfter
+                                          : journalAfter - std::min(journalAfter, journalBefore);
+    report(name + "_written", rewritten ? 1 : 0);
+    report(name + "_bytes", static_cast<double>(bytes));
 }
 
 std::shared_ptr<ZVIntegrationProject> firstProject(const std::shared_ptr<ZVIntegration>& account) {
@@ -302,23 +329,71 @@ int save(const std::string& home) {
         auto project = firstProject(account);
         project->setTimeWithoutSaving(project->time() + 1);
     }
-    timedSave(center, "save_all");
+    timedSave(center, "save_all", [&] { center.saveBeforeQuitting(); });
     std::_Exit(0);
 }
 
 int autosave(const std::string& home) {
     useHome(home);
     auto& center = loadCenter();
-    // The generated file holds old forms (entries without a class, old
-    // class names) that the first save writes anew, as at a user's first
-    // start after an update; from then on the file is the program's own.
-    timedSave(center, "first");
-    // Nothing changed since.
-    timedSave(center, "unchanged");
-    // The timer ran on one project of one account.
+    // Nothing changed since the start.
+    timedSave(center, "unchanged", [&] { center.saveAll(); });
+    // The autosave with the timer running on one project of one account:
+    // its running seconds go into the project and the store, five times.
     auto project = firstProject(center.integrations().back());
-    project->setTimeWithoutSaving(project->time() + 300);
-    timedSave(center, "one_changed");
+    center.setCurrentProject(project);
+    auto& heartBeat = ZVHeartBeat::sharedHeartBeat();
+    for (int autosave = 0; autosave < 5; ++autosave) {
+        heartBeat.setCurrentTime(heartBeat.currentTime() + 300);
+        timedSave(center, "running_" + std::to_string(autosave), [&] { center.saveAll(); });
+    }
+    // A run stopped: its log entry and time, at once.
+    auto run = std::make_shared<ZVTimeLogEntry>();
+    run->setText("Benchmark run");
+    project->addLogEntry(run);
+    timedSave(center, "stop", [&] { project->setTime(project->time() + 60); });
+    std::_Exit(0);
+}
+
+// Kills a process whose timer runs, at a random moment, and reads how much
+// of the clock that it showed the next start finds.
+int killLoss(const std::string& home, int kills) {
+    useHome(home);
+    std::mt19937 random(20261124);
+    std::uniform_real_distribution<double> delay(0.5, 6.5);
+    for (int kill = 0; kill < kills; ++kill) {
+        int channel[2];
+        if (::pipe(channel) != 0) return 1;
+        const pid_t child = ::fork();
+        if (child == 0) {
+            ::close(channel[0]);
+            auto& center = ZVIntegrationCenter::shared();
+            center.setCurrentProject(firstProject(center.integrations().back()));
+            auto& heartBeat = ZVHeartBeat::sharedHeartBeat();
+            heartBeat.start();
+            for (;;) {
+                // What the clock shows, ten times a second.
+                const std::uint64_t shown = heartBeat.currentTime();
+                if (::write(channel[1], &shown, sizeof shown) != static_cast<ssize_t>(sizeof shown)) ::_exit(2);
+                std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            }
+        }
+        ::close(channel[1]);
+        std::uint64_t shown = 0;
+        if (::read(channel[0], &shown, sizeof shown) != static_cast<ssize_t>(sizeof shown)) return 1;
+        std::this_thread::sleep_for(std::chrono::duration<double>(delay(random)));
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+        while (::read(channel[0], &shown, sizeof shown) == static_cast<ssize_t>(sizeof shown)) {
+        }
+        ::close(channel[0]);
+        // The next start, as the program reads it.
+        auto& center = ZVIntegrationCenter::shared();
+        const std::uint64_t found = firstProject(center.integrations().back())->time();
+        report("lost_s", static_cast<double>(shown) - static_cast<double>(found));
+        ZVIntegrationCenter::resetShared();
+        ZVHeartBeat::resetSharedHeartBeat();
+    }
     std::_Exit(0);
 }
 
@@ -407,6 +482,7 @@ int main(int argc, char** argv) {
     if (command == "load" && args.size() == 2) return load(args[1]);
     if (command == "save" && args.size() == 2) return save(args[1]);
     if (command == "autosave" && args.size() == 2) return autosave(args[1]);
+    if (command == "kill-loss" && args.size() == 3) return killLoss(args[1], std::stoi(args[2]));
     if (command == "libplist-parse" && args.size() == 2) return libplistParse(args[1]);
     if (command == "libplist-write" && args.size() == 3) return libplistWrite(args[1], args[2]);
     if (command == "pugixml-parse" && args.size() == 2) return pugixmlParse(args[1]);

@@ -289,7 +289,7 @@ ZVPreferencesWindow* ZVNorvoAppDelegate::preferencesWindow() {
             hooks.hotKeysUnavailableReason = _keyboardShortcutManager->unavailableReason();
         hooks.relaunchRequested = [this] {
             ZVHeartBeat::sharedHeartBeat().stop();
-            ZVIntegrationCenter::shared().save();
+            ZVIntegrationCenter::shared().saveBeforeQuitting();
             updateMainWindowLevel();
             // The user starts the program again: the file manager shows its file.
             const QString program = QCoreApplication::applicationFilePath();

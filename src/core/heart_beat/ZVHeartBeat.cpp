@@ -100,6 +100,13 @@ void ZVHeartBeat::_updateTime() {
     if (!_startDate) return;
     _currentTime = std::min(addSeconds(_timeAtStartDate, wholeSecondsSince(*_startDate)), ZVIntegrationProject::maximumTime);
     _notifyVeins();
+    // A crash must not take more than a few seconds of the run with it: the
+    // running time goes into the database's journal on the beat's own tick.
+    const std::uint64_t interval = ZVIntegrationCenter::runningTimeJournalInterval;
+    if (_currentTime >= _lastJournaledTime + interval || _currentTime < _lastJournaledTime) {
+        _lastJournaledTime = _currentTime;
+        if (auto* center = ZVIntegrationCenter::sharedIfExists()) center->journalRunningTime(_currentTime);
+    }
 }
 
 std::string ZVHeartBeat::clockString(std::uint64_t seconds) {

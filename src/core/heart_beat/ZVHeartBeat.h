@@ -96,6 +96,8 @@ private:
     mutable std::recursive_mutex _lock;
     std::optional<ZVDate> _startDate;
     std::uint64_t _timeAtStartDate = 0;
+    // The clock's value when it last went into the database's journal.
+    std::uint64_t _lastJournaledTime = 0;
     std::uint64_t _totalTime = 0;
     std::vector<ZVHeartBeatVein*> _veins;
     bool _wasRunningWhenWentToSleep = false;

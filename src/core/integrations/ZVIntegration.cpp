@@ -311,12 +311,30 @@ ZVIntegration::ProjectList ZVIntegration::projectsWithNonZeroTime() const {
 
 // Storage.
 
+namespace {
+// Set while settingsRepresentation() asks a service's dictionaryRepresentation(),
+// which starts from the base's: the base then leaves the tree out.
+thread_local bool representingSettingsOnly = false;
+
+}  // namespace
+
+ZVDictionary ZVIntegration::settingsRepresentation() {
+    representingSettingsOnly = true;
+    ZVDictionary dictionary = dictionaryRepresentation();
+    representingSettingsOnly = false;
+    dictionary.erase(ZVIntegrationCachedProjectsKey);
+    return dictionary;
+}
+
 ZVDictionary ZVIntegration::dictionaryRepresentation() {
     // Without the lock: the autosave runs on the main thread, also while a
     // synchronization holds the lock and waits there for the user's answer.
     ZVArray projects;
-    projects.reserve(_projects.size());
-    for (const auto& project : _projects) projects.emplace_back(project->dictionaryRepresentation());
+    if (!representingSettingsOnly) projects.reserve(_projects.size());
+    for (const auto& project : _projects) {
+        if (representingSettingsOnly) break;
+        projects.emplace_back(project->dictionaryRepresentation());
+    }
     std::string storedClassName = className();
     const std::string observerPrefix = "NSKVONotifying_";
     if (storedClassName.starts_with(observerPrefix)) storedClassName.erase(0, observerPrefix.size());
@@ -341,47 +359,16 @@ void ZVIntegration::save() {
         ZVLog([&] { return "Integration center doesn't contain me (" + name() + ")!"; });
         return;
     }
-    SaveSnapshot snapshot = _takeSaveSnapshot();
-
-    // Changing the file is one step under the centre's lock, so that
-    // accounts saved at the same time from other threads keep each other's
-    // entries. A snapshot older than the one already written (two threads
-    // saving this account) is dropped, and an account removed meanwhile is
-    // not written back.
-    std::lock_guard guard(center.lock());
-    const auto heldNow = center.integrations();
-    if (std::find(heldNow.begin(), heldNow.end(), shared_from_this()) == heldNow.end()) return;
-    if (!_claimWrite(snapshot.generation)) return;
-    std::map<std::string, std::optional<ZVValue>> change;
-    change.emplace(integrationID(), ZVValue(std::move(snapshot.representation)));
-    center.updateIntegrationsOnDisk(std::move(change));
+    center.saveIntegration(shared_from_this());
 }
 
-ZVIntegration::SaveSnapshot ZVIntegration::_takeSaveSnapshot() {
-    // The snapshot is taken before the centre's lock: no account or node lock
-    // may be taken while the centre's lock is held. Its own mutex, not the
-    // account's lock, numbers it: a synchronization holds that lock while it
-    // waits for the main thread, which saves.
-    SaveSnapshot snapshot;
-    {
-        static std::mutex snapshotLock;
-        std::lock_guard guard(snapshotLock);
-        snapshot.representation = dictionaryRepresentation();
-        snapshot.generation = ++_snapshotGeneration;
-    }
+void ZVIntegration::_saveSecrets() {
     // A changed address or user name moves the secret to its new key; the
     // old item stays in the key store.
     if (auto credential = authentication()) {
         credential->setAccountInformation(accountIdentifier());
         credential->saveKeychainInformation();
     }
-    return snapshot;
-}
-
-bool ZVIntegration::_claimWrite(std::uint64_t generation) {
-    if (generation <= _writtenGeneration) return false;
-    _writtenGeneration = generation;
-    return true;
 }
 
 // Behaviours every service supplies.

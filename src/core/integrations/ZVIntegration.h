@@ -150,22 +150,17 @@ public:
     // Storage.
 
     virtual ZVDictionary dictionaryRepresentation();
-    /// Writes the account into Integrations.edb (only when the centre holds
-    /// it) and its secrets into the key store under the current
-    /// accountIdentifier.
+    /// The dictionary form without the tree of projects: the account's name,
+    /// class, credential and settings. Cheap at any size of the tree.
+    ZVDictionary settingsRepresentation();
+    /// Saves the account through the centre (only when the centre holds it):
+    /// what changed goes into the database's journal, its secrets into the
+    /// key store under the current accountIdentifier.
     virtual void save();
 
-    /// What save() writes, taken at one moment and numbered. Taking it also
-    /// moves the secrets to the key store. The centre's save() writes the
-    /// snapshots of all accounts into the file at once.
-    struct SaveSnapshot {
-        ZVDictionary representation;
-        std::uint64_t generation = 0;
-    };
-    SaveSnapshot _takeSaveSnapshot();
-    /// Under the centre's lock: true when the snapshot is newer than the one
-    /// the file holds, and it then counts as written.
-    bool _claimWrite(std::uint64_t generation);
+    /// Moves the credential's secrets to the key store under the current
+    /// accountIdentifier (a changed address or user name moves them).
+    void _saveSecrets();
 
     // Menus.
 
@@ -241,8 +236,4 @@ private:
     std::shared_ptr<ZVAuthentication> _authentication;
     std::map<std::string, ZVValue, std::less<>> _settingValues;
     std::optional<std::string> _synchronizationProblem;
-    // Numbers each snapshot that save() takes (under _lock) and remembers the
-    // newest one written (under the centre's lock).
-    std::uint64_t _snapshotGeneration = 0;
-    std::uint64_t _writtenGeneration = 0;
 };

@@ -1,5 +1,7 @@
 #include "core/log_entries/ZVLogEntry.h"
 
+#include "core/integrations/helper/ZVIntegrationProject.h"
+
 #include <unicode/calendar.h>
 #include <unicode/datefmt.h>
 #include <unicode/unistr.h>
@@ -102,7 +104,14 @@ void ZVLogEntry::setProject(const std::shared_ptr<ZVIntegrationProject>& project
 
 std::string ZVLogEntry::text() const { return _text; }
 
-void ZVLogEntry::setText(const std::string& text) { _text = text; }
+void ZVLogEntry::setText(const std::string& text) {
+    _text = text;
+    _noteChange();
+}
+
+void ZVLogEntry::_noteChange() {
+    if (auto owner = _project.lock()) owner->noteLogChange();
+}
 
 ZVDictionary ZVLogEntry::dictionaryRepresentation() const {
     return ZVDictionary{{classKey, className()}, {textKey, text()}};

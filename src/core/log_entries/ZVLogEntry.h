@@ -51,6 +51,9 @@ public:
     static constexpr const char* textKey = "KDLogEntryText";
 
 protected:
+    /// Tells the record's project that its log changed.
+    void _noteChange();
+
     std::string _text;
 
 private:

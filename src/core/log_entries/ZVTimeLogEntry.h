@@ -17,9 +17,15 @@ public:
     std::string className() const override { return "Norvo.ZVTimeLogEntry"; }
 
     ZVDate startDate() const { return _startDate; }
-    void setStartDate(ZVDate date) { _startDate = date; }
+    void setStartDate(ZVDate date) {
+        _startDate = date;
+        _noteChange();
+    }
     const std::optional<ZVDate>& stopDate() const { return _stopDate; }
-    void setStopDate(std::optional<ZVDate> date) { _stopDate = date; }
+    void setStopDate(std::optional<ZVDate> date) {
+        _stopDate = date;
+        _noteChange();
+    }
 
     /// For log lines only.
     std::string description() const;

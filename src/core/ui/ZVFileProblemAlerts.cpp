@@ -30,6 +30,8 @@ std::string fileName(const std::string& path) { return std::filesystem::path(pat
 std::string contents(const std::string& path) {
     if (fileName(path) == ZVIntegrationCenter::databaseFileName)
         return ZVLocalizedString("your accounts and the time tracked on them");
+    if (fileName(path) == std::string(ZVIntegrationCenter::databaseFileName) + ".journal")
+        return ZVLocalizedString("the time and changes of the last minutes before Norvo ended");
     return ZVLocalizedString("your settings and your local projects with their time");
 }
 

@@ -33,11 +33,8 @@ protected:
         return account;
     }
 
-    static ZVDictionary storedDatabase() {
-        const auto root = ZVPropertyList::readFile(ZVIntegrationCenter::shared().saveURL());
-        if (!root || !root->dictionary()) return {};
-        return *root->dictionary();
-    }
+    /// The store once what was saved is durable: the file and its journal.
+    static ZVDictionary storedDatabase() { return ZVIntegrationCenter::shared().readIntegrationsFromDisk(); }
 
     static void expectFileHoldsLatestState(const std::vector<std::shared_ptr<ZVStressedIntegration>>& accounts) {
         const ZVDictionary stored = storedDatabase();

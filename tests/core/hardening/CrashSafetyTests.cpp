@@ -17,6 +17,9 @@
 #include "ZVPreferences.h"
 #include "ZVPropertyList.h"
 #include "core/integrations/IntegrationTestFixture.h"
+#include "core/integrations/center/ZVDatabaseJournal.h"
+#include "core/integrations/helper/ZVIntegrationProject.h"
+#include "core/log_entries/ZVTimeLogEntry.h"
 
 namespace {
 
@@ -172,12 +175,89 @@ std::optional<ZVDictionary> storedRoot(const std::string& path) {
 
 class CrashSafetyTests : public IntegrationTestFixture {};
 
-TEST_F(CrashSafetyTests, DatabaseKilledWhileSavingIsTheOldOrTheNewVersion) {
-    ZVIntegrationCenter& center = ZVIntegrationCenter::shared();
-    const std::string path = center.saveURL();
-    expectEveryKillLeavesACompleteVersion(
-        path, [&](std::int64_t version) { center.writeIntegrationsToDisk(databaseVersion(version)); },
-        databaseVersion, [&] { return storedRoot(path); });
+TEST_F(CrashSafetyTests, DatabaseKilledWhileWrittenWholeIsTheOldOrTheNewVersion) {
+    const std::string path = home.dataDirectory() + "/Integrations.edb";
+    // The whole write with every account replaced: each one is serialized.
+    const auto write = [&](std::int64_t version) {
+        std::vector<ZVDictionary> records;
+        for (const auto& [key, account] : databaseVersion(version))
+            records.push_back({{"op", "account+"}, {"account", key}, {"value", account}});
+        ZVDatabaseJournal::writeDatabase(path, 0600, ZVDatabaseJournal::Replay(records), {});
+    };
+    expectEveryKillLeavesACompleteVersion(path, write, databaseVersion, [&] { return storedRoot(path); });
+}
+
+// A child process tracks time, adds runs and nodes and has the database
+// written whole now and then; it is killed at random moments, in the middle
+// of journal writes and of whole writes. Every change that the journal had
+// made durable before the kill is there at the next start, and nothing that
+// was never made.
+TEST_F(CrashSafetyTests, KilledWhileJournalingOrWritingWholeLosesNothingThatWasDurable) {
+    const auto center = [] { return &ZVIntegrationCenter::shared(); };
+    // The refresh that each start begins waits for this thread's queue.
+    const auto dropCenter = [&] {
+        while (center()->synchronizationIsInProgress()) {
+            mainQueue.waitForPost(0.05);
+            mainQueue.drain();
+        }
+        ZVIntegrationCenter::resetShared();
+    };
+    {
+        auto account = ZVIntegration::makeNew<ZVTestIntegration>();
+        account->addProject(makeNode("Timer", "t"));
+        account->addProject(makeNode("Nodes", "n"));
+        center()->addIntegration(account);
+        center()->saveBeforeQuitting();
+    }
+    // No thread of the centre may cross the fork: each child makes its own.
+    dropCenter();
+
+    const auto work = [&](std::int64_t version) {
+        const auto account = center()->integrations().at(0);
+        const auto timer = account->availableProjects().at(0);
+        timer->setTimeWithoutSaving(static_cast<std::uint64_t>(version) * 10);
+        auto run = std::make_shared<ZVTimeLogEntry>();
+        run->setText(std::to_string(version));
+        timer->addLogEntry(run);
+        if (version % 3 == 0) account->availableProjects().at(1)->addSubproject(makeNode(std::to_string(version), "v"));
+        account->save();
+        center()->journal().waitUntilDurable();
+        if (version % 2 == 0) center()->journal().startFullWrite();
+    };
+
+    const unsigned seed = std::random_device{}();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    std::uniform_int_distribution<int> delayMicroseconds(0, 40000);
+    std::int64_t next = 1;
+    std::uint64_t fullWrites = 0;
+    constexpr int rounds = 30;
+    for (int round = 0; round < rounds; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        const WriterProgress progress =
+            runWriterUntilKilled(next, std::chrono::microseconds(delayMicroseconds(random)), work);
+        ASSERT_GE(progress.started, next);
+
+        const auto account = center()->integrations().at(0);
+        const auto timer = account->availableProjects().at(0);
+        std::vector<std::int64_t> runs;
+        for (const auto& entry : timer->logEntries()) runs.push_back(std::stoll(entry->text()));
+        const std::int64_t last = runs.empty() ? 0 : runs.back();
+        // The runs come in order, none lost and none twice, up to the last
+        // one that was durable or the one under way.
+        for (std::size_t index = 0; index < runs.size(); ++index) ASSERT_EQ(runs[index], static_cast<std::int64_t>(index) + 1);
+        EXPECT_GE(last, std::max(progress.finished, next - 1));
+        EXPECT_LE(last, progress.started);
+        EXPECT_EQ(timer->time(), static_cast<std::uint64_t>(last) * 10);
+        std::size_t expectedNodes = 0;
+        for (std::int64_t version = 1; version <= last; ++version) expectedNodes += version % 3 == 0;
+        EXPECT_EQ(account->availableProjects().at(1)->subprojects().size(), expectedNodes);
+        fullWrites += static_cast<std::uint64_t>(progress.started / 2 - (next - 1) / 2);
+        next = last + 1;
+        dropCenter();
+    }
+    // The kills must have fallen among whole writes as well.
+    EXPECT_GT(fullWrites, static_cast<std::uint64_t>(rounds / 2));
 }
 
 TEST_F(CrashSafetyTests, PreferencesKilledWhileSynchronizingAreTheOldOrTheNewVersion) {

@@ -9,6 +9,7 @@
 #include <ctime>
 #include <filesystem>
 #include <functional>
+#include <set>
 #include <string_view>
 #include <thread>
 
@@ -61,10 +62,6 @@ std::optional<ZVDictionary> databaseRoot(const ZVValue& value) {
         if (!entry.second.isDictionary()) return std::nullopt;
     }
     return *root;
-}
-
-ZVIntegrationCenter::EntryDigest digestOf(std::string_view entry) {
-    return {entry.size(), std::hash<std::string_view>{}(entry)};
 }
 
 template <typename Value, typename Predicate>
@@ -125,6 +122,8 @@ ZVIntegrationCenter::ZVIntegrationCenter() {
 }
 
 ZVIntegrationCenter::~ZVIntegrationCenter() {
+    // A whole write that runs reports back to this object.
+    if (_journal) _journal->waitForFullWrite();
     for (auto token : _observations) ZVNotificationCenter::shared().removeObserver(token);
     if (_resyncTimer) _resyncTimer->invalidate();
     if (_savingTimer) _savingTimer->invalidate();
@@ -162,8 +161,18 @@ private:
 void ZVIntegrationCenter::innerInit() {
     const ZVBulkReadingAllocation allocation;
     _isReadingAccounts = true;
+    _journal = std::make_unique<ZVDatabaseJournal>(_saveURL, databasePermissions);
+    ZVDatabaseJournal::Loaded journal = _journal->load();
     ZVDictionary stored;
-    if (!_readAccountsStreaming()) stored = readIntegrationsFromDisk();
+    if (!_readAccountsStreaming(journal.replay)) {
+        stored = _readDatabaseFile();
+        if (_databaseWasSetAside) {
+            // The records amend a file that is gone; they stay aside with it.
+            _journal->setAsideUnread();
+            journal.replay = {};
+        }
+        for (const std::string& key : journal.replay.accounts()) journal.replay.apply(key, stored[key]);
+    }
     for (auto& [key, value] : stored) {
         const ZVDictionary* accountDictionary = value.dictionary();
         if (!accountDictionary) continue;
@@ -177,6 +186,10 @@ void ZVIntegrationCenter::innerInit() {
     }
     ZVNorvoIntegration::sharedIntegration();
     _isReadingAccounts = false;
+    // The node marked selected in the file is the one the store knows as
+    // selected, whatever the preferences make current next.
+    _tracker.remember(integrations(), currentProject());
+    _journal->start();
 
     _restoreRecentProjects();
     _restoreCurrentProject();
@@ -197,8 +210,8 @@ void ZVIntegrationCenter::innerInit() {
     _syncPeriod = ZVPreferences::shared().integer(syncPeriodKey, defaultSyncPeriod);
     if (_syncPeriod < shortestSyncPeriod) _syncPeriod = defaultSyncPeriod;
 
-    _observations.push_back(ZVNotificationCenter::shared().addObserver(ZVApplicationWillTerminateNotification,
-                                                                       [this](const ZVNotification&) { save(); }));
+    _observations.push_back(ZVNotificationCenter::shared().addObserver(
+        ZVApplicationWillTerminateNotification, [this](const ZVNotification&) { saveBeforeQuitting(); }));
     auto& timers = ZVTimerFactory::shared();
     _resyncTimer = timers.makeRepeatingTimer(static_cast<double>(_syncPeriod), [this] { _resyncIntegrations(); });
     _savingTimer = timers.makeRepeatingTimer(autosaveInterval, [this] { _autosave(); });
@@ -350,11 +363,13 @@ void ZVIntegrationCenter::addIntegration(const IntegrationPointer& integration) 
 void ZVIntegrationCenter::removeIntegration(const IntegrationPointer& integration) {
     ZVLog([&] { return "Removing " + integration->name(); });
     if (auto project = currentProject(); project && project->integration() == integration) setCurrentProject(nullptr);
-    // One step under the lock, so that an account saved meanwhile keeps its entry.
-    std::lock_guard<std::recursive_mutex> guard(_lock);
-    updateIntegrationsOnDisk({{integration->integrationID(), std::nullopt}});
-    auto found = std::find(_integrations.begin(), _integrations.end(), integration);
-    if (found != _integrations.end()) _integrations.erase(found);
+    {
+        std::lock_guard<std::recursive_mutex> guard(_lock);
+        auto found = std::find(_integrations.begin(), _integrations.end(), integration);
+        if (found != _integrations.end()) _integrations.erase(found);
+    }
+    _journalChanges(std::vector<IntegrationPointer>{});
+    _journal->waitUntilDurable();
 }
 
 ZVArray ZVIntegrationCenter::_currentProjectPath() const {
@@ -371,22 +386,101 @@ ZVArray ZVIntegrationCenter::_currentProjectPath() const {
 }
 
 void ZVIntegrationCenter::save() {
-    std::lock_guard<std::recursive_mutex> guard(_lock);
-    // Every account as its own save() would write it, but into the file in
-    // one write rather than one write per account.
-    std::vector<std::pair<IntegrationPointer, ZVIntegration::SaveSnapshot>> snapshots;
     for (const auto& integration : integrations()) {
         ZVLog([&] { return integration->name() + " - saving."; });
-        snapshots.emplace_back(integration, integration->_takeSaveSnapshot());
+        integration->_saveSecrets();
     }
-    std::map<std::string, std::optional<ZVValue>> changes;
-    for (auto& [integration, snapshot] : snapshots) {
-        if (integration->_claimWrite(snapshot.generation))
-            changes[integration->integrationID()] = ZVValue(std::move(snapshot.representation));
-    }
-    if (!changes.empty()) updateIntegrationsOnDisk(std::move(changes));
+    _journalChanges(std::nullopt);
+    std::lock_guard<std::recursive_mutex> guard(_lock);
     ZVPreferences::shared().setValue(ZVValue(_currentProjectPath()), currentProjectKey);
     ZVPreferences::shared().synchronize();
+}
+
+void ZVIntegrationCenter::saveIntegration(const IntegrationPointer& integration) {
+    integration->_saveSecrets();
+    _journalChanges(std::vector<IntegrationPointer>{integration});
+}
+
+void ZVIntegrationCenter::_journalChanges(const std::optional<std::vector<IntegrationPointer>>& walked) {
+    if (!_journal) return;
+    ZVDatabaseChangeTracker::RunningTime running;
+    const auto project = currentProject();
+    if (project && ZVHeartBeat::sharedHeartBeat().isBeating())
+        running = {project.get(), ZVHeartBeat::sharedHeartBeat().currentTime()};
+    {
+        // Records go into the journal in the order they were found: a later
+        // one may name a place that an earlier one made.
+        std::lock_guard guard(_journalingLock);
+        std::vector<std::string> records = _tracker.collect(integrations(), walked, project, running);
+        if (!records.empty()) _journal->append(std::move(records));
+    }
+    _fullWriteIfDue();
+}
+
+void ZVIntegrationCenter::journalRunningTime(std::uint64_t seconds) {
+    if (!_journal) return;
+    const auto project = currentProject();
+    if (!project) return;
+    // A run on a newly chosen project comes back after a crash on that project.
+    {
+        std::lock_guard guard(_journalingLock);
+        std::optional<std::vector<std::string>> records;
+        if (_tracker.isStoredSelection(project)) records = _tracker.collectTime(project, seconds);
+        if (records) {
+            _journal->append(std::move(*records));
+            return;
+        }
+    }
+    // A node that the journal does not know yet comes with its account.
+    if (auto account = project->integration()) _journalChanges(std::vector<IntegrationPointer>{account});
+}
+
+void ZVIntegrationCenter::_fullWriteIfDue() {
+    std::error_code error;
+    const auto databaseSize = std::filesystem::file_size(_saveURL, error);
+    const std::uint64_t limit =
+        std::max(journalFloor, std::min(largestJournal, error ? std::uint64_t{0} : static_cast<std::uint64_t>(databaseSize) / 10));
+    // A whole write that failed is tried again at each save until it succeeds.
+    if ((_journal->size() <= limit && !_databaseWriteFailed) || _journal->fullWriteIsRunning()) return;
+    ZVLog([&] { return "The journal holds " + std::to_string(_journal->size()) + " bytes; writing the database whole"; });
+    _journal->startFullWrite([this](bool written) {
+        if (written) {
+            if (_databaseWriteFailed.exchange(false))
+                ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::writeRecovered, _saveURL, {}, {}});
+            return;
+        }
+        // The journal still holds everything; the user hears of it once.
+        const std::string reason = std::strerror(errno);
+        ZVLog([&] { return "Writing the database " + _saveURL + " failed: " + reason; });
+        if (!_databaseWriteFailed.exchange(true))
+            ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::writeFailed, _saveURL, {}, reason});
+    });
+}
+
+void ZVIntegrationCenter::saveBeforeQuitting() {
+    save();
+    if (!_journal || !_ensureDatabaseMayBeWritten()) return;
+    _journal->waitUntilDurable();
+    if (!_journal->fullWriteNow()) {
+        // The journal still holds everything; the next start reads it.
+        const std::string reason = std::strerror(errno);
+        ZVLog([&] { return "Writing the database " + _saveURL + " at quit failed: " + reason; });
+        if (!_databaseWriteFailed.exchange(true))
+            ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::writeFailed, _saveURL, {}, reason});
+    } else if (_databaseWriteFailed.exchange(false)) {
+        ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::writeRecovered, _saveURL, {}, {}});
+    }
+}
+
+void ZVIntegrationCenter::waitUntilSaved() {
+    if (!_journal) return;
+    _journal->waitUntilDurable();
+    _journal->waitForFullWrite();
+}
+
+ZVDatabaseJournal& ZVIntegrationCenter::journal() {
+    if (!_journal) ZVFatalError("The journal is made with the accounts");
+    return *_journal;
 }
 
 void ZVIntegrationCenter::_autosave() { saveAll(); }
@@ -408,30 +502,41 @@ void ZVIntegrationCenter::_saveRecentProjects() {
 }
 
 ZVDictionary ZVIntegrationCenter::readIntegrationsFromDisk() {
+    // File and journal read as one: after what was saved is durable and a
+    // whole write has swapped both.
+    if (_journal) {
+        _journal->waitUntilDurable();
+        _journal->waitForFullWrite();
+    }
+    ZVDictionary stored = _readDatabaseFile();
+    if (!_journal) return stored;
+    const ZVJournalFile::Contents contents = ZVJournalFile::read(_journal->path());
+    const auto payloads = ZVDatabaseJournal::recordsAmending(contents, ZVDatabaseJournal::baseOf(_saveURL),
+                                                             static_cast<std::uint64_t>(ZVPaths::stampOf(_saveURL).value_or(ZVPaths::FileStamp{}).size));
+    if (!payloads) return stored;
+    std::vector<ZVDictionary> records;
+    for (const std::string& payload : *payloads)
+        if (auto record = ZVDatabaseJournal::decode(payload)) records.push_back(std::move(*record));
+    const ZVDatabaseJournal::Replay replay(records);
+    for (const std::string& key : replay.accounts()) {
+        replay.apply(key, stored[key]);
+        if (stored[key].isNull()) stored.erase(key);
+    }
+    return stored;
+}
+
+ZVDictionary ZVIntegrationCenter::_readDatabaseFile() {
     std::lock_guard<std::recursive_mutex> guard(_lock);
     std::error_code error;
     if (!std::filesystem::exists(_saveURL, error)) {
         _checkedDatabaseReadability = true;
         return {};
     }
-    const std::optional<ZVPaths::FileStamp> stamp = ZVPaths::stampOf(_saveURL);
     std::string bytes;
     if (ZVPaths::readFile(_saveURL, bytes)) {
-        // Where each account sits, when the file has the layout this program
-        // writes: the next save then copies the others instead of reading
-        // the file again.
-        std::optional<ZVPropertyList::EntryRanges> ranges = ZVPropertyList::dictionaryEntryRanges(bytes);
         const std::optional<ZVValue> value = ZVPropertyList::readConsuming(bytes);
         if (std::optional<ZVDictionary> root = value ? databaseRoot(*value) : std::nullopt) {
             _checkedDatabaseReadability = true;
-            const bool rangesMatch =
-                ranges && ranges->size() == root->size() &&
-                std::equal(ranges->begin(), ranges->end(), root->begin(),
-                           [](const auto& range, const auto& entry) { return range.first == entry.first; });
-            if (rangesMatch && stamp && ZVPaths::stampOf(_saveURL) == stamp) {
-                _writtenDatabaseStamp = stamp;
-                _writtenDatabaseRanges = std::move(*ranges);
-            }
             return std::move(*root);
         }
     }
@@ -440,40 +545,43 @@ ZVDictionary ZVIntegrationCenter::readIntegrationsFromDisk() {
     return {};
 }
 
-bool ZVIntegrationCenter::_readAccountsStreaming() {
+bool ZVIntegrationCenter::_readAccountsStreaming(const ZVDatabaseJournal::Replay& replay) {
     // Accounts and nodes are built without the centre's lock, which no
     // account or node lock may be taken under; the lock guards what is kept.
     std::error_code error;
     if (!std::filesystem::exists(_saveURL, error)) return false;
-    const std::optional<ZVPaths::FileStamp> stamp = ZVPaths::stampOf(_saveURL);
     ZVPaths::MappedFile file(_saveURL);
-    if (!stamp || !file.isOpen()) return false;
+    if (!file.isOpen()) return false;
     const std::string_view bytes = file.text();
-    std::optional<ZVPropertyList::EntryRanges> ranges = ZVPropertyList::dictionaryEntryRanges(bytes);
-    file.releaseAll();
     // Each account is built as soon as its entry is read, and its
     // dictionary form dropped; the part of the file read is given back as
     // the reading goes on: a large file never stands in memory as a whole.
     std::vector<IntegrationPointer> accounts;
-    std::vector<std::string> keys;
-    std::map<std::string, EntryDigest> digests;
+    std::set<std::string> keys;
     bool allDictionaries = true;
+    const auto build = [&](ZVValue& value) {
+        const ZVDictionary* accountDictionary = value.dictionary();
+        if (!accountDictionary) allDictionaries = false;
+        if (allDictionaries) {
+            if (auto integration = ZVIntegration::integrationWithDictionary(*accountDictionary))
+                accounts.push_back(std::move(integration));
+        }
+    };
     const bool read =
         ZVPropertyList::readDictionaryEntries(bytes, [&](std::string&& key, ZVValue&& value, std::size_t reached) {
-            if (ranges) {
-                const auto range = ranges->find(key);
-                if (range != ranges->end())
-                    digests[key] = digestOf(bytes.substr(range->second.offset, range->second.length));
-            }
-            keys.push_back(std::move(key));
-            const ZVDictionary* accountDictionary = value.dictionary();
-            if (!accountDictionary) allDictionaries = false;
-            if (allDictionaries) {
-                if (auto integration = ZVIntegration::integrationWithDictionary(*accountDictionary))
-                    accounts.push_back(std::move(integration));
-            }
+            replay.apply(key, value);
+            keys.insert(std::move(key));
+            // An account that the journal removed is read as nothing.
+            if (!value.isNull()) build(value);
             file.release(reached);
         });
+    // Accounts that only the journal holds come after the file's.
+    for (const std::string& key : replay.accounts()) {
+        if (!read || !allDictionaries || keys.contains(key)) continue;
+        ZVValue value;
+        replay.apply(key, value);
+        if (!value.isNull()) build(value);
+    }
     if (!read || !allDictionaries) {
         // The general reader decides; a node marked selected in what was
         // read so far must not stay the current project.
@@ -488,13 +596,6 @@ bool ZVIntegrationCenter::_readAccountsStreaming() {
     }
     std::lock_guard<std::recursive_mutex> guard(_lock);
     _checkedDatabaseReadability = true;
-    if (ranges && std::equal(ranges->begin(), ranges->end(), keys.begin(), keys.end(),
-                             [](const auto& range, const std::string& key) { return range.first == key; }) &&
-        ZVPaths::stampOf(_saveURL) == stamp) {
-        _writtenDatabaseStamp = stamp;
-        _writtenEntryDigests = std::move(digests);
-        _writtenDatabaseRanges = std::move(*ranges);
-    }
     _integrations.insert(_integrations.end(), accounts.begin(), accounts.end());
     return true;
 }
@@ -509,12 +610,13 @@ bool ZVIntegrationCenter::_setAsideUnreadableDatabase() {
         return false;
     }
     ZVLog([&] { return "The database " + _saveURL + " could not be read; it was moved to " + target; });
+    _databaseWasSetAside = true;
     ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::setAside, _saveURL, target, {}});
     return true;
 }
 
 bool ZVIntegrationCenter::_ensureDatabaseMayBeWritten() {
-    if (!_checkedDatabaseReadability) readIntegrationsFromDisk();
+    if (!_checkedDatabaseReadability) _readDatabaseFile();
     return _checkedDatabaseReadability;
 }
 
@@ -524,78 +626,18 @@ void ZVIntegrationCenter::writeIntegrationsToDisk(const ZVDictionary& integratio
         ZVLog([&] { return "Not writing over the unreadable database " + _saveURL; });
         return;
     }
+    if (_journal) _journal->waitForFullWrite();
     std::map<std::string, std::string> entries;
     for (const auto& [identifier, value] : integrations)
         entries[identifier] = ZVPropertyList::dictionaryEntryXML(identifier, value);
-    _writeDatabase(entries, {});
-}
-
-void ZVIntegrationCenter::updateIntegrationsOnDisk(std::map<std::string, std::optional<ZVValue>> changes) {
-    std::lock_guard<std::recursive_mutex> guard(_lock);
-    if (!_ensureDatabaseMayBeWritten()) {
-        ZVLog([&] { return "Not writing over the unreadable database " + _saveURL; });
-        return;
-    }
-    std::map<std::string, std::string> entries;
-    if (_writtenDatabaseStamp && ZVPaths::stampOf(_saveURL) == _writtenDatabaseStamp) {
-        // Our own file: the other accounts are copied from it as they stand,
-        // and an account whose entry would come out as it is on disk is not
-        // written at all.
-        ZVPropertyList::EntryRanges copied = _writtenDatabaseRanges;
-        bool changed = false;
-        for (const auto& [identifier, value] : changes) {
-            if (!value) {
-                changed |= copied.erase(identifier) > 0;
-                continue;
-            }
-            std::string entry = ZVPropertyList::dictionaryEntryXML(identifier, *value);
-            const auto written = _writtenEntryDigests.find(identifier);
-            if (copied.contains(identifier) && written != _writtenEntryDigests.end() && written->second == digestOf(entry))
-                continue;
-            copied.erase(identifier);
-            entries[identifier] = std::move(entry);
-            changed = true;
-        }
-        if (changed) _writeDatabase(entries, copied);
-        return;
-    }
-    // A file of another run or another program: read, change, write.
-    ZVDictionary stored = readIntegrationsFromDisk();
-    for (auto& [identifier, value] : changes) {
-        if (value)
-            stored[identifier] = std::move(*value);
-        else
-            stored.erase(identifier);
-    }
-    for (const auto& [identifier, value] : stored) entries[identifier] = ZVPropertyList::dictionaryEntryXML(identifier, value);
-    _writeDatabase(entries, {});
-}
-
-void ZVIntegrationCenter::_writeDatabase(const std::map<std::string, std::string>& entries,
-                                         const ZVPropertyList::EntryRanges& copied) {
-    ZVPropertyList::EntryRanges ranges;
-    if (ZVPropertyList::writeDictionaryFileEntries(_saveURL, databasePermissions, entries, copied, ranges)) {
-        std::map<std::string, EntryDigest> digests;
-        for (const auto& [identifier, entry] : entries) digests[identifier] = digestOf(entry);
-        for (const auto& [identifier, range] : copied) {
-            const auto known = _writtenEntryDigests.find(identifier);
-            if (known != _writtenEntryDigests.end()) digests[identifier] = known->second;
-        }
-        _writtenEntryDigests = std::move(digests);
-        _writtenDatabaseRanges = std::move(ranges);
-        _writtenDatabaseStamp = ZVPaths::stampOf(_saveURL);
-        if (_databaseWriteFailed) ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::writeRecovered, _saveURL, {}, {}});
-        _databaseWriteFailed = false;
-    } else {
+    ZVPropertyList::EntryRanges written;
+    if (!ZVPropertyList::writeDictionaryFileEntries(_saveURL, databasePermissions, entries, {}, written)) {
         const std::string reason = std::strerror(errno);
         ZVLog([&] { return "Writing the database " + _saveURL + " failed: " + reason; });
-        if (!_databaseWriteFailed)
-            ZVPaths::reportProblem({ZVPaths::FileProblem::Kind::writeFailed, _saveURL, {}, reason});
-        _databaseWriteFailed = true;
-        _writtenDatabaseStamp.reset();
-        _writtenDatabaseRanges.clear();
-        _writtenEntryDigests.clear();
+        return;
     }
+    // This dictionary is the whole store now.
+    if (_journal) _journal->restart();
 }
 
 bool ZVIntegrationCenter::synchronizationIsInProgress() const {

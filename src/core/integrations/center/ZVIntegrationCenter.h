@@ -14,6 +14,8 @@
 #include "ZVPropertyList.h"
 #include "ZVThreading.h"
 #include "ZVValue.h"
+#include "core/integrations/center/ZVDatabaseChangeTracker.h"
+#include "core/integrations/center/ZVDatabaseJournal.h"
 #include "core/notifications/ZVNotificationCenter.h"
 
 class ZVIntegration;
@@ -25,6 +27,13 @@ struct ZVIntegrationClass;
 /// recent projects, saves every 300 seconds and starts the periodic refresh
 /// of the accounts. The local account stands beside it and is never one of
 /// its accounts.
+///
+/// Saving costs what changed: the changes go as small records into the
+/// journal "Integrations.edb.journal" beside the database, durable within
+/// seconds, and the database is written whole on a worker thread from the
+/// file and the journal when the journal has grown (past 64 MB or a tenth of
+/// the database) and at quit. Reading the accounts reads the database, then
+/// the journal.
 class ZVIntegrationCenter {
 public:
     using ProjectPointer = std::shared_ptr<ZVIntegrationProject>;
@@ -63,20 +72,33 @@ public:
     void addIntegration(const IntegrationPointer& integration);
     void removeIntegration(const IntegrationPointer& integration);
 
-    /// Saves every account and stores the current project's identifiers.
+    /// Saves every account (into the journal) and stores the current
+    /// project's identifiers.
     void save();
+    /// Saves one account: its secrets into the key store and what changed
+    /// in it into the journal, made durable at once.
+    void saveIntegration(const IntegrationPointer& integration);
+    /// What quit and logout do: save, then write the database whole on the
+    /// calling thread and empty the journal. What was tracked is in the
+    /// database when this returns.
+    void saveBeforeQuitting();
+    /// Brings the running timer's seconds into the journal (the heart beat,
+    /// every few seconds while it runs), so that a crash loses no more.
+    void journalRunningTime(std::uint64_t seconds);
+    /// Returns when everything saved so far is durable and a full write of
+    /// the database that runs has ended (tests and tools).
+    void waitUntilSaved();
+    /// The journal beside the database (tests and tools).
+    ZVDatabaseJournal& journal();
     /// What the autosave does: the running time into the current project,
     /// every account, the recent projects and the preferences.
     void saveAll();
-    /// The database's root dictionary; empty when the file is missing or unreadable.
+    /// The stored root dictionary: the database file with the journal's
+    /// records applied; empty when the file is missing or unreadable.
     ZVDictionary readIntegrationsFromDisk();
-    /// Writes the root dictionary atomically; failures leave the old file.
+    /// Writes the root dictionary atomically as the whole store, and starts
+    /// the journal again from it; failures leave the old file.
     void writeIntegrationsToDisk(const ZVDictionary& integrations);
-    /// Replaces the entries of these accounts in the file (an empty value
-    /// removes the entry) and keeps every other entry as it stands. When the
-    /// file is still the one this centre wrote last, the other entries are
-    /// copied as bytes rather than read and written again.
-    void updateIntegrationsOnDisk(std::map<std::string, std::optional<ZVValue>> changes);
 
     /// Refreshes one account at the user's request (main thread).
     void synchronizeIntegration(const IntegrationPointer& integration);
@@ -105,13 +127,13 @@ public:
     static constexpr std::int64_t shortestSyncPeriod = 300;
     static constexpr double autosaveInterval = 300;
     static constexpr std::size_t maximumRecentProjects = 10;
-
-    /// The length and hash of an entry's written form.
-    struct EntryDigest {
-        std::size_t length = 0;
-        std::size_t hash = 0;
-        bool operator==(const EntryDigest&) const = default;
-    };
+    /// The journal is written into the database whole when it passes this
+    /// size or a tenth of the database, whichever is smaller, but never
+    /// below the floor: replaying a few kilobytes costs nothing.
+    static constexpr std::uint64_t largestJournal = 64ull << 20;
+    static constexpr std::uint64_t journalFloor = 64ull << 10;
+    /// Seconds between two records of the running time.
+    static constexpr std::uint64_t runningTimeJournalInterval = 5;
 
 private:
     // The refresh thread counts itself in `_number_of_sync_threads` under `_syncLock`.
@@ -125,10 +147,17 @@ private:
     void _autosave();
     void _resyncIntegrations();
     void _saveRecentProjects();
-    /// Builds the accounts straight from the file, one entry at a time;
-    /// false (holding no account) when the file is missing or not in the
-    /// plain layout, which the general reader then handles.
-    bool _readAccountsStreaming();
+    /// Builds the accounts straight from the file, one entry at a time,
+    /// with the journal's records applied to each; false (holding no
+    /// account) when the file is missing or not in the plain layout, which
+    /// the general reader then handles.
+    bool _readAccountsStreaming(const ZVDatabaseJournal::Replay& replay);
+    /// The database file's root dictionary alone.
+    ZVDictionary _readDatabaseFile();
+    /// Appends what changed in these accounts (all when absent) to the journal.
+    void _journalChanges(const std::optional<std::vector<IntegrationPointer>>& walked);
+    /// Starts a full write in the background when the journal has grown too large.
+    void _fullWriteIfDue();
     /// Renames an existing database that cannot be read to
     /// "Integrations.edb.unreadable-<time>"; false when that fails.
     bool _setAsideUnreadableDatabase();
@@ -136,9 +165,6 @@ private:
     /// neither be read nor moved, so that nothing may overwrite it.
     bool _ensureDatabaseMayBeWritten();
     ZVArray _currentProjectPath() const;
-    /// Writes the file from new values and ranges of the current file, and
-    /// remembers where each entry went.
-    void _writeDatabase(const std::map<std::string, std::string>& entries, const ZVPropertyList::EntryRanges& copied);
 
     ProjectPointer _currentProject;
     std::vector<IntegrationPointer> _integrations;
@@ -155,15 +181,12 @@ private:
     mutable std::mutex _currentProjectMutex;
     std::int64_t _syncPeriod = defaultSyncPeriod;
     bool _checkedDatabaseReadability = false;
+    bool _databaseWasSetAside = false;
     // The last write of the database failed; the user has been told.
-    bool _databaseWriteFailed = false;
-    // Where each entry sits in the database file this centre wrote last,
-    // and the stamp of that file; both empty when the file must be read.
-    std::optional<ZVPaths::FileStamp> _writtenDatabaseStamp;
-    ZVPropertyList::EntryRanges _writtenDatabaseRanges;
-    // A fingerprint of each entry as it stands in that file, so that an
-    // account that has not changed is not written again.
-    std::map<std::string, EntryDigest> _writtenEntryDigests;
+    std::atomic<bool> _databaseWriteFailed{false};
+    std::unique_ptr<ZVDatabaseJournal> _journal;
+    ZVDatabaseChangeTracker _tracker;
+    std::mutex _journalingLock;
     // While the accounts are read, a node marked selected becomes the current
     // project without touching the stored recents, which are restored next.
     bool _isReadingAccounts = false;

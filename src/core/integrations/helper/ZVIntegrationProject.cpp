@@ -204,11 +204,13 @@ void ZVIntegrationProject::addLogEntry(const std::shared_ptr<ZVLogEntry>& entry)
     std::lock_guard<std::mutex> guard(_lock);
     entry->setProject(shared_from_this());
     _logEntries.push_back(entry);
+    noteLogChange();
 }
 
 void ZVIntegrationProject::removeLogEntry(const std::shared_ptr<ZVLogEntry>& entry) {
     auto found = std::find(_logEntries.begin(), _logEntries.end(), entry);
     if (found != _logEntries.end()) _logEntries.erase(found);
+    noteLogChange();
 }
 
 void ZVIntegrationProject::addSubproject(const Pointer& project) {

@@ -56,23 +56,46 @@ public:
 
     const std::vector<std::shared_ptr<ZVLogEntry>>& logEntries() const { return _logEntries; }
     /// Replaces the log (editing and clearing of the log).
-    void setLogEntries(std::vector<std::shared_ptr<ZVLogEntry>> entries) { _logEntries = std::move(entries); }
+    void setLogEntries(std::vector<std::shared_ptr<ZVLogEntry>> entries) {
+        _logEntries = std::move(entries);
+        noteLogChange();
+    }
 
     const std::string& name() const { return _name; }
     void setName(std::string name) {
         _name = std::move(name);
+        ++_fieldsRevision;
         noteTreeChange();
     }
     Pointer parentProject() const { return _parentProject.lock(); }
     void setParentProject(const std::weak_ptr<ZVIntegrationProject>& parent) { _parentProject = parent; }
     const std::string& projectID() const { return _projectID; }
-    void setProjectID(std::string projectID) { _projectID = std::move(projectID); }
+    void setProjectID(std::string projectID) {
+        _projectID = std::move(projectID);
+        ++_fieldsRevision;
+    }
     const std::optional<std::string>& subprojectID() const { return _subprojectID; }
-    void setSubprojectID(std::optional<std::string> value) { _subprojectID = std::move(value); }
+    void setSubprojectID(std::optional<std::string> value) {
+        _subprojectID = std::move(value);
+        ++_fieldsRevision;
+    }
     const std::optional<std::string>& additionalID() const { return _additionalID; }
-    void setAdditionalID(std::optional<std::string> value) { _additionalID = std::move(value); }
+    void setAdditionalID(std::optional<std::string> value) {
+        _additionalID = std::move(value);
+        ++_fieldsRevision;
+    }
     const std::optional<std::string>& fourthID() const { return _fourthID; }
-    void setFourthID(std::optional<std::string> value) { _fourthID = std::move(value); }
+    void setFourthID(std::optional<std::string> value) {
+        _fourthID = std::move(value);
+        ++_fieldsRevision;
+    }
+
+    /// Counts that grow with every change of the name or an identifier, and
+    /// of the log or one of its entries: what the database's journal compares
+    /// to find what changed since it last looked.
+    std::uint64_t fieldsRevision() const { return _fieldsRevision.load(std::memory_order_relaxed); }
+    std::uint64_t logRevision() const { return _logRevision.load(std::memory_order_relaxed); }
+    void noteLogChange() { _logRevision.fetch_add(1, std::memory_order_relaxed); }
 
     const List& subprojects() const { return _subprojects; }
     /// The children for in-place merging and reordering; callers hold `lock`
@@ -166,5 +189,7 @@ private:
     List _subprojects;
     // Read by the refresh thread while the main thread's timer writes it.
     std::atomic<std::uint64_t> _time{0};
+    std::atomic<std::uint64_t> _fieldsRevision{0};
+    std::atomic<std::uint64_t> _logRevision{0};
     static inline std::atomic<std::uint64_t> _treeGeneration{0};
 };

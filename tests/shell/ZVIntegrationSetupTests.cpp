@@ -234,12 +234,14 @@ TEST_F(ZVIntegrationSetupTest, EscapeAClickBesideOrAddAccountAgainDiscardTheSetu
     };
     for (const auto& [way, leave] : ways) {
         ZVIntegrationSetupViewController& setup = openSetup();
+        choose(setup, "Generic");
         field(setup, "usernameField")->setText(u"alice"_s);
         leave();
         EXPECT_FALSE(popover().isShown()) << way;
         EXPECT_TRUE(ZVIntegrationCenter::shared().integrations().empty()) << way;
     }
     ZVIntegrationSetupViewController& again = openSetup();
+    choose(again, "Generic");
     EXPECT_TRUE(field(again, "usernameField")->text().isEmpty());
 }
 

@@ -8,6 +8,7 @@
 #include <QFormLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QGroupBox>
 #include <QPushButton>
 #include <algorithm>
 #include <functional>
@@ -254,6 +255,40 @@ QWidget* ZVIntegrationSetupViewFactory::makeCredentialView(const std::shared_ptr
             if (auto* withOAuth2 = dynamic_cast<ZVIntegrationWithOAuth2*>(account.get())) withOAuth2->authorize();
         });
         form->addRow(authorize);
+        // An application the user registered with the service, for a build
+        // without one of its own or a user who prefers theirs.
+        if (auto* withOAuth2 = dynamic_cast<ZVIntegrationWithOAuth2*>(integration.get())) {
+            auto* advanced = new QGroupBox(ZVLocalizedQString("Advanced"));
+            advanced->setObjectName(QStringLiteral("advancedOAuth2Box"));
+            advanced->setCheckable(true);
+            const auto [ownID, ownSecret] = withOAuth2->ownClientCredentials();
+            advanced->setChecked(!ownID.empty());
+            auto* fields = new QFormLayout(advanced);
+            auto client = std::make_shared<std::pair<std::string, std::string>>(ownID, ownSecret);
+            const auto store = [weakIntegration, client] {
+                if (auto owner = std::dynamic_pointer_cast<ZVIntegrationWithOAuth2>(weakIntegration.lock()))
+                    owner->setOwnClient(client->first, client->second);
+            };
+            fields->addRow(ZVLocalizedQString("Client ID"), textField("clientIDField", ownID, [client, store](const std::string& value) {
+                               client->first = value;
+                               store();
+                           }));
+            fields->addRow(ZVLocalizedQString("Client Secret"),
+                           textField("clientSecretField", ownSecret, [client, store](const std::string& value) {
+                               client->second = value;
+                               store();
+                           }, true));
+            for (auto* child : advanced->findChildren<QWidget*>()) child->setVisible(advanced->isChecked());
+            QObject::connect(advanced, &QGroupBox::toggled, advanced, [advanced, weakIntegration, store](bool on) {
+                for (auto* child : advanced->findChildren<QWidget*>()) child->setVisible(on);
+                if (on) {
+                    store();
+                } else if (auto owner = std::dynamic_pointer_cast<ZVIntegrationWithOAuth2>(weakIntegration.lock())) {
+                    owner->setOwnClient({}, {});
+                }
+            });
+            form->addRow(advanced);
+        }
     } else {
         ZVLog([&] { return "No credential view named " + name; });
         delete part;

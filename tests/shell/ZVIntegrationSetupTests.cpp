@@ -1,5 +1,6 @@
 #include <QCheckBox>
 #include <QFormLayout>
+#include <QGroupBox>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
@@ -13,10 +14,12 @@
 #include "ShellTestEnvironment.h"
 #include "ZVLocalization.h"
 #include "ZVPreferences.h"
+#include "ZVPropertyList.h"
 #include "app/ZVNorvoAppDelegate.h"
 #include "app/ZVNorvoMainWindow.h"
 #include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
 #include "core/integrations/address_based/jira/ZVJIRAIntegration.h"
+#include "core/integrations/authentication/ZVIntegrationWithOAuth2.h"
 #include "core/integrations/authentication/ZVUsernamePasswordAuthentication.h"
 #include "core/sync/ZVSynchronizationThread.h"
 #include "integration_editing/ZVIntegrationEditViewController.h"
@@ -209,6 +212,25 @@ TEST_F(ZVIntegrationSetupTest, ServiceWithAFixedHostShowsItReadOnlyAndNoSSLSwitc
     ASSERT_NE(field(setup, "rateField"), nullptr);
     field(setup, "rateField")->setText(u"85.5"_s);
     EXPECT_EQ(setup.currentIntegration()->dictionaryRepresentation().at("KDKashFlowRate").description(), "85.5");
+}
+
+TEST_F(ZVIntegrationSetupTest, AnOAuth2AccountTakesAnApplicationOfTheUsersOwnUnderAdvanced) {
+    ZVIntegrationSetupViewController& setup = openSetup();
+    choose(setup, "FreeAgent");
+    auto* advanced = setup.setupView()->findChild<QGroupBox*>(u"advancedOAuth2Box"_s);
+    ASSERT_NE(advanced, nullptr);
+    ASSERT_NE(field(setup, "clientIDField"), nullptr);
+    EXPECT_TRUE(field(setup, "clientIDField")->isHidden()) << "folded away until asked for";
+    advanced->setChecked(true);
+    field(setup, "clientIDField")->setText(u"own-client"_s);
+    field(setup, "clientSecretField")->setText(u"own-secret"_s);
+    auto* withOAuth2 = dynamic_cast<ZVIntegrationWithOAuth2*>(setup.currentIntegration().get());
+    ASSERT_NE(withOAuth2, nullptr);
+    EXPECT_EQ(withOAuth2->ownClientCredentials().first + "/" + withOAuth2->ownClientCredentials().second, "own-client/own-secret");
+    EXPECT_EQ(ZVPropertyList::writeXML(ZVValue(setup.currentIntegration()->dictionaryRepresentation())).find("own-secret"),
+              std::string::npos);
+    advanced->setChecked(false);
+    EXPECT_TRUE(withOAuth2->ownClientCredentials().first.empty()) << "folding it goes back to the build's application";
 }
 
 TEST_F(ZVIntegrationSetupTest, CancelAfterTypingLeavesNoAccountAndNoStoredCredential) {

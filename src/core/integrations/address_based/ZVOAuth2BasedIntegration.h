@@ -39,7 +39,10 @@ public:
     /// An application the user registered with the service, in the key
     /// store; it takes the place of the build's.
     std::optional<std::pair<std::string, std::string>> ownClient() const;
-    void setOwnClient(const std::string& clientID, const std::string& secret);
+    void setOwnClient(const std::string& clientID, const std::string& secret) override;
+    std::pair<std::string, std::string> ownClientCredentials() const override {
+        return ownClient().value_or(std::pair<std::string, std::string>{});
+    }
 
     /// Every request carries the login's access token.
     ZVCredentialStyle credentialStyle() const override;

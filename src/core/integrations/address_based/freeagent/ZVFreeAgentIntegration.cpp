@@ -1,6 +1,7 @@
 #include "core/integrations/address_based/freeagent/ZVFreeAgentIntegration.h"
 
 #include <cstdlib>
+#include <unordered_map>
 
 #include "ZVClock.h"
 #include "ZVJSON.h"
@@ -120,19 +121,12 @@ ZVIntegration::ProjectList ZVFreeAgentIntegration::_synchronizeWithClients() {
     auto unassigned = ZVIntegrationProject::create(ZVLocalizedString("No Client Assigned"), noClientAssignedID);
     unassigned->setIntegration(self);
 
-    const auto projects = ZVListing::records(
-        ZVListing::items(*this, ZVServiceRequest::get("/v2/projects?view=active"),
-                         pages([](std::size_t page) {
-                             ZVLog([&] { return "Loading page nº " + std::to_string(page) + " of projects."; });
-                         }),
-                         "projects",
-                         ZVLocalizedString("Can't find projects in response. Make sure you have enabled API access in "
-                                           "FreeAgent's settings.")),
-        {.idPath = "url", .otherPaths = {"contact"}}, "No name or URL in ");
+    std::unordered_map<std::string, ZVIntegrationProject::Pointer> contactsByURL;
+    for (const auto& contact : contacts) contactsByURL.emplace(contact->projectID(), contact);
+    const auto projects = _projectRecords("No name or URL in ");
     for (const auto& record : projects) {
-        ZVIntegrationProject::Pointer parent = unassigned;
-        for (const auto& contact : contacts)
-            if (record.others[0] && contact->projectID() == *record.others[0]) parent = contact;
+        const auto found = record.others[0] ? contactsByURL.find(*record.others[0]) : contactsByURL.end();
+        const ZVIntegrationProject::Pointer parent = found != contactsByURL.end() ? found->second : unassigned;
         auto project = ZVIntegrationProject::create(record.name, parent->projectID(), record.id);
         _loadTasksForProject(*project);
         if (project->hasSubprojects()) parent->addSubproject(project);
@@ -148,21 +142,25 @@ ZVIntegration::ProjectList ZVFreeAgentIntegration::_synchronizeProjectsOnly() {
     _checkPermissionsLevel();
     const auto self = shared_from_this();
     ProjectList result;
-    for (const auto& record : ZVListing::records(
-             ZVListing::items(*this, ZVServiceRequest::get("/v2/projects?view=active"),
-                              pages([](std::size_t page) {
-                                  ZVLog([&] { return "Loading page nº " + std::to_string(page) + " of projects."; });
-                              }),
-                              "projects",
-                              ZVLocalizedString("Can't find projects in response. Make sure you have enabled API "
-                                                "access in FreeAgent's settings.")),
-             {.idPath = "url"}, "Name or URL not found in ")) {
+    for (const auto& record : _projectRecords("Name or URL not found in ")) {
         auto project = ZVIntegrationProject::create(record.name, record.id);
         project->setIntegration(self);
         _loadTasksForProject(*project);
         if (project->hasSubprojects()) result.push_back(project);
     }
     return result;
+}
+
+std::vector<ZVRecord> ZVFreeAgentIntegration::_projectRecords(std::string_view skippedLine) {
+    return ZVListing::records(
+        ZVListing::items(*this, ZVServiceRequest::get("/v2/projects?view=active"),
+                         pages([](std::size_t page) {
+                             ZVLog([&] { return "Loading page nº " + std::to_string(page) + " of projects."; });
+                         }),
+                         "projects",
+                         ZVLocalizedString("Can't find projects in response. Make sure you have enabled API access in "
+                                           "FreeAgent's settings.")),
+        {.idPath = "url", .otherPaths = {"contact"}}, skippedLine);
 }
 
 void ZVFreeAgentIntegration::_loadTasksForProject(ZVIntegrationProject& project) {

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "core/integrations/address_based/ZVOAuth2BasedIntegration.h"
+#include "core/integrations/address_based/common/ZVListing.h"
 
 /// An account on FreeAgent, an online accounting service with a JSON
 /// interface behind OAuth2. The tree is contacts, their projects and the
@@ -37,6 +40,8 @@ private:
     void _checkPermissionsLevel();
     ProjectList _synchronizeWithClients();
     ProjectList _synchronizeProjectsOnly();
+    /// The active projects, each with its contact's address as the first other value.
+    std::vector<ZVRecord> _projectRecords(std::string_view skippedLine);
     void _loadTasksForProject(ZVIntegrationProject& project);
     void _postTime(std::uint64_t seconds, ZVIntegrationProject& project);
 };

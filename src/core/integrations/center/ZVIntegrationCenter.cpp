@@ -418,9 +418,16 @@ void ZVIntegrationCenter::_journalChanges(const std::optional<std::vector<Integr
 }
 
 void ZVIntegrationCenter::journalRunningTime(std::uint64_t seconds) {
-    if (!_journal) return;
     const auto project = currentProject();
     if (!project) return;
+    // Local projects live in the preferences, a small file that the journal
+    // does not cover: their running time is written there on the same beat.
+    if (auto account = project->integration(); account && account->isLocalAccount()) {
+        project->setTimeWithoutSaving(seconds);
+        account->save();
+        return;
+    }
+    if (!_journal) return;
     // A run on a newly chosen project comes back after a crash on that project.
     {
         std::lock_guard guard(_journalingLock);

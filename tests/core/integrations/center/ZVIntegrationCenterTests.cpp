@@ -296,6 +296,22 @@ TEST_F(IntegrationCenterTest, RunningTimeIsJournaledEveryFewSecondsWithoutWritin
     EXPECT_EQ(ZVHeartBeat::sharedHeartBeat().currentTime(), stored);
 }
 
+// Local projects live in the preferences, outside the journal: a running
+// one's seconds are written there on the same beat.
+TEST_F(IntegrationCenterTest, RunningTimeOfALocalProjectReachesThePreferencesEveryFewSeconds) {
+    auto local = ZVIntegrationProject::create("Local", "local-1");
+    local->setIntegration(ZVNorvoIntegration::sharedIntegration());
+    ZVNorvoIntegration::sharedIntegration()->addProject(local);
+    center().setCurrentProject(local);
+    ZVHeartBeat::sharedHeartBeat().start();
+    environment.timers.advance(61);
+    const auto stored = ZVPreferences::shared().value(ZVNorvoIntegrationPreferencesKey);
+    ASSERT_TRUE(stored && stored->array() && !stored->array()->empty());
+    EXPECT_GE(ZVUnsignedValue(*stored->array()->back().dictionary(), "KDIntegrationProjectTime") +
+                  ZVIntegrationCenter::runningTimeJournalInterval,
+              61u);
+}
+
 TEST_F(IntegrationCenterTest, DatabaseIsAPrivateXMLPropertyListOtherReadersAccept) {
     auto account = accountWithTree("Client A");
     center().addIntegration(account);

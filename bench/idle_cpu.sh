@@ -18,7 +18,8 @@ if [ -z "${DISPLAY:-}" ]; then
 fi
 
 scratch=$(mktemp -d)
-trap 'kill "${pid:-0}" 2>/dev/null || true; rm -rf "$scratch"' EXIT
+# Norvo saves its files as it ends: wait for it before removing its home.
+trap 'if kill "${pid:-0}" 2>/dev/null; then wait "$pid" 2>/dev/null || true; fi; rm -rf "$scratch" || true' EXIT
 source bench/benchmark_home.sh
 # One local project, current, and Ctrl+Alt+T as the hot key that starts and
 # stops the timer (Qt::Key_T, Qt::ControlModifier | Qt::AltModifier).

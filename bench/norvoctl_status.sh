@@ -20,7 +20,8 @@ if [ -z "${NORVO_BENCH_BUS:-}" ]; then
 fi
 
 scratch=$(mktemp -d)
-trap 'kill "${pid:-0}" 2>/dev/null || true; rm -rf "$scratch"' EXIT
+# Norvo saves its files as it ends: wait for it before removing its home.
+trap 'if kill "${pid:-0}" 2>/dev/null; then wait "$pid" 2>/dev/null || true; fi; rm -rf "$scratch" || true' EXIT
 source bench/benchmark_home.sh
 export QT_QPA_PLATFORM=offscreen
 benchmark_home </dev/null

@@ -244,7 +244,20 @@ void appendReal(std::string& out, double v) {
     }
 }
 
-void appendValue(std::string& out, const ZVValue& value, int depth) {
+// Hands the text serialized so far to its destination now and then, so that
+// a large value is never held whole as text; false once that fails.
+struct Spill {
+    static constexpr std::size_t threshold = 1 << 20;
+    const std::function<bool(std::string_view)>* hand = nullptr;
+    bool failed = false;
+    void check(std::string& out) {
+        if (!hand || out.size() < threshold || failed) return;
+        failed = !(*hand)(out);
+        out.clear();
+    }
+};
+
+void appendValue(std::string& out, const ZVValue& value, int depth, Spill* spill = nullptr) {
     appendIndent(out, depth);
     switch (value.type()) {
         case ZVValue::Type::null: out += "<string></string>"; break;
@@ -280,7 +293,10 @@ void appendValue(std::string& out, const ZVValue& value, int depth) {
                 break;
             }
             out += "<array>\n";
-            for (const auto& item : *value.array()) appendValue(out, item, depth + 1);
+            for (const auto& item : *value.array()) {
+                appendValue(out, item, depth + 1, spill);
+                if (spill) spill->check(out);
+            }
             appendIndent(out, depth);
             out += "</array>";
             break;
@@ -295,7 +311,8 @@ void appendValue(std::string& out, const ZVValue& value, int depth) {
                 out += "<key>";
                 appendEscaped(out, key);
                 out += "</key>\n";
-                appendValue(out, item, depth + 1);
+                appendValue(out, item, depth + 1, spill);
+                if (spill) spill->check(out);
             }
             appendIndent(out, depth);
             out += "</dict>";
@@ -513,6 +530,16 @@ public:
             }
         }
         return readEpilogue();
+    }
+
+    // One entry of a dictionary at the top level as written out: its key
+    // line and its value, and nothing after them but space.
+    std::optional<std::pair<std::string, ZVValue>> readEntry() {
+        std::string key;
+        if (!skipSpace() || !readTextElement("key", key)) return std::nullopt;
+        auto value = readValue(1);
+        if (!value || !skipSpace() || _p != _end) return std::nullopt;
+        return std::pair{std::move(key), std::move(*value)};
     }
 
 private:
@@ -834,50 +861,60 @@ std::string dictionaryEntryXML(const std::string& key, const ZVValue& value) {
 
 bool writeDictionaryFile(const std::string& path, unsigned permissions, const std::map<std::string, const ZVValue*>& values,
                          const EntryRanges& copiedRanges, EntryRanges& newRanges) {
-    std::map<std::string, std::string> entries;
-    for (const auto& [key, value] : values) entries[key] = dictionaryEntryXML(key, *value);
-    return writeDictionaryFileEntries(path, permissions, entries, copiedRanges, newRanges);
+    std::map<std::string, ValueSource> sources;
+    for (const auto& entry : values)
+        sources[entry.first] = [&entry](ZVValue& value) {
+            value = *entry.second;
+            return true;
+        };
+    return writeDictionaryFileValues(path, permissions, sources, copiedRanges, newRanges);
 }
 
-bool writeDictionaryFileEntries(const std::string& path, unsigned permissions, const std::map<std::string, std::string>& values,
-                         const EntryRanges& copiedRanges, EntryRanges& newRanges,
-                         const std::function<bool(std::uint64_t size)>& beforeReplacing) {
+namespace {
+// Writes one given entry: its text goes into `out`, which the writer may
+// hand to the file on the way (`hand`); no text leaves the entry out.
+using EntryWriter = std::function<bool(std::string& out, const std::function<bool(std::string_view)>& hand)>;
+
+bool writeEntries(const std::string& path, unsigned permissions, const std::map<std::string, EntryWriter>& given,
+                  const EntryRanges& copiedRanges, EntryRanges& newRanges,
+                  const std::function<bool(std::uint64_t size)>& beforeReplacing) {
     std::vector<std::string> keys;
-    keys.reserve(values.size() + copiedRanges.size());
-    for (const auto& entry : values) keys.push_back(entry.first);
+    keys.reserve(given.size() + copiedRanges.size());
+    for (const auto& entry : given) keys.push_back(entry.first);
     for (const auto& entry : copiedRanges)
-        if (!values.contains(entry.first)) keys.push_back(entry.first);
+        if (!given.contains(entry.first)) keys.push_back(entry.first);
     std::sort(keys.begin(), keys.end());
 
     int source = -1;
-    if (keys.size() > values.size()) {
+    if (keys.size() > given.size()) {
         source = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
         if (source < 0) return false;
     }
     EntryRanges written;
     const bool ok = ZVPaths::writeFileAtomically(path, permissions, [&](int fd) {
-        std::string pending = xmlHeader;
-        pending += keys.empty() ? "<dict/>\n" : "<dict>\n";
         std::uint64_t position = 0;
+        const std::function<bool(std::string_view)> hand = [&](std::string_view text) {
+            position += text.size();
+            return ZVPaths::writeAll(fd, text.data(), text.size());
+        };
+        std::string pending = xmlHeader;
         const auto flush = [&] {
-            const bool flushed = ZVPaths::writeAll(fd, pending.data(), pending.size());
-            position += pending.size();
+            const bool flushed = hand(pending);
             pending.clear();
             return flushed;
         };
+        pending += keys.empty() ? "<dict/>\n" : "<dict>\n";
         for (const auto& key : keys) {
-            const auto value = values.find(key);
-            if (value != values.end()) {
-                if (!flush() || !ZVPaths::writeAll(fd, value->second.data(), value->second.size())) return false;
-                written[key] = {position, value->second.size()};
-                position += value->second.size();
+            if (!flush()) return false;
+            const std::uint64_t start = position;
+            if (const auto writer = given.find(key); writer != given.end()) {
+                if (!writer->second(pending, hand) || !flush()) return false;
             } else {
-                if (!flush()) return false;
                 const EntryRange& range = copiedRanges.at(key);
                 if (!copyRange(source, range.offset, range.length, fd)) return false;
-                written[key] = {position, range.length};
                 position += range.length;
             }
+            if (position > start) written[key] = {start, position - start};
         }
         if (!keys.empty()) pending += "</dict>\n";
         pending += xmlFooter;
@@ -886,6 +923,51 @@ bool writeDictionaryFileEntries(const std::string& path, unsigned permissions, c
     if (source >= 0) ::close(source);
     if (ok) newRanges = std::move(written);
     return ok;
+}
+}  // namespace
+
+bool writeDictionaryFileEntries(const std::string& path, unsigned permissions, const std::map<std::string, std::string>& values,
+                                const EntryRanges& copiedRanges, EntryRanges& newRanges,
+                                const std::function<bool(std::uint64_t size)>& beforeReplacing) {
+    std::map<std::string, EntryWriter> given;
+    for (const auto& entry : values)
+        given[entry.first] = [&entry](std::string& out, const std::function<bool(std::string_view)>& hand) {
+            return hand(out) && (out.clear(), hand(entry.second));
+        };
+    return writeEntries(path, permissions, given, copiedRanges, newRanges, beforeReplacing);
+}
+
+bool writeDictionaryFileValues(const std::string& path, unsigned permissions, const std::map<std::string, ValueSource>& sources,
+                               const EntryRanges& copiedRanges, EntryRanges& newRanges,
+                               const std::function<bool(std::uint64_t size)>& beforeReplacing) {
+    std::map<std::string, EntryWriter> given;
+    for (const auto& entry : sources)
+        given[entry.first] = [&entry](std::string& out, const std::function<bool(std::string_view)>& hand) {
+            ZVValue value;
+            if (!entry.second(value)) return false;
+            if (value.isNull()) return true;
+            out += "\t<key>";
+            appendEscaped(out, entry.first);
+            out += "</key>\n";
+            Spill spill{&hand};
+            appendValue(out, value, 1, &spill);
+            return !spill.failed;
+        };
+    return writeEntries(path, permissions, given, copiedRanges, newRanges, beforeReplacing);
+}
+
+std::optional<std::pair<std::string, ZVValue>> readDictionaryEntry(std::string_view entry) {
+    if (auto read = FastXMLReader(entry).readEntry()) return read;
+    // Anything the fast reader leaves alone goes through the general one,
+    // framed as a property list of its own.
+    std::string single = std::string(xmlHeader) + "<dict>\n";
+    single.append(entry);
+    single += "</dict>\n";
+    single += xmlFooter;
+    std::optional<ZVValue> root = readConsuming(single);
+    const ZVDictionary* dictionary = root ? root->dictionary() : nullptr;
+    if (!dictionary || dictionary->size() != 1) return std::nullopt;
+    return std::pair{dictionary->begin()->first, dictionary->begin()->second};
 }
 
 std::optional<ZVValue> readFile(const std::string& path) {

@@ -68,6 +68,18 @@ bool writeDictionaryFile(const std::string& path, unsigned permissions, const st
 bool writeDictionaryFileEntries(const std::string& path, unsigned permissions, const std::map<std::string, std::string>& entries,
                          const EntryRanges& copiedRanges, EntryRanges& newRanges,
                          const std::function<bool(std::uint64_t size)>& beforeReplacing = {});
+/// Where a whole write takes one entry from, when it reaches it: the value,
+/// given into `value` (a null value leaves the entry out); false when it
+/// cannot be had, and the write gives up.
+using ValueSource = std::function<bool(ZVValue& value)>;
+/// The same with values that are asked for one at a time as the write
+/// reaches them and serialized straight into the file: a large database is
+/// never held whole, neither as values nor as text.
+bool writeDictionaryFileValues(const std::string& path, unsigned permissions, const std::map<std::string, ValueSource>& sources,
+                               const EntryRanges& copiedRanges, EntryRanges& newRanges,
+                               const std::function<bool(std::uint64_t size)>& beforeReplacing = {});
+/// Reads one entry of a dictionary file, the bytes an EntryRange gives.
+std::optional<std::pair<std::string, ZVValue>> readDictionaryEntry(std::string_view entry);
 /// One entry of a dictionary file as writeDictionaryFile writes it: the key
 /// line and the value, up to and including the value's last line break.
 std::string dictionaryEntryXML(const std::string& key, const ZVValue& value);

@@ -218,6 +218,8 @@ TEST(ZVPropertyListTests, splicedDictionaryFileIsTheFileOfTheWholeDictionary) {
         {"a new entry between two", [&] { database["C"] = ZVDictionary{{"name", "Charlie"}}; }, {"C"}},
         {"an entry before all others", [&] { database["A"] = ZVDictionary{}; }, {"A"}},
         {"the last entry changes", [&] { database["F"] = ZVDictionary{{"name", "F"}}; }, {"F"}},
+        // Written out in pieces on the way, never held whole as text.
+        {"an entry of megabytes", [&] { database["E & <e>"] = ZVArray(40000, ZVValue(std::string(90, 'e'))); }, {"E & <e>"}},
         {"nothing changes", [] {}, {}},
     };
     for (const auto& step : steps) {
@@ -233,7 +235,17 @@ TEST(ZVPropertyListTests, splicedDictionaryFileIsTheFileOfTheWholeDictionary) {
         EXPECT_EQ(ranges.size(), database.size()) << step.what;
         // A reader of the file finds the same places.
         EXPECT_EQ(ZVPropertyList::dictionaryEntryRanges(fileText()), ranges) << step.what;
+        // And each entry reads back on its own.
+        const std::string text = fileText();
+        for (const auto& [key, range] : ranges)
+            EXPECT_EQ(ZVPropertyList::readDictionaryEntry(std::string_view(text).substr(range.offset, range.length)),
+                      std::pair(key, ZVValue(database.at(key))))
+                << step.what;
     }
+    // A value that cannot be had gives the write up; the file stays.
+    const std::string before = fileText();
+    EXPECT_FALSE(ZVPropertyList::writeDictionaryFileValues(path, 0600, {{"D", [](ZVValue&) { return false; }}}, {}, ranges));
+    EXPECT_EQ(fileText(), before);
 
     // An entry left out of both sources is gone; with none left the file
     // holds an empty dictionary.

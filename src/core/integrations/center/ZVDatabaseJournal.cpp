@@ -297,78 +297,74 @@ std::optional<std::vector<std::string>> ZVDatabaseJournal::recordsAmending(const
 
 bool ZVDatabaseJournal::writeDatabase(const std::string& path, unsigned permissions, const Replay& replay,
                                       const std::function<bool(std::uint64_t size)>& beforeReplacing) {
-    std::map<std::string, std::string> entries;
+    // Each account the journal changes is read, amended and written out one
+    // at a time as the write reaches it; every other one is copied as bytes.
+    std::map<std::string, ZVPropertyList::ValueSource> sources;
     ZVPropertyList::EntryRanges copied;
     std::error_code error;
     const std::vector<std::string> touchedAccounts = replay.accounts();
-    const std::set<std::string> touched(touchedAccounts.begin(), touchedAccounts.end());
-    const auto serializeJournalOnly = [&](const std::set<std::string>& stored) {
-        for (const std::string& key : touchedAccounts) {
-            if (stored.contains(key)) continue;
-            ZVValue account;
+    // An account is a dictionary; what else a file of another layout holds
+    // at the top is kept as it stands.
+    const auto amended = [&replay](const std::string& key, ZVValue stored) {
+        return [&replay, key, stored = std::move(stored)](ZVValue& account) mutable {
+            const bool anyValue = !stored.isNull() && !stored.isDictionary();
+            account = std::move(stored);
             replay.apply(key, account);
-            if (account.isDictionary()) entries[key] = ZVPropertyList::dictionaryEntryXML(key, account);
-        }
+            if (!anyValue && !account.isDictionary()) account = ZVValue();
+            return true;
+        };
     };
-    if (!std::filesystem::exists(path, error)) {
-        serializeJournalOnly({});
-        // No file and nothing to put in it: nothing is created.
-        if (entries.empty()) return true;
-    } else {
-        ZVPaths::MappedFile file(path);
-        if (!file.isOpen()) return false;
-        const std::string_view bytes = file.text();
-        std::set<std::string> stored;
+    std::optional<ZVPaths::MappedFile> file;
+    std::optional<ZVValue> root;
+    if (std::filesystem::exists(path, error)) {
+        file.emplace(path);
+        if (!file->isOpen()) return false;
+        const std::string_view bytes = file->text();
         if (std::optional<ZVPropertyList::EntryRanges> ranges = ZVPropertyList::dictionaryEntryRanges(bytes)) {
-            std::uint64_t headerEnd = bytes.size();
-            std::uint64_t entriesEnd = 0;
-            for (const auto& [key, range] : *ranges) {
-                headerEnd = std::min(headerEnd, range.offset);
-                entriesEnd = std::max(entriesEnd, range.offset + range.length);
-                stored.insert(key);
-            }
-            for (const auto& [key, range] : *ranges) {
-                if (!touched.contains(key)) {
-                    copied[key] = range;
+            const std::set<std::string> touched(touchedAccounts.begin(), touchedAccounts.end());
+            for (const auto& entry : *ranges) {
+                if (!touched.contains(entry.first)) {
+                    copied.insert(entry);
                     continue;
                 }
-                // Only an account that the journal changes is read: the
-                // file's own head and tail around its entry make a property
-                // list of that one account.
-                std::string single(bytes.substr(0, headerEnd));
-                single.append(bytes.substr(range.offset, range.length));
-                single.append(bytes.substr(entriesEnd));
-                std::optional<ZVValue> root = ZVPropertyList::readConsuming(single);
-                const ZVDictionary* dictionary = root ? root->dictionary() : nullptr;
-                if (!dictionary || !dictionary->contains(key)) {
-                    errno = EINVAL;
-                    return false;
-                }
-                ZVValue account = dictionary->at(key);
-                root.reset();
-                replay.apply(key, account);
-                if (account.isDictionary()) entries[key] = ZVPropertyList::dictionaryEntryXML(key, account);
+                const std::string_view text = bytes.substr(entry.second.offset, entry.second.length);
+                sources[entry.first] = [&replay, key = entry.first, text](ZVValue& account) {
+                    auto read = ZVPropertyList::readDictionaryEntry(text);
+                    if (!read || read->first != key) {
+                        errno = EINVAL;
+                        return false;
+                    }
+                    account = std::move(read->second);
+                    replay.apply(key, account);
+                    if (!account.isDictionary()) account = ZVValue();
+                    return true;
+                };
             }
-            file.releaseAll();
         } else {
             // Another layout: read whole, as the general reader does.
-            std::optional<ZVValue> root = ZVPropertyList::read(std::string(bytes));
-            const ZVDictionary* dictionary = root ? root->dictionary() : nullptr;
+            root = ZVPropertyList::read(std::string(bytes));
+            ZVDictionary* dictionary = root ? root->mutableDictionary() : nullptr;
             if (!dictionary) {
                 errno = EINVAL;
                 return false;
             }
-            for (const auto& [key, value] : *dictionary) {
-                stored.insert(key);
-                ZVValue account = value;
-                replay.apply(key, account);
-                if (!account.isNull()) entries[key] = ZVPropertyList::dictionaryEntryXML(key, account);
-            }
+            for (auto& [key, value] : *dictionary) sources[key] = amended(key, std::move(value));
         }
-        serializeJournalOnly(stored);
+    }
+    // Accounts that only the journal knows.
+    for (const std::string& key : touchedAccounts)
+        if (!sources.contains(key) && !copied.contains(key)) sources[key] = amended(key, ZVValue());
+    // No file and nothing to put in it: nothing is created.
+    if (!file) {
+        bool anything = false;
+        for (const auto& entry : sources) {
+            ZVValue account;
+            anything = anything || (entry.second(account) && !account.isNull());
+        }
+        if (!anything) return true;
     }
     ZVPropertyList::EntryRanges written;
-    return ZVPropertyList::writeDictionaryFileEntries(path, permissions, entries, copied, written, beforeReplacing);
+    return ZVPropertyList::writeDictionaryFileValues(path, permissions, sources, copied, written, beforeReplacing);
 }
 
 ZVDatabaseJournal::ZVDatabaseJournal(std::string databasePath, unsigned permissions)

@@ -468,7 +468,12 @@ void ZVIntegrationCenter::saveBeforeQuitting() {
     save();
     if (!_journal || !_ensureDatabaseMayBeWritten()) return;
     _journal->waitUntilDurable();
-    if (!_journal->fullWriteNow()) {
+    // The whole write reads the accounts it amends much as a start does.
+    const bool written = [this] {
+        const ZVBulkReadingAllocation allocation;
+        return _journal->fullWriteNow();
+    }();
+    if (!written) {
         // The journal still holds everything; the next start reads it.
         const std::string reason = std::strerror(errno);
         ZVLog([&] { return "Writing the database " + _saveURL + " at quit failed: " + reason; });

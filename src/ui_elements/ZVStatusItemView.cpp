@@ -1,5 +1,6 @@
 #include "ui_elements/ZVStatusItemView.h"
 
+#include <QHash>
 #include <QPainter>
 #include <QPainterPath>
 
@@ -15,16 +16,26 @@ QColor ZVStatusItemView::pillColor() const {
 }
 
 QImage ZVStatusItemView::render() const {
-    QImage image(iconSize, iconSize, QImage::Format_ARGB32_Premultiplied);
-    image.fill(Qt::transparent);
+    // The pill is drawn once per colour and copied: filling its large
+    // antialiased shape every second would hand the work to Qt's painting
+    // threads, waking them several times a second while the clock runs.
+    static QHash<QRgb, QImage> pills;
+    const QColor color = pillColor();
+    auto pill = pills.find(color.rgba());
+    if (pill == pills.end()) {
+        QImage drawn(iconSize, iconSize, QImage::Format_ARGB32_Premultiplied);
+        drawn.fill(Qt::transparent);
+        QPainter pillPainter(&drawn);
+        pillPainter.setRenderHint(QPainter::Antialiasing);
+        pillPainter.setPen(QPen(QColor(0, 0, 0, 102), 3));
+        pillPainter.setBrush(color);
+        pillPainter.drawRoundedRect(QRectF(1.5, 1.5, iconSize - 3, iconSize - 3), 9, 9);
+        pill = pills.insert(color.rgba(), drawn);
+    }
+    QImage image = pill->copy();
     QPainter painter(&image);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setRenderHint(QPainter::TextAntialiasing);
-
-    const QRectF pill(1.5, 1.5, iconSize - 3, iconSize - 3);
-    painter.setPen(QPen(QColor(0, 0, 0, 102), 3));
-    painter.setBrush(pillColor());
-    painter.drawRoundedRect(pill, 9, 9);
 
     // The clock: "H:MM" on top (all of it when the hours are long), seconds below.
     const QString full = _timeString.isEmpty() ? QStringLiteral("00:00:00") : _timeString;

@@ -85,6 +85,35 @@ TEST(ZVQtTimerFactory, DestroyingATimerStopsIt) {
     EXPECT_EQ(ticks, afterDestruction);
 }
 
+// The half-second clock and a one-second timer wake the program together:
+// each tick of the slower one comes in the same dispatch as one of the
+// faster, and a timer invalidated by its own tick fires no more.
+TEST(ZVQtTimerFactory, TimersOfWholeHalfSecondsShareTheirWakeUps) {
+    shellApplication();
+    int halfTicks = 0, wholeTicks = 0, wholeTicksAlone = 0, selfEndingTicks = 0;
+    bool halfTickedThisDispatch = false;
+    auto half = ZVTimerFactory::shared().makeRepeatingTimer(0.5, [&] {
+        ++halfTicks;
+        halfTickedThisDispatch = true;
+        QTimer::singleShot(0, [&] { halfTickedThisDispatch = false; });
+    });
+    std::unique_ptr<ZVRepeatingTimer> selfEnding;
+    selfEnding = ZVTimerFactory::shared().makeRepeatingTimer(0.5, [&] {
+        ++selfEndingTicks;
+        selfEnding->invalidate();
+    });
+    // Made out of step with the clock, as the idle check is.
+    processEventsUntil([] { return false; }, 200);
+    auto whole = ZVTimerFactory::shared().makeRepeatingTimer(1.0, [&] {
+        ++wholeTicks;
+        if (!halfTickedThisDispatch) ++wholeTicksAlone;
+    });
+    ASSERT_TRUE(processEventsUntil([&] { return wholeTicks >= 2; }, 5000));
+    EXPECT_EQ(wholeTicksAlone, 0);
+    EXPECT_GE(halfTicks, 3);
+    EXPECT_EQ(selfEndingTicks, 1);
+}
+
 TEST(ZVQtTimerFactory, DelayedBlockRunsOnceOnTheMainThreadAfterTheDelay) {
     shellApplication();
     std::atomic<int> runs{0};

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "ZVJSON.h"
 #include "core/integrations/ZVIntegrationError.h"
 #include "core/integrations/address_based/common/ZVListing.h"
@@ -311,18 +309,15 @@ TEST(PostingForms, HoursMinutesDatesAndSuccessTests) {
     EXPECT_EQ(ZVPostingText::decimalHours(3600, 0), "1");
     EXPECT_EQ(ZVPostingText::wholeMinutes(29), 0u);
     EXPECT_EQ(ZVPostingText::wholeMinutes(90), 2u);
-    const char* zone = std::getenv("TZ");
-    const std::string saved = zone ? zone : "";
-    setenv("TZ", "Europe/Berlin", 1);
-    tzset();
-    const std::time_t moment = 1795618980 - 2 * 3600;  // 2026-11-25 13:03:00 UTC
-    EXPECT_EQ(ZVPostingText::dateTime(moment, ZVPostingText::Zone::compactOffset), "2026-11-25T14:03:00+0100");
-    EXPECT_EQ(ZVPostingText::dateTime(moment, ZVPostingText::Zone::colonOffset), "2026-11-25T14:03:00+01:00");
-    EXPECT_EQ(ZVPostingText::dateTime(moment, ZVPostingText::Zone::utc), "2026-11-25T13:03:00Z");
-    EXPECT_EQ(ZVPostingText::date(moment + 37800), "2026-11-26");
-    EXPECT_EQ(ZVPostingText::date(moment + 37800, true), "2026-11-25");
-    if (zone) setenv("TZ", saved.c_str(), 1); else unsetenv("TZ");
-    tzset();
+    {
+        ScopedTimeZone berlin("Europe/Berlin");
+        const std::time_t moment = 1795618980 - 2 * 3600;  // 2026-11-25 13:03:00 UTC
+        EXPECT_EQ(ZVPostingText::dateTime(moment, ZVPostingText::Zone::compactOffset), "2026-11-25T14:03:00+0100");
+        EXPECT_EQ(ZVPostingText::dateTime(moment, ZVPostingText::Zone::colonOffset), "2026-11-25T14:03:00+01:00");
+        EXPECT_EQ(ZVPostingText::dateTime(moment, ZVPostingText::Zone::utc), "2026-11-25T13:03:00Z");
+        EXPECT_EQ(ZVPostingText::date(moment + 37800), "2026-11-26");
+        EXPECT_EQ(ZVPostingText::date(moment + 37800, true), "2026-11-25");
+    }
     const auto json = nlohmann::json::parse(R"({"entry": {"id": 5}, "error": null})");
     EXPECT_NO_THROW(ZVPostingText::requireValue(json, "[entry][id]"));
     EXPECT_TRUE(throwsGenericPostingError([&] { ZVPostingText::requireValue(json, "error"); }));

@@ -1,6 +1,3 @@
-#include <cstdlib>
-#include <ctime>
-
 #include <gtest/gtest.h>
 
 #include "core/integrations/address_based/jira/ZVJIRAIntegration.h"
@@ -27,20 +24,6 @@ constexpr const char* assignedTree =
     "Operations [OPS|-|-]\n"
     "  OPS-3 - Renew the TLS certificate [OPS|OPS-3|-]\n";
 constexpr const char* repeatedPage = "The server sent the same page twice, so the list could not be loaded completely.";
-
-/// Europe/Berlin as the local time zone while it lives.
-class BerlinTime {
-public:
-    BerlinTime() : _saved(std::getenv("TZ") ? std::getenv("TZ") : "") { setZone("Europe/Berlin"); }
-    ~BerlinTime() { setZone(_saved); }
-
-private:
-    static void setZone(const std::string& zone) {
-        zone.empty() ? unsetenv("TZ") : setenv("TZ", zone.c_str(), 1);
-        tzset();
-    }
-    std::string _saved;
-};
 
 class JIRATests : public ServiceTestCase {
 protected:
@@ -385,7 +368,7 @@ TEST_P(JIRASignInTests, TwoThousandIssuesComeOverSeveralPages) {
 }
 
 TEST_P(JIRASignInTests, PostsTheWorklogMemberByMemberAndNotWithRefusedCredentials) {
-    BerlinTime berlin;
+    ScopedTimeZone berlin("Europe/Berlin");
     // 09:00 UTC is 10:00 in Berlin on that day.
     ManualClock clock(ManualClock::date(2024, 3, 1, 9));
     serveSite(deploymentOf(GetParam()));

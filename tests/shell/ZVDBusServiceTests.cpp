@@ -110,13 +110,12 @@ TEST_F(ZVDBusServiceTest, StatusNamesTheCurrentProjectByPathAndIdentifiers) {
     ticket->setTime(3725);
     ZVHeartBeat::sharedHeartBeat().setCurrentTime(3725);
     const QJsonObject state = object(service->Status());
-    EXPECT_EQ(state.value(u"project"_s).toString(), u"Acme \u2794 Client \u2794 Ticket 7"_s);
-    EXPECT_EQ(state.value(u"name"_s).toString(), u"Ticket 7"_s);
-    EXPECT_EQ(state.value(u"clock"_s).toString(), u"01:02:05"_s);
-    EXPECT_EQ(state.value(u"seconds"_s).toInteger(), 3725);
-    EXPECT_EQ(state.value(u"projectIdentifiers"_s).toArray(), (QJsonArray{u"Ticket 7-id"_s, u"T-7"_s}));
-    EXPECT_EQ(state.value(u"accountIdentifier"_s).toString(), QString::fromStdString(account->integrationID()));
-    EXPECT_FALSE(state.value(u"syncing"_s).toBool());
+    const QJsonObject expected{{u"project"_s, u"Acme \u2794 Client \u2794 Ticket 7"_s}, {u"name"_s, u"Ticket 7"_s},
+                               {u"projectIdentifiers"_s, QJsonArray{u"Ticket 7-id"_s, u"T-7"_s}},
+                               {u"accountIdentifier"_s, QString::fromStdString(account->integrationID())},
+                               {u"running"_s, false}, {u"seconds"_s, 3725}, {u"clock"_s, u"01:02:05"_s},
+                               {u"task"_s, QString()}, {u"syncing"_s, false}};
+    EXPECT_EQ(state, expected) << QJsonDocument(state).toJson().toStdString();
     // The identity that the state gives names the project again.
     ZVIntegrationCenter::shared().setCurrentProject(website);
     QJsonObject identity = state;

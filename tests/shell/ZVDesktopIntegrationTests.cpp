@@ -57,8 +57,6 @@ protected:
     ZVPreferencesWindow window{ZVPreferencesWindow::Hooks{}};
 };
 
-}  // namespace
-
 TEST_F(ZVLaunchAtLoginTest, TheBoxWritesAndRemovesTheAutostartEntryAndShowsWhatTheUserDidToIt) {
     EXPECT_EQ(ZVLaunchAtLogin::userEntryPath(), userEntry());
     EXPECT_FALSE(startAtLoginBox().isChecked()) << "off until the user turns it on";
@@ -109,8 +107,6 @@ TEST(ZVLaunchAtLoginExecTest, ProgramPathsAreQuotedAsTheDesktopEntryRulesAsk) {
     EXPECT_THAT(ZVLaunchAtLogin::entryText("/opt/a\\b c/norvo"), HasSubstr("\nExec=\"/opt/a\\\\\\\\b c/norvo\"\n"));
 }
 
-namespace {
-
 class ZVGermanCatalogTest : public ShellFixture, public IgnoredCommands {
 protected:
     ZVGermanCatalogTest() : language("LANGUAGE", "de") {
@@ -126,8 +122,6 @@ protected:
     ScopedVariable language;
     ScriptedUserInterface ui;
 };
-
-}  // namespace
 
 TEST_F(ZVGermanCatalogTest, MenusAndAlertsSpeakGermanAndFillTheirPlaceholders) {
     auto local = ZVNorvoIntegration::sharedIntegration();
@@ -199,7 +193,6 @@ TEST_F(ShellFixture, TheTrayKeepsItsClockAndShowsTheThemedStateIconWhereTheClock
     EXPECT_EQ(ZVStatusItemController::stateIconName(true, true, false), u"com.tesselwick.Norvo-syncing"_s);
 }
 
-namespace {
 class CookieCountingSession final : public ZVHTTPSession {
 public:
     ZVHTTPResult send(const ZVURLRequest&) override { return {}; }
@@ -208,8 +201,6 @@ public:
     void clearAllCookies() override { ++cleared; }
     int cleared = 0;
 };
-}  // namespace
-
 // "Clear Cookies" of the advanced pane empties the shared cookie store, so
 // that a service with a stale session cookie signs in afresh.
 TEST_F(ShellFixture, ClearCookiesEmptiesTheSharedCookieStore) {
@@ -222,3 +213,5 @@ TEST_F(ShellFixture, ClearCookiesEmptiesTheSharedCookieStore) {
     EXPECT_EQ(session->cleared, 1);
     ZVHTTPSession::setShared(nullptr);
 }
+
+}  // namespace

@@ -41,8 +41,6 @@ bool screenshot(const QString& path) {
     return QFileInfo(path).size() > 0;
 }
 
-}  // namespace
-
 // Starts the real program on the X display with a tray host and keeps
 // pictures of the timer window and of the open status menu in the build
 // tree's tests/artifacts folder.
@@ -87,8 +85,6 @@ TEST(NorvoEndToEnd, ShowsTheTimerWindowAndTheStatusMenu) {
     tray.waitForFinished(2000);
 }
 
-namespace {
-
 QPalette darkPalette() {
     QPalette dark;
     const std::pair<QPalette::ColorRole, QRgb> colors[] = {
@@ -100,8 +96,6 @@ QPalette darkPalette() {
 }
 
 class ZVScreenshotTest : public LaunchedAppFixture {};
-
-}  // namespace
 
 // Pictures of what a new user meets, in English and German and in a light
 // and a dark desktop palette, kept in the build tree's tests/artifacts
@@ -145,3 +139,5 @@ TEST_F(ZVScreenshotTest, FirstStartLogAndPreferencesInBothLanguagesAndPalettes) 
     ZVHeartBeat::sharedHeartBeat().stop();
     ZVPrepareLocalization();
 }
+
+}  // namespace

@@ -127,8 +127,6 @@ protected:
     }
 };
 
-}  // namespace
-
 TEST_F(ZVIntegrationSetupTest, AccountSetUpInThePanelSynchronizesItsTreeIntoTheMenu) {
     FakeServer server;
     serveGenericTree(server);
@@ -345,8 +343,6 @@ TEST_F(ZVIntegrationSetupTest, JIRACredentialViewSaysWhatEachDeploymentTakes) {
     EXPECT_EQ(rowLabel(password), u"Password"_s);
 }
 
-namespace {
-
 /// The local projects' names as the preferences store holds them now.
 Names namesInTheStore() {
     Names names;
@@ -390,8 +386,6 @@ protected:
         model.dropMimeData(data.get(), Qt::MoveAction, gap, 0, {});
     }
 };
-
-}  // namespace
 
 TEST_F(ZVNorvoProjectManagementTest, RenamesAndMovesAreSavedAsTheyHappen) {
     auto& controller = openManagement({"Alpha", "Beta", "Gamma"});
@@ -468,3 +462,5 @@ TEST_F(ZVIntegrationSetupTest, DialogsFitTheirTextsInEnglishAndGerman) {
     }
     ZVPrepareLocalization();
 }
+
+}  // namespace

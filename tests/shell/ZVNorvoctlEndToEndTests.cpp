@@ -129,8 +129,6 @@ protected:
     QProcessEnvironment environment;
 };
 
-}  // namespace
-
 TEST_F(NorvoctlEndToEnd, StatusSaysNotRunningAndAChangingCommandStartsNorvo) {
     Outcome outcome = norvoctl("status");
     EXPECT_EQ(outcome.status, 3);
@@ -262,8 +260,6 @@ TEST_F(NorvoctlEndToEnd, AtTheFirstLaunchScriptsReachNorvoWhileWhatsNewIsOpen) {
     EXPECT_TRUE(ZVPreferences::shared().boolean("ZVReleaseNotes847"));
 }
 
-namespace {
-
 // The seconds and runs of a local project as the preferences file has them.
 std::pair<std::uint64_t, std::size_t> storedTimeAndRuns(const std::string& preferencesFile, const std::string& name) {
     const ZVPreferences stored(preferencesFile);
@@ -277,8 +273,6 @@ std::pair<std::uint64_t, std::size_t> storedTimeAndRuns(const std::string& prefe
     }
     return {0, 0};
 }
-
-}  // namespace
 
 // Logout and shutdown (SIGTERM), a lost terminal (SIGHUP), Ctrl+C (SIGINT)
 // and the quit command all end the running timer and save it to the second,
@@ -323,3 +317,5 @@ TEST_F(NorvoctlEndToEnd, EveryWayOfEndingSavesTheRunningTimeToTheSecond) {
         EXPECT_EQ(storedRuns, ++runs);
     }
 }
+
+}  // namespace

@@ -40,8 +40,6 @@ protected:
     ZVIntegrationProject::Pointer website, design, build, mobile, local;
 };
 
-}  // namespace
-
 TEST(ZVProjectQuickSearchQuery, EverySpellingOfTheSeparatorBecomesTheArrow) {
     struct Case {
         const char* typed;
@@ -112,8 +110,6 @@ TEST_F(ZVProjectQuickSearchTest, FindsTheTenMatchingTicketsAmongAHundredThousand
         EXPECT_EQ(results[static_cast<size_t>(index)]->name(), "Ticket " + std::to_string(42000 + index));
 }
 
-namespace {
-
 // The search as a plain walk: every leaf whose freshly built path holds the
 // query, ignoring case, in the order of the accounts and their trees.
 void collectLeaves(const ZVIntegrationProject::Pointer& project, const QString& query,
@@ -134,8 +130,6 @@ std::vector<ZVIntegrationProject::Pointer> walkedResults(const std::string& type
         for (const auto& project : integration->availableProjects()) collectLeaves(project, query, found);
     return found;
 }
-
-}  // namespace
 
 // The index of paths must answer as a fresh walk would after every kind of
 // change to the trees, also while a query is being typed a key at a time.
@@ -191,3 +185,5 @@ TEST_F(ZVProjectQuickSearchTest, TheIndexIsBuiltOnceForUnchangedTreesAndRenewedW
     EXPECT_EQ(index.buildCount(), beforeFocus + 1) << "the keystroke found the index ready";
     ASSERT_EQ(field.results().size(), 1);
 }
+
+}  // namespace

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <sstream>
 
+#include "ZVHelpers.h"
 #include "ZVJSON.h"
 #include "ZVXML.h"
 #include "core/integrations/ZVIntegrationError.h"
@@ -23,27 +25,13 @@ constexpr const char* accountName = "Contract Account";
 
 /// The value of `name` in a form body ("a=1&b=two+words"), decoded.
 std::optional<std::string> formValue(const std::string& body, const std::string& name) {
-    std::size_t at = 0;
-    while (at <= body.size()) {
-        const std::size_t end = std::min(body.find('&', at), body.size());
-        const std::string pair = body.substr(at, end - at);
+    std::istringstream pairs(body);
+    for (std::string pair; std::getline(pairs, pair, '&');) {
         const std::size_t equals = pair.find('=');
-        if (pair.substr(0, equals) == name) {
-            std::string value;
-            const std::string encoded = equals == std::string::npos ? "" : pair.substr(equals + 1);
-            for (std::size_t i = 0; i < encoded.size(); ++i) {
-                if (encoded[i] == '+') {
-                    value += ' ';
-                } else if (encoded[i] == '%' && i + 2 < encoded.size()) {
-                    value += static_cast<char>(std::stoi(encoded.substr(i + 1, 2), nullptr, 16));
-                    i += 2;
-                } else {
-                    value += encoded[i];
-                }
-            }
-            return value;
-        }
-        at = end + 1;
+        if (pair.substr(0, equals) != name) continue;
+        std::string value = equals == std::string::npos ? "" : pair.substr(equals + 1);
+        std::replace(value.begin(), value.end(), '+', ' ');
+        return ZVPercentDecoded(value);
     }
     return std::nullopt;
 }
@@ -160,7 +148,6 @@ TEST_P(ServiceContractTests, PostsTheScenariosMembersAndAServerErrorIsAPostingEr
         }
         EXPECT_EQ(actual.value_or("<missing>"), expected) << member << " in " << post.body;
     }
-
     for (const int status : {500, 503}) {
         server.intercept([&](const FakeRequest& request) -> std::optional<FakeResponse> {
             if (request.path != scenario.postPath || request.method != post.method) return std::nullopt;

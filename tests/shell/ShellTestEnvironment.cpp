@@ -55,7 +55,6 @@ bool processEventsUntil(const std::function<bool()>& condition, int timeoutMilli
 }
 
 ShellFixture::ShellFixture() {
-    shellApplication();
     // Refreshes see no connection at once instead of waiting for a name server.
     ZVSynchronizationThread::setConnectionProbeOverride("http://127.0.0.1:9/");
     ZVIntegrationCenter::resetShared();
@@ -76,9 +75,8 @@ std::shared_ptr<ZVShellTestIntegration> ShellFixture::addAccount(const std::stri
     return account;
 }
 
-ZVIntegrationProject::Pointer ShellFixture::addProject(const std::shared_ptr<ZVIntegration>& account,
-                                                       const std::string& name,
-                                                       const ZVIntegrationProject::Pointer& parent) {
+ZVIntegrationProject::Pointer addProject(const std::shared_ptr<ZVIntegration>& account, const std::string& name,
+                                         const ZVIntegrationProject::Pointer& parent) {
     auto project = ZVIntegrationProject::create(name, name + "-id");
     project->setIntegration(account);
     if (parent) {
@@ -100,6 +98,12 @@ std::string titles(const ZVMenu& menu) {
     std::string result;
     for (const auto& item : menu.items) result += (result.empty() ? "" : "|") + (item->isSeparator ? "-" : item->title);
     return result;
+}
+
+ZVMenuItem* itemOfProject(const ZVMenu& menu, const ZVIntegrationProject::Pointer& project) {
+    for (const auto& item : menu.items)
+        if (item->representedProject() == project) return item.get();
+    return nullptr;
 }
 
 ScopedVariable::ScopedVariable(const char* name, const std::string& value) : _name(name) {

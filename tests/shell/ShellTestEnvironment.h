@@ -39,6 +39,9 @@ QString buildTreePath(const QString& relative);
 /// The titles of a menu's items joined by "|", "-" for a separator.
 std::string titles(const ZVMenu& menu);
 
+/// The first item of the menu that stands for the project (the one that selects it), or none.
+ZVMenuItem* itemOfProject(const ZVMenu& menu, const ZVIntegrationProject::Pointer& project);
+
 /// Sets an environment variable for the life of the object.
 class ScopedVariable {
 public:
@@ -50,6 +53,11 @@ private:
     const char* _name;
     std::optional<std::string> _old;
 };
+
+/// A node named as given, with the identifier "<name>-id", under a parent
+/// (or at the account's top).
+ZVIntegrationProject::Pointer addProject(const std::shared_ptr<ZVIntegration>& account, const std::string& name,
+                                         const ZVIntegrationProject::Pointer& parent = nullptr);
 
 /// A remote account for shell tests that never reaches a network.
 class ZVShellTestIntegration : public ZVIntegration {
@@ -72,10 +80,6 @@ protected:
 
     /// A remote account that the centre holds, named as given.
     std::shared_ptr<ZVShellTestIntegration> addAccount(const std::string& name);
-    /// A node with the given name under a parent (or at the account's top).
-    static ZVIntegrationProject::Pointer addProject(const std::shared_ptr<ZVIntegration>& account,
-                                                    const std::string& name,
-                                                    const ZVIntegrationProject::Pointer& parent = nullptr);
 
     TemporaryHome home;
     InMemoryKeychain keychain;

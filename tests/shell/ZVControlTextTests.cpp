@@ -13,18 +13,19 @@ using namespace ZVControlText;
 
 namespace {
 
-std::optional<ZVControlRequest> parse(const QStringList& arguments, QString* error = nullptr) {
-    QString message;
-    auto request = parseArguments(arguments, message);
-    if (error) *error = message;
-    return request;
+/// The request read from the words as "command|argument|json|format|from|to|out".
+QString parsed(const QStringList& arguments) {
+    QString error;
+    const auto request = parseArguments(arguments, error);
+    if (!request) return u"<refused: "_s + error + u">"_s;
+    return QStringList{request->command, request->argument, request->json ? u"json"_s : QString(), request->format,
+                       request->from, request->to, request->out}
+        .join(QLatin1Char('|'));
 }
-
-std::optional<ZVControlRequest> parse(const char* line) { return parse(words(line)); }
 
 QString parseError(const QStringList& arguments) {
     QString error;
-    EXPECT_FALSE(parse(arguments, &error).has_value()) << arguments.join(QLatin1Char(' ')).toStdString();
+    EXPECT_FALSE(parseArguments(arguments, error).has_value()) << arguments.join(QLatin1Char(' ')).toStdString();
     return error;
 }
 
@@ -45,30 +46,18 @@ QString format(const QJsonObject& state, const QString& text) {
 }  // namespace
 
 TEST(ZVControlTextTest, ReadsCommandsWithTheirArgumentsAndOptionsInAnyOrder) {
-    auto request = parse("start acme > web");
-    ASSERT_TRUE(request);
-    EXPECT_EQ(request->command, u"start"_s);
-    EXPECT_EQ(request->argument, u"acme > web"_s);
-
-    request = parse("--format={clock} watch");
-    ASSERT_TRUE(request);
-    EXPECT_EQ(request->format, u"{clock}"_s);
-
-    request = parse("export --to today --from=yesterday --out log.csv");
-    ASSERT_TRUE(request);
-    EXPECT_EQ(request->from, u"yesterday"_s);
-    EXPECT_EQ(request->to, u"today"_s);
-    EXPECT_EQ(request->out, u"log.csv"_s);
-
-    // A task's text is taken as it stands, and an empty one clears the task.
-    request = parse("task --fix -v");
-    ASSERT_TRUE(request);
-    EXPECT_EQ(request->argument, u"--fix -v"_s);
-    request = parse({u"task"_s, QString()});
-    ASSERT_TRUE(request);
-    EXPECT_TRUE(request->argument.isEmpty());
-
-    EXPECT_EQ(parse("stop --help")->command, u"help"_s);
+    const std::pair<QStringList, QString> cases[] = {
+        {words("start acme > web"), u"start|acme > web|||||"_s},
+        {words("--format={clock} watch"), u"watch|||{clock}|||"_s},
+        {words("status --json"), u"status||json||||"_s},
+        {words("export --to today --from=yesterday --out log.csv"), u"export||||yesterday|today|log.csv"_s},
+        // A task's text is taken as it stands, and an empty one clears the task.
+        {words("task --fix -v"), u"task|--fix -v|||||"_s},
+        {{u"task"_s, QString()}, u"task||||||"_s},
+        {words("stop --help"), u"help||||||"_s},
+    };
+    for (const auto& [arguments, request] : cases)
+        EXPECT_EQ(parsed(arguments), request) << arguments.join(u' ').toStdString();
 }
 
 TEST(ZVControlTextTest, RefusesCommandLinesThatCannotMeanAnything) {
@@ -96,7 +85,6 @@ TEST(ZVControlTextTest, FormatsTheStateFieldByField) {
     QJsonObject longRun = runningState;
     longRun.insert(u"clock"_s, u"100:00:00"_s);
     EXPECT_EQ(format(longRun, u"{hm}"_s), u"100:00"_s);
-
     const QJsonObject idle{{u"running"_s, false}, {u"clock"_s, u"00:00:00"_s}, {u"project"_s, QString()}};
     EXPECT_EQ(format(idle, QString::fromLatin1(defaultFormat)), u"stopped 00:00:00 no project"_s);
     EXPECT_EQ(format(idle, u"{account}|{task}"_s), u"|"_s);

@@ -57,33 +57,25 @@ protected:
     ZVPreferencesWindow window{ZVPreferencesWindow::Hooks{}};
 };
 
-}  // namespace
-
-TEST_F(ZVLaunchAtLoginTest, TheBoxWritesTheAutostartEntryAndRemovesIt) {
+TEST_F(ZVLaunchAtLoginTest, TheBoxWritesAndRemovesTheAutostartEntryAndShowsWhatTheUserDidToIt) {
     EXPECT_EQ(ZVLaunchAtLogin::userEntryPath(), userEntry());
     EXPECT_FALSE(startAtLoginBox().isChecked()) << "off until the user turns it on";
-
     startAtLoginBox().setChecked(true);
     const std::string text = readText(userEntry());
     EXPECT_THAT(text, ::testing::StartsWith("[Desktop Entry]\nType=Application\n"));
     EXPECT_THAT(text, HasSubstr("\nExec=" + QCoreApplication::applicationFilePath().toStdString() + "\n"));
     EXPECT_THAT(text, Not(HasSubstr("Hidden=true")));
     EXPECT_TRUE(ZVLaunchAtLogin::isEnabled());
-
     startAtLoginBox().setChecked(false);
     EXPECT_FALSE(std::filesystem::exists(userEntry()));
     EXPECT_FALSE(ZVLaunchAtLogin::isEnabled());
-}
-
-TEST_F(ZVLaunchAtLoginTest, ThePaneShowsWhatTheUserDidToTheFileByHand) {
+    // The pane shows what the user did to the file by hand.
     ASSERT_TRUE(ZVLaunchAtLogin::setEnabled(true, "/usr/bin/norvo"));
     window.loadPreferences();
     EXPECT_TRUE(startAtLoginBox().isChecked());
-
     std::filesystem::remove(userEntry());
     window.loadPreferences();
     EXPECT_FALSE(startAtLoginBox().isChecked()) << "a file removed by hand reads as off";
-
     // Session managers switch an entry off by either key, in its main group.
     writeText(userEntry(), ZVLaunchAtLogin::entryText("/usr/bin/norvo") + "Hidden=true\n");
     EXPECT_FALSE(ZVLaunchAtLogin::isEnabled());
@@ -97,12 +89,10 @@ TEST_F(ZVLaunchAtLoginTest, ASystemWideEntryIsHiddenRatherThanRemoved) {
     writeText(systemEntry(), ZVLaunchAtLogin::entryText("/usr/bin/norvo"));
     window.loadPreferences();
     EXPECT_TRUE(startAtLoginBox().isChecked()) << "the system's entry starts Norvo while the user has none";
-
     startAtLoginBox().setChecked(false);
     ASSERT_TRUE(std::filesystem::exists(userEntry())) << "removing nothing would leave the system's entry in force";
     EXPECT_THAT(readText(userEntry()), HasSubstr("\nHidden=true\n"));
     EXPECT_FALSE(ZVLaunchAtLogin::isEnabled());
-
     startAtLoginBox().setChecked(true);
     EXPECT_THAT(readText(userEntry()), Not(HasSubstr("Hidden=true")));
     EXPECT_TRUE(ZVLaunchAtLogin::isEnabled());
@@ -116,8 +106,6 @@ TEST(ZVLaunchAtLoginExecTest, ProgramPathsAreQuotedAsTheDesktopEntryRulesAsk) {
     // In the file the backslashes of the quoting are escaped once more.
     EXPECT_THAT(ZVLaunchAtLogin::entryText("/opt/a\\b c/norvo"), HasSubstr("\nExec=\"/opt/a\\\\\\\\b c/norvo\"\n"));
 }
-
-namespace {
 
 class ZVGermanCatalogTest : public ShellFixture, public IgnoredCommands {
 protected:
@@ -135,8 +123,6 @@ protected:
     ScriptedUserInterface ui;
 };
 
-}  // namespace
-
 TEST_F(ZVGermanCatalogTest, MenusAndAlertsSpeakGermanAndFillTheirPlaceholders) {
     auto local = ZVNorvoIntegration::sharedIntegration();
     auto project = addProject(local, "Website");
@@ -144,7 +130,6 @@ TEST_F(ZVGermanCatalogTest, MenusAndAlertsSpeakGermanAndFillTheirPlaceholders) {
     EXPECT_EQ(titles(*ZVMenuManager::shared().actionMenu()),
               "Timer starten|Timer zurücksetzen …|-|Zeit in Projekt verschieben …|Zeit aus Projekt verschieben …|"
               "Zeit in Projekt kopieren …|Zeit aus Projekt kopieren …|-|Zeit runden …|Zeit bearbeiten …");
-
     const auto menu = local->integrationMenu(nullptr, nullptr, true);
     ZVMenuItem* remove = menu->itemWithTitle("„Website“ entfernen …");
     ASSERT_NE(remove, nullptr);
@@ -154,7 +139,6 @@ TEST_F(ZVGermanCatalogTest, MenusAndAlertsSpeakGermanAndFillTheirPlaceholders) {
     EXPECT_EQ(ui.alerts()[0].messageText, "Möchten Sie das Projekt „Website“ wirklich entfernen?");
     EXPECT_EQ(ui.alerts()[0].buttons, (std::vector<std::string>{"Abbrechen", "Entfernen"}));
     EXPECT_EQ(local->availableProjects().size(), 1u);
-
     // A translation may put the placeholders in another order.
     EXPECT_EQ(ZVLocalizedFormat("Changing time to %@ for '%@'", {"01:00:00", "Website"}),
               "Zeit für „Website“ auf 01:00:00 geändert");
@@ -193,7 +177,6 @@ TEST_F(ShellFixture, TheTrayKeepsItsClockAndShowsTheThemedStateIconWhereTheClock
                   .convertToFormat(clock.format()),
               clock)
         << "the live clock is what a tray of the usual size shows";
-
     auto small = [](const QIcon& icon) { return icon.pixmap(16, 16).toImage(); };
     ASSERT_FALSE(small(stoppedLight).isNull());
     EXPECT_NE(small(stoppedLight), clock.scaled(16, 16)) << "a 16-pixel tray gets the state icon, not a shrunken clock";
@@ -205,13 +188,11 @@ TEST_F(ShellFixture, TheTrayKeepsItsClockAndShowsTheThemedStateIconWhereTheClock
     view.setSpinnerPhase(0);
     const QIcon syncing = ZVStatusItemController::trayIcon(view, false);
     EXPECT_NE(small(syncing), small(running));
-
     EXPECT_EQ(ZVStatusItemController::stateIconName(false, false, false), u"com.tesselwick.Norvo-stopped"_s);
     EXPECT_EQ(ZVStatusItemController::stateIconName(true, false, true), u"com.tesselwick.Norvo-running-dark"_s);
     EXPECT_EQ(ZVStatusItemController::stateIconName(true, true, false), u"com.tesselwick.Norvo-syncing"_s);
 }
 
-namespace {
 class CookieCountingSession final : public ZVHTTPSession {
 public:
     ZVHTTPResult send(const ZVURLRequest&) override { return {}; }
@@ -220,8 +201,6 @@ public:
     void clearAllCookies() override { ++cleared; }
     int cleared = 0;
 };
-}  // namespace
-
 // "Clear Cookies" of the advanced pane empties the shared cookie store, so
 // that a service with a stale session cookie signs in afresh.
 TEST_F(ShellFixture, ClearCookiesEmptiesTheSharedCookieStore) {
@@ -234,3 +213,5 @@ TEST_F(ShellFixture, ClearCookiesEmptiesTheSharedCookieStore) {
     EXPECT_EQ(session->cleared, 1);
     ZVHTTPSession::setShared(nullptr);
 }
+
+}  // namespace

@@ -41,8 +41,6 @@ bool screenshot(const QString& path) {
     return QFileInfo(path).size() > 0;
 }
 
-}  // namespace
-
 // Starts the real program on the X display with a tray host and keeps
 // pictures of the timer window and of the open status menu in the build
 // tree's tests/artifacts folder.
@@ -53,16 +51,13 @@ TEST(NorvoEndToEnd, ShowsTheTimerWindowAndTheStatusMenu) {
         if (QStandardPaths::findExecutable(QString::fromUtf8(tool)).isEmpty()) GTEST_SKIP() << tool << " is missing";
     const QString executable = buildTreePath(u"../src/norvo"_s);
     if (!QFileInfo::exists(executable)) GTEST_SKIP() << "the norvo executable is not built";
-
     TemporaryHome home;
     ZVPreferences::shared().setBoolean(true, "ZVReleaseNotes847");
     ASSERT_TRUE(ZVPreferences::shared().synchronize());
-
     QProcess tray;
     tray.start(u"trayer"_s, words("--edge top --align right --height 28 --widthtype pixel --width 80"));
     ASSERT_TRUE(tray.waitForStarted());
     QThread::msleep(800);
-
     QProcess norvo;
     norvo.start(executable, {});
     ASSERT_TRUE(norvo.waitForStarted());
@@ -75,7 +70,6 @@ TEST(NorvoEndToEnd, ShowsTheTimerWindowAndTheStatusMenu) {
     QThread::msleep(1500);
     const QString folder = artifactsFolder();
     EXPECT_TRUE(screenshot(folder + u"/timer-window.png"_s));
-
     // The tray icon is the first child of trayer's window; a right click opens the status menu.
     const QString trayWindow = run(u"xdotool search --class trayer"_s);
     if (!trayWindow.isEmpty()) {
@@ -84,7 +78,6 @@ TEST(NorvoEndToEnd, ShowsTheTimerWindowAndTheStatusMenu) {
         EXPECT_TRUE(screenshot(folder + u"/status-menu.png"_s));
         run(u"xdotool key Escape"_s);
     }
-
     EXPECT_EQ(norvo.state(), QProcess::Running) << "norvo ended: " << norvo.readAllStandardError().toStdString();
     norvo.terminate();
     norvo.waitForFinished(5000);
@@ -92,25 +85,17 @@ TEST(NorvoEndToEnd, ShowsTheTimerWindowAndTheStatusMenu) {
     tray.waitForFinished(2000);
 }
 
-namespace {
-
 QPalette darkPalette() {
     QPalette dark;
-    dark.setColor(QPalette::Window, QColor(0x2d, 0x2f, 0x33));
-    dark.setColor(QPalette::WindowText, QColor(0xee, 0xee, 0xee));
-    dark.setColor(QPalette::Base, QColor(0x1e, 0x1f, 0x22));
-    dark.setColor(QPalette::AlternateBase, QColor(0x35, 0x37, 0x3b));
-    dark.setColor(QPalette::Text, QColor(0xee, 0xee, 0xee));
-    dark.setColor(QPalette::Button, QColor(0x3a, 0x3c, 0x40));
-    dark.setColor(QPalette::ButtonText, QColor(0xee, 0xee, 0xee));
-    dark.setColor(QPalette::Mid, QColor(0x60, 0x62, 0x66));
-    dark.setColor(QPalette::PlaceholderText, QColor(0x99, 0x99, 0x99));
+    const std::pair<QPalette::ColorRole, QRgb> colors[] = {
+        {QPalette::Window, 0x2d2f33},     {QPalette::WindowText, 0xeeeeee}, {QPalette::Base, 0x1e1f22},
+        {QPalette::AlternateBase, 0x35373b}, {QPalette::Text, 0xeeeeee},   {QPalette::Button, 0x3a3c40},
+        {QPalette::ButtonText, 0xeeeeee}, {QPalette::Mid, 0x606266},        {QPalette::PlaceholderText, 0x999999}};
+    for (const auto& [role, rgb] : colors) dark.setColor(role, QColor(rgb));
     return dark;
 }
 
 class ZVScreenshotTest : public LaunchedAppFixture {};
-
-}  // namespace
 
 // Pictures of what a new user meets, in English and German and in a light
 // and a dark desktop palette, kept in the build tree's tests/artifacts
@@ -133,7 +118,6 @@ TEST_F(ZVScreenshotTest, FirstStartLogAndPreferencesInBothLanguagesAndPalettes) 
             EXPECT_TRUE(start.save(folder + u"/first-start-"_s + name + u".png"_s));
             const QColor background = start.pixelColor(start.width() - 3, start.height() / 2);
             EXPECT_EQ(background.lightnessF() < 0.5, dark) << name.toStdString() << ": the window ignores the palette";
-
             ZVPreferencesWindow preferences({});
             preferences.show();
             processEventsUntil([] { return false; }, 100);
@@ -155,3 +139,5 @@ TEST_F(ZVScreenshotTest, FirstStartLogAndPreferencesInBothLanguagesAndPalettes) 
     ZVHeartBeat::sharedHeartBeat().stop();
     ZVPrepareLocalization();
 }
+
+}  // namespace

@@ -70,12 +70,6 @@ void serveGenericTree(FakeServer& server) {
     });
 }
 
-ZVMenuItem* itemOfProject(const ZVMenu& menu, const ZVIntegrationProject::Pointer& project) {
-    for (const auto& item : menu.items)
-        if (item->representedProject() == project) return item.get();
-    return nullptr;
-}
-
 class ZVIntegrationSetupTest : public LaunchedAppFixture {
 protected:
     ZVPopover& popover() { return *delegate->popover(); }
@@ -133,15 +127,12 @@ protected:
     }
 };
 
-}  // namespace
-
 TEST_F(ZVIntegrationSetupTest, AccountSetUpInThePanelSynchronizesItsTreeIntoTheMenu) {
     FakeServer server;
     serveGenericTree(server);
     ZVIntegrationSetupViewController& setup = openSetup();
     typeGenericAccount(setup, server, "right");
     setup.saveButton()->click();
-
     EXPECT_FALSE(popover().isShown());
     const auto accounts = ZVIntegrationCenter::shared().integrations();
     ASSERT_EQ(accounts.size(), 1u);
@@ -150,7 +141,6 @@ TEST_F(ZVIntegrationSetupTest, AccountSetUpInThePanelSynchronizesItsTreeIntoTheM
     EXPECT_EQ(account->address(), "127.0.0.1:" + std::to_string(server.port()));
     EXPECT_EQ(account->URLScheme(), "http");
     EXPECT_EQ(keychain.password("alice", account->accountIdentifier()), "right");
-
     ASSERT_TRUE(processEventsUntil([&] { return account->availableProjects().size() == 1; }, 10000));
     const auto menu = delegate->window()->projectListPopUpButton()->recreatedMenu();
     ZVMenuItem* accountItem = menu->itemWithTitle(account->name());
@@ -171,7 +161,6 @@ TEST_F(ZVIntegrationSetupTest, SaveWithWrongCredentialsStillAddsTheAccount) {
     ZVIntegrationSetupViewController& setup = openSetup();
     typeGenericAccount(setup, server, "wrong");
     setup.saveButton()->click();
-
     ASSERT_EQ(ZVIntegrationCenter::shared().integrations().size(), 1u);
     ASSERT_TRUE(processEventsUntil([&] { return server.requestCount() > 0; }, 10000));
     waitForRefresh();
@@ -184,17 +173,14 @@ TEST_F(ZVIntegrationSetupTest, ChoosingAnotherServiceDropsWhatWasTypedAndTheSame
     ZVIntegrationSetupViewController& setup = openSetup();
     typeGenericAccount(setup, "tracker.example.org", "secret");
     auto typedInto = setup.currentIntegration();
-
     choose(setup, "Generic");
     EXPECT_EQ(setup.currentIntegration(), typedInto);
     EXPECT_EQ(field(setup, "addressField")->text(), u"tracker.example.org"_s);
     EXPECT_EQ(field(setup, "usernameField")->text(), u"alice"_s);
-
     choose(setup, "JIRA");
     EXPECT_NE(std::dynamic_pointer_cast<ZVJIRAIntegration>(setup.currentIntegration()), nullptr);
     EXPECT_TRUE(field(setup, "addressField")->text().isEmpty());
     EXPECT_NE(setup.setupView()->findChild<QWidget*>(u"JIRA"_s), nullptr);
-
     choose(setup, "Generic");
     EXPECT_NE(setup.currentIntegration(), typedInto);
     EXPECT_TRUE(field(setup, "addressField")->text().isEmpty());
@@ -237,15 +223,12 @@ TEST_F(ZVIntegrationSetupTest, CancelAfterTypingLeavesNoAccountAndNoStoredCreden
     ZVIntegrationSetupViewController& setup = openSetup();
     typeGenericAccount(setup, "tracker.example.org", "secret");
     setup.cancelButton()->click();
-
     EXPECT_FALSE(popover().isShown());
     EXPECT_TRUE(ZVIntegrationCenter::shared().integrations().empty());
     EXPECT_EQ(keychain.itemCount(), 0u);
     EXPECT_EQ(keychain.saveCount(), 0u);
 }
 
-// What was typed into the setup panel goes only with "Cancel" or a second
-// "Add Account": a click beside it and Escape leave it open.
 // Escape, a click beside the panel and the add-account action again all
 // leave the setup as "Cancel" does: nothing typed is kept.
 TEST_F(ZVIntegrationSetupTest, EscapeAClickBesideOrAddAccountAgainDiscardTheSetupPanel) {
@@ -274,7 +257,6 @@ TEST_F(ZVIntegrationSetupTest, EditPanelHidesTheServiceChoiceAndSynchronizesWhen
     delegate->editIntegration(account);
     popover().closePopover();
     EXPECT_EQ(account->synchronizeCount, synchronizationsBefore + 1) << "closing without changes synchronizes too";
-
     delegate->editIntegration(account);
     auto* edit = content<ZVIntegrationEditViewController>();
     ASSERT_NE(edit, nullptr);
@@ -290,7 +272,6 @@ TEST_F(ZVIntegrationSetupTest, EditPanelHidesTheServiceChoiceAndSynchronizesWhen
     edit->nameField()->setText(u""_s);
     EXPECT_EQ(account->name(), "Office server") << "an account keeps a name";
     edit->nameField()->setText(u"Head office"_s);
-
     clickBesideThePopover();
     EXPECT_FALSE(popover().isShown());
     EXPECT_EQ(account->synchronizeCount, synchronizationsBefore + 2);
@@ -304,7 +285,6 @@ TEST_F(ZVIntegrationSetupTest, EditingOrManagingWhileAnAccountIsEditedIsRefused)
     auto second = addGenericAccount("Client server");
     delegate->editIntegration(first);
     ui.clearRecords();
-
     delegate->editIntegration(second);
     ASSERT_EQ(ui.alertMessages().size(), 1u);
     EXPECT_EQ(ui.alertMessages()[0],
@@ -312,7 +292,6 @@ TEST_F(ZVIntegrationSetupTest, EditingOrManagingWhileAnAccountIsEditedIsRefused)
     EXPECT_EQ(ui.alerts()[0].buttons, Names{"OK"});
     ASSERT_TRUE(popover().isShown());
     EXPECT_EQ(content<ZVIntegrationEditViewController>()->currentIntegration(), first);
-
     popover().closePopover();
     openSetup();
     delegate->editIntegration(second);
@@ -337,12 +316,10 @@ TEST_F(ZVIntegrationSetupTest, JIRACredentialViewSaysWhatEachDeploymentTakes) {
     QLineEdit* password = field(setup, "passwordField");
     ASSERT_TRUE(hint && tokenPage && tokenBox && username && password);
     const QString dataCenterWords = u"User name and password, or a personal access token"_s;
-
     // Without an address the view asks as Data Center does.
     EXPECT_EQ(hint->text(), dataCenterWords);
     EXPECT_TRUE(tokenPage->isHidden());
     EXPECT_FALSE(tokenBox->isHidden());
-
     field(setup, "addressField")->setText(u"https://acme.atlassian.net/"_s);
     EXPECT_EQ(hint->text(), u"E-mail and API token"_s);
     EXPECT_EQ(rowLabel(username), u"E-mail"_s);
@@ -351,7 +328,6 @@ TEST_F(ZVIntegrationSetupTest, JIRACredentialViewSaysWhatEachDeploymentTakes) {
     EXPECT_TRUE(tokenBox->isHidden());
     tokenPage->click();
     EXPECT_EQ(ui.openedURLs(), Names{"https://id.atlassian.com/manage-profile/security/api-tokens"});
-
     field(setup, "addressField")->setText(u"jira.example.com/jira"_s);
     EXPECT_EQ(hint->text(), dataCenterWords);
     EXPECT_EQ(rowLabel(username), u"Username"_s);
@@ -366,8 +342,6 @@ TEST_F(ZVIntegrationSetupTest, JIRACredentialViewSaysWhatEachDeploymentTakes) {
     EXPECT_FALSE(jira->usesPersonalAccessToken());
     EXPECT_EQ(rowLabel(password), u"Password"_s);
 }
-
-namespace {
 
 /// The local projects' names as the preferences store holds them now.
 Names namesInTheStore() {
@@ -400,11 +374,7 @@ class ZVNorvoProjectManagementTest : public ZVIntegrationSetupTest {
 protected:
     ZVNorvoProjectManagementViewController& openManagement(std::initializer_list<const char*> names) {
         auto local = ZVNorvoIntegration::sharedIntegration();
-        for (const char* name : names) {
-            auto project = ZVIntegrationProject::create(name, std::string("id-") + name);
-            project->setIntegration(local);
-            local->addProject(project);
-        }
+        for (const char* name : names) addProject(local, name);
         delegate->manageNorvoProjects();
         auto* controller = content<ZVNorvoProjectManagementViewController>();
         if (!controller) throw std::runtime_error("the project management panel did not open");
@@ -417,20 +387,16 @@ protected:
     }
 };
 
-}  // namespace
-
 TEST_F(ZVNorvoProjectManagementTest, RenamesAndMovesAreSavedAsTheyHappen) {
     auto& controller = openManagement({"Alpha", "Beta", "Gamma"});
     ASSERT_TRUE(popover().isShown());
     auto& model = *controller.model();
     EXPECT_EQ(rowTitles(model), (Names{"Alpha", "Beta", "Gamma"}));
-
     EXPECT_TRUE(model.setData(model.index(1), u"Beta 2"_s, Qt::EditRole));
     EXPECT_FALSE(model.setData(model.index(1), 42, Qt::EditRole)) << "only text is a name";
     EXPECT_FALSE(model.setData(model.index(7), u"Nowhere"_s, Qt::EditRole));
     EXPECT_EQ(ZVNorvoIntegration::sharedIntegration()->availableProjects()[1]->name(), "Beta 2");
     EXPECT_EQ(namesInTheStore(), (Names{"Alpha", "Beta 2", "Gamma"}));
-
     const std::tuple<int, int, Names> drags[] = {
         {0, 3, {"Beta 2", "Gamma", "Alpha"}},   // below the last row
         {2, 0, {"Alpha", "Beta 2", "Gamma"}},   // back to the top
@@ -445,11 +411,9 @@ TEST_F(ZVNorvoProjectManagementTest, RenamesAndMovesAreSavedAsTheyHappen) {
     QMimeData foreign;
     foreign.setText(u"0"_s);
     EXPECT_FALSE(model.canDropMimeData(&foreign, Qt::MoveAction, 0, 0, {}));
-
     pressEscape();  // closes this panel, as "Done" does
     EXPECT_FALSE(popover().isShown());
     EXPECT_EQ(storedLocalProjectNames(), (Names{"Beta 2", "Gamma", "Alpha"}));
-
     openManagement({}).findChild<QPushButton*>(u"doneButton"_s)->click();
     EXPECT_FALSE(popover().isShown());
 }
@@ -459,12 +423,10 @@ TEST_F(ZVNorvoProjectManagementTest, AddAsksForANameAndRemoveTakesTheSelectedRow
     auto& model = *controller.model();
     controller.remove();  // nothing selected
     EXPECT_EQ(model.rowCount(), 2);
-
     ui.answerTextPromptWith(std::string("Gamma"));
     controller.add();
     EXPECT_EQ(rowTitles(model), (Names{"Alpha", "Beta", "Gamma"}));
     EXPECT_EQ(ZVIntegrationCenter::shared().currentProject()->name(), "Gamma");
-
     controller.tableView()->setCurrentIndex(model.index(0));
     controller.remove();
     EXPECT_EQ(rowTitles(model), (Names{"Beta", "Gamma"}));
@@ -500,3 +462,5 @@ TEST_F(ZVIntegrationSetupTest, DialogsFitTheirTextsInEnglishAndGerman) {
     }
     ZVPrepareLocalization();
 }
+
+}  // namespace

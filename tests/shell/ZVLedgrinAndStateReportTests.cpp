@@ -80,44 +80,32 @@ TEST_F(ZVLedgrinBridgeTest, InstalledMeansAHandlerOfTheSchemeAndItsEntryGivesThe
     ASSERT_FALSE(desktop.commands.empty());
     EXPECT_EQ(desktop.commands.front(),
               (QStringList{u"xdg-mime"_s, u"query"_s, u"default"_s, u"x-scheme-handler/ledgrin"_s}));
-
     desktop.handler = u"\n"_s;
     EXPECT_FALSE(environment->isInstalled());
-
     desktop.handler = u"ledgrin.desktop\n"_s;
     EXPECT_TRUE(environment->isInstalled());
     EXPECT_EQ(environment->installedVersion(), std::nullopt);
-
     writeDesktopEntry(dataHome(), u"ledgrin.desktop"_s,
                       QStringLiteral("[Desktop Entry]\nType=Application\nName=Ledgrin\nX-Ledgrin-Version = 2.3.4\n"
                                      "[Desktop Action New]\nX-Ledgrin-Version=1.0.0\n"));
     EXPECT_EQ(environment->installedVersion(), std::optional<std::string>("2.3.4"));
 }
 
-TEST_F(ZVLedgrinBridgeTest, ActionMenuOffersSendingOnlyToAnIntegrableVersion) {
-    auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
-    ZVIntegrationCenter::shared().setCurrentProject(project);
-    const std::string title = "Send Time to Ledgrin 2…";
-
-    installLedgrin("2.3.0");
-    EXPECT_EQ(ZVMenuManager::shared().actionMenu()->itemWithTitle(title), nullptr);
-    installLedgrin("2.2.2");
-    EXPECT_NE(ZVMenuManager::shared().actionMenu()->itemWithTitle(title), nullptr);
-}
-
-TEST_F(ZVLedgrinBridgeTest, SendingHandsTheTaskTextHoursAndHourPriceToTheDesktop) {
-    installLedgrin("2.2.2");
+// The action menu offers the sending only to a version that can take it.
+TEST_F(ZVLedgrinBridgeTest, SendingHandsTheTaskTextHoursAndHourPriceToAnIntegrableVersion) {
     ZVPreferences::shared().perform([](ZVPreferences& store) { ZVNorvoPreferences(store).setHourPrice(80); });
     auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
     project->setTimeWithoutSaving(5400);
     ZVIntegrationCenter::shared().setCurrentProject(project);
     delegate->window()->currentTaskTextField()->setText(u"Footer & header"_s);
-
+    const std::string title = "Send Time to Ledgrin 2…";
+    installLedgrin("2.3.0");
+    EXPECT_EQ(ZVMenuManager::shared().actionMenu()->itemWithTitle(title), nullptr);
+    installLedgrin("2.2.2");
     const auto menu = ZVMenuManager::shared().actionMenu();
-    ZVMenuItem* item = menu->itemWithTitle("Send Time to Ledgrin 2…");
+    ZVMenuItem* item = menu->itemWithTitle(title);
     ASSERT_NE(item, nullptr);
     item->perform();
-
     ASSERT_EQ(desktop.openedURLs.size(), 1u);
     EXPECT_EQ(desktop.openedURLs[0].toStdString(),
               "ledgrin://timeentry?time=1.5&price=80&note=" + ZVPercentEncoded("Footer & header"));
@@ -139,7 +127,6 @@ TEST_F(ZVLedgrinBridgeTest, StateReportFromTheDebugMenuListsAccountsButNoSecrets
     auto project = addProject(account, "Website");
     project->setTimeWithoutSaving(90);
     ZVIntegrationCenter::shared().setCurrentProject(project);
-
     EXPECT_NE(delegate->debugMenu()->itemWithTitle("Show Application State..."), nullptr);
     ZVStateReportWindow window;
     const std::string report = window.reportText().toStdString();

@@ -45,7 +45,7 @@ protected:
 
 }  // namespace
 
-TEST_F(ZVMenuManagerTest, MenusWithoutProjectOrAccounts) {
+TEST_F(ZVMenuManagerTest, StatusGearAndDockMenusWithoutProjectOrAccounts) {
     const auto menu = ZVMenuManager::shared().applicationMenu(statusItem);
     EXPECT_EQ(
         titles(*menu),
@@ -57,22 +57,12 @@ TEST_F(ZVMenuManagerTest, MenusWithoutProjectOrAccounts) {
     ASSERT_EQ(recents->size(), 1u);
     EXPECT_EQ(recents->items[0]->title, "No Recent Projects");
     EXPECT_FALSE(recents->items[0]->isEnabled());
-
     menu->itemWithTitle("Quit Norvo")->perform();
     EXPECT_EQ(commands.terminated, 1);
-
     const auto actions = ZVMenuManager::shared().actionMenu();
     EXPECT_EQ(titles(*actions), "No Project Selected");
     EXPECT_FALSE(actions->items[0]->isEnabled());
-
-    // A hot key set for a command shows beside it.
-    const ZVKeyCombo toggle{Qt::Key_T, Qt::ControlModifier | Qt::AltModifier};
-    toggle.save(QStringLiteral("KeyboardShortcut"));
-    EXPECT_EQ(ZVMenuManager::shared().applicationMenu(statusItem)->items[0]->title,
-              "Start\t" + toggle.text().toStdString());
-}
-
-TEST_F(ZVMenuManagerTest, GearAndDockMenusShowTheirSections) {
+    // The gear and the dock show their sections only.
     const auto gearMenu = ZVMenuManager::shared().applicationMenu(gear);
     EXPECT_EQ(titles(*gearMenu),
               "Current Project: (none)|-|Show Main Window|-|About Norvo|Release Notes|Norvo "
@@ -81,19 +71,22 @@ TEST_F(ZVMenuManagerTest, GearAndDockMenusShowTheirSections) {
     const auto dockMenu = ZVMenuManager::shared().applicationMenu(dock);
     EXPECT_EQ(dockMenu->itemWithTitle("Quit Norvo"), nullptr);
     EXPECT_NE(dockMenu->itemWithTitle("Start"), nullptr);
+    // A hot key set for a command shows beside it.
+    const ZVKeyCombo toggle{Qt::Key_T, Qt::ControlModifier | Qt::AltModifier};
+    toggle.save(QStringLiteral("KeyboardShortcut"));
+    EXPECT_EQ(ZVMenuManager::shared().applicationMenu(statusItem)->items[0]->title,
+              "Start\t" + toggle.text().toStdString());
 }
 
 TEST_F(ZVMenuManagerTest, LocalCurrentProjectHasRoundAndEditButNoPosting) {
     auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
     project->setTimeWithoutSaving(600);
     ZVIntegrationCenter::shared().setCurrentProject(project);
-
     const auto menu = ZVMenuManager::shared().applicationMenu(statusItem);
     EXPECT_NE(menu->itemWithTitle("Current Project: Website"), nullptr);
     EXPECT_NE(menu->itemWithTitle("Round Timer..."), nullptr);
     EXPECT_NE(menu->itemWithTitle("Edit Time..."), nullptr);
     EXPECT_EQ(menu->itemWithTitle("Post time of current project"), nullptr);
-
     const auto actions = ZVMenuManager::shared().actionMenu();
     EXPECT_EQ(titles(*actions),
               "Start Timer|Reset Timer...|-|Move Time to Project...|Move Time From Project...|Copy Time to "
@@ -112,12 +105,10 @@ TEST_F(ZVMenuManagerTest, PostingItemsFollowTheTimeOfRemoteProjects) {
     EXPECT_EQ(actions->itemWithTitle("Post All Times..."), nullptr);
     EXPECT_NE(ZVMenuManager::shared().applicationMenu(statusItem)->itemWithTitle("Post time of current project"),
               nullptr);
-
     tracked->setTimeWithoutSaving(90);
     actions = ZVMenuManager::shared().actionMenu();
     EXPECT_EQ(actions->itemWithTitle("Post Time..."), nullptr);
     EXPECT_NE(actions->itemWithTitle("Post All Times..."), nullptr) << "another project has time";
-
     const auto menu = ZVMenuManager::shared().applicationMenu(statusItem);
     const auto* accountItem = menu->itemWithTitle("Jira");
     ASSERT_NE(accountItem, nullptr);
@@ -150,12 +141,9 @@ TEST_F(ZVMenuManagerTest, ProjectSelectionAlertKeepsTheChoiceForItsCaller) {
     alert.setMessageText(u"Move time to which project?"_s);
     alert.setButtons({u"Move"_s, u"Cancel"_s});
     EXPECT_EQ(alert.projectSelectionPopUpButton()->text(), u"Website"_s);
-
     const auto menu = ZVProjectSelectionAlert::projectMenu(&alert, alert.selectedProject());
     EXPECT_EQ(titles(*menu), "Projects|-|Jira & Co");
-    ZVMenuItem* item = nullptr;
-    for (const auto& candidate : menu->items[2]->submenu->items)
-        if (candidate->representedProject() == ticket) item = candidate.get();
+    ZVMenuItem* item = itemOfProject(*menu->items[2]->submenu, ticket);
     ASSERT_NE(item, nullptr);
     QTimer::singleShot(0, &alert, [&] {
         item->perform();

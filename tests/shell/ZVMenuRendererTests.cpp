@@ -13,7 +13,6 @@ void aboutToOpen(QMenu& menu) { Q_EMIT menu.aboutToShow(); }
 }  // namespace
 
 TEST(ZVMenuRenderer, ItemsBecomeActionsWithTitleStateAndSeparators) {
-    shellApplication();
     auto model = std::make_shared<ZVMenu>();
     int chosen = 0;
     std::string chosenTitle;
@@ -28,7 +27,6 @@ TEST(ZVMenuRenderer, ItemsBecomeActionsWithTitleStateAndSeparators) {
     checked.toolTip = "Projects ➔ Website";
     model->addItem("Research & Development", "noop", [](const ZVMenuItem&) {});
     model->addItem("Without handler");
-
     QMenu menu;
     ZVMenuRenderer::fill(menu, model);
     const auto actions = menu.actions();
@@ -42,7 +40,6 @@ TEST(ZVMenuRenderer, ItemsBecomeActionsWithTitleStateAndSeparators) {
     EXPECT_EQ(actions[3]->toolTip(), QString::fromUtf8("Projects ➔ Website"));
     EXPECT_EQ(actions[4]->text(), QStringLiteral("Research && Development")) << "a lone & would be a mnemonic";
     EXPECT_FALSE(actions[5]->isEnabled()) << "an item without a handler is disabled";
-
     actions[0]->trigger();
     EXPECT_EQ(chosen, 1);
     EXPECT_EQ(chosenTitle, "Start Timer");
@@ -51,7 +48,6 @@ TEST(ZVMenuRenderer, ItemsBecomeActionsWithTitleStateAndSeparators) {
 }
 
 TEST(ZVMenuRenderer, SubmenusAreFilledWhenTheyOpenAndTriggerTheirItems) {
-    shellApplication();
     auto model = std::make_shared<ZVMenu>();
     auto& branch = model->addItem("Website (2)");
     branch.submenu = std::make_shared<ZVMenu>();
@@ -62,7 +58,6 @@ TEST(ZVMenuRenderer, SubmenusAreFilledWhenTheyOpenAndTriggerTheirItems) {
         selected = item.title;
     });
     alternate.isAlternate = true;
-
     QMenu menu;
     ZVMenuRenderer::fill(menu, model);
     ASSERT_EQ(menu.actions().size(), 1);
@@ -70,7 +65,6 @@ TEST(ZVMenuRenderer, SubmenusAreFilledWhenTheyOpenAndTriggerTheirItems) {
     ASSERT_NE(submenu, nullptr);
     EXPECT_EQ(menu.actions()[0]->text(), QStringLiteral("Website (2)"));
     EXPECT_TRUE(submenu->actions().isEmpty()) << "submenus are built when they open";
-
     aboutToOpen(*submenu);
     ASSERT_EQ(submenu->actions().size(), 3);
     EXPECT_EQ(submenu->actions()[2]->text(), QStringLiteral("Post time for 'Build'"))
@@ -82,7 +76,6 @@ TEST(ZVMenuRenderer, SubmenusAreFilledWhenTheyOpenAndTriggerTheirItems) {
 }
 
 TEST(ZVMenuRenderer, MenuIsRebuiltAtEachOpening) {
-    shellApplication();
     int builds = 0;
     QMenu menu;
     ZVMenuRenderer::rebuildOnOpening(menu, [&] {

@@ -32,29 +32,20 @@ TEST_F(ZVNorvoAppDelegateTest, PickerReadsNoProjectUntilOneIsChosenFromItsMenu) 
     ZVProjectPopUpButton& picker = *window().projectListPopUpButton();
     EXPECT_EQ(picker.text(), u"No project selected"_s);
     EXPECT_TRUE(picker.toolTip().isEmpty());
-
     auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
     const auto menu = picker.recreatedMenu();
     ASSERT_GE(menu->size(), 5u);
     EXPECT_EQ(menu->items[0]->title, "Projects");
     EXPECT_EQ(menu->items.back()->title, "Add Account...");
     EXPECT_NE(menu->itemWithTitle("No Accounts"), nullptr);
-    ZVMenuItem* item = nullptr;
     // The first item of the project is the one that selects it; "Remove" follows.
-    for (const auto& candidate : menu->items[0]->submenu->items) {
-        if (candidate->representedProject() == project) {
-            item = candidate.get();
-            break;
-        }
-    }
+    ZVMenuItem* item = itemOfProject(*menu->items[0]->submenu, project);
     ASSERT_NE(item, nullptr);
     EXPECT_EQ(item->action, "selectProject:");
     item->perform();
-
     EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), project);
     EXPECT_EQ(picker.text(), u"Website"_s);
     EXPECT_EQ(picker.toolTip(), QString::fromUtf8("Projects ➔ Website"));
-
     // Names are shown as typed: a '&' never becomes a keyboard accelerator.
     for (const char* name : {"Müller & Söhne", "R&D", "A && B", "&Start"}) {
         project->setName(name);
@@ -63,7 +54,6 @@ TEST_F(ZVNorvoAppDelegateTest, PickerReadsNoProjectUntilOneIsChosenFromItsMenu) 
         EXPECT_TRUE(QKeySequence::mnemonic(picker.text()).isEmpty()) << name;
         EXPECT_EQ(QString(picker.text()).replace(u"&&"_s, u"&"_s), QString::fromUtf8(name));
     }
-
     // A refresh that renames the current project on its server renames it here.
     project->setName("Website 2");
     ZVNotificationCenter::shared().post(ZVIntegrationCenterSynchronizationDidEndNotification);
@@ -71,35 +61,27 @@ TEST_F(ZVNorvoAppDelegateTest, PickerReadsNoProjectUntilOneIsChosenFromItsMenu) 
     EXPECT_EQ(picker.toolTip(), QString::fromUtf8("Projects ➔ Website 2"));
 }
 
-TEST_F(ZVNorvoAppDelegateTest, StartStopButtonAndClockFollowTheHeartBeat) {
+// The task text of a project with time but no log becomes the title of a
+// run of that time; while the timer runs, it titles the open run alone.
+TEST_F(ZVNorvoAppDelegateTest, StartStopButtonClockAndTaskTextFollowTheTimer) {
     auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
     project->setTimeWithoutSaving(3723);
     ZVIntegrationCenter::shared().setCurrentProject(project);
     EXPECT_EQ(window().timeTextField()->text(), u"01:02:03"_s);
     EXPECT_EQ(window().startStopButton()->text(), u"Start"_s);
-    window().startStopButton()->click();
-    EXPECT_TRUE(ZVHeartBeat::sharedHeartBeat().isBeating());
-    EXPECT_EQ(window().startStopButton()->text(), u"Stop"_s);
-    window().startStopButton()->click();
-    EXPECT_FALSE(ZVHeartBeat::sharedHeartBeat().isBeating());
-}
-
-TEST_F(ZVNorvoAppDelegateTest, TaskTextJoinsTheLogOfAProjectWithTimeButNoLog) {
-    auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
-    project->setTimeWithoutSaving(600);
-    ZVIntegrationCenter::shared().setCurrentProject(project);
     window().currentTaskTextField()->setText(u"Fixing the footer"_s);
     Q_EMIT window().currentTaskTextField()->editingFinished();
     auto entry = project->lastTimeLogEntry();
     ASSERT_NE(entry, nullptr);
     EXPECT_EQ(entry->text(), "Fixing the footer");
-
-    // While the timer runs, the text is the open run's title alone.
     window().startStopButton()->click();
+    EXPECT_TRUE(ZVHeartBeat::sharedHeartBeat().isBeating());
+    EXPECT_EQ(window().startStopButton()->text(), u"Stop"_s);
     window().currentTaskTextField()->setText(u"Header"_s);
     Q_EMIT window().currentTaskTextField()->editingFinished();
     EXPECT_EQ(entry->text(), "Fixing the footer");
     window().startStopButton()->click();
+    EXPECT_FALSE(ZVHeartBeat::sharedHeartBeat().isBeating());
     EXPECT_EQ(project->lastTimeLogEntry()->text(), "Header");
 }
 
@@ -114,7 +96,6 @@ TEST_F(ZVNorvoAppDelegateTest, QuitAsksOnlyAboutUnpostedTimeAndOnlyWhenTheSettin
     tracked->setTimeWithoutSaving(0);
     EXPECT_EQ(delegate->applicationShouldTerminate(), ZVNorvoAppDelegate::TerminateReply::terminateNow);
     EXPECT_TRUE(ui.alerts().empty());
-
     tracked->setTimeWithoutSaving(120);
     window().hide();
     ui.answerWith("Cancel");
@@ -124,7 +105,6 @@ TEST_F(ZVNorvoAppDelegateTest, QuitAsksOnlyAboutUnpostedTimeAndOnlyWhenTheSettin
               "You have some projects with tracked time that is not posted. Do you wish to quit anyway?");
     EXPECT_EQ(ui.alerts()[0].buttons, (std::vector<std::string>{"Cancel", "Quit"}));
     EXPECT_FALSE(ZVNorvoPreferences::shared().mainWindowIsVisible()) << "stored even though the quit was cancelled";
-
     ui.answerWith("Quit");
     EXPECT_EQ(delegate->applicationShouldTerminate(), ZVNorvoAppDelegate::TerminateReply::terminateNow);
 }
@@ -160,7 +140,6 @@ TEST_F(ZVNorvoAppDelegateTest, FirstStartOffersAddProjectAndAddAccountUntilThere
     ASSERT_NE(current, nullptr);
     EXPECT_EQ(current->name(), "Website");
     EXPECT_FALSE(start.isVisibleTo(&window()));
-
     // Removing the last project brings the offer back; an account hides it.
     ZVIntegrationCenter::shared().setCurrentProject(nullptr);
     ZVNorvoIntegration::sharedIntegration()->removeProject(current);
@@ -185,7 +164,6 @@ TEST_F(ZVNorvoAppDelegateTest, TheLogIsAReceiptBesideTheTimerWindow) {
     ZVHeartBeat::sharedHeartBeat().start();
     EXPECT_TRUE(drawer.logText().contains(u"Wireframes\nSTARTED: "_s)) << "the open run is listed";
     EXPECT_FALSE(drawer.logText().contains(u"NO ENTRIES YET"_s));
-
     drawer.toggle();
     ASSERT_TRUE(drawer.isShown());
     EXPECT_EQ(played, QStringList{ZVReceiptDrawerWindow::printSoundPath()});
@@ -193,7 +171,6 @@ TEST_F(ZVNorvoAppDelegateTest, TheLogIsAReceiptBesideTheTimerWindow) {
     ASSERT_TRUE(processEventsUntil([&] { return drawer.width() >= ZVReceiptDrawerWindow::minimumDrawerWidth; }));
     processEventsUntil([] { return false; }, 300);  // the slide ends
     EXPECT_EQ(drawer.geometry().left(), window().frameGeometry().right() + 1);
-
     for (const auto& [width, taken] : {std::pair{198, false}, {501, false}, {199, true}, {500, true}, {260, true}})
         EXPECT_EQ(drawer.resizeToWidth(width), taken) << width;
     EXPECT_EQ(drawer.width(), 260);
@@ -202,7 +179,6 @@ TEST_F(ZVNorvoAppDelegateTest, TheLogIsAReceiptBesideTheTimerWindow) {
               ZVReceiptDrawerWindow::sizeString(drawer.size()).toStdString());
     window().move(window().pos() + QPoint(40, 30));
     EXPECT_TRUE(processEventsUntil([&] { return drawer.geometry().left() == window().frameGeometry().right() + 1; }));
-
     drawer.toggle();
     EXPECT_FALSE(drawer.isShown());
     EXPECT_FALSE(ZVNorvoPreferences::shared().isReceiptDrawerVisible());
@@ -224,7 +200,6 @@ TEST_F(ZVNorvoAppDelegateTest, HelpAndReleaseNotesComeFromTheInstalledFiles) {
     QFile page(help.toLocalFile());
     ASSERT_TRUE(page.open(QIODevice::ReadOnly)) << "the help is not installed in the share folder";
     EXPECT_TRUE(page.readAll().contains("Add Project..."));
-
     ZVNorvoAppDelegate::showChangelog(nullptr);
     QWidget* changelog = nullptr;
     ASSERT_TRUE(processEventsUntil([&] {

@@ -9,7 +9,6 @@
 #include "ZVThreading.h"
 
 TEST(ZVQtMainQueue, RunsPostedBlocksInOrderOnTheMainThread) {
-    shellApplication();
     std::vector<int> order;
     std::vector<bool> onMain;
     for (int i = 0; i < 5; ++i) {
@@ -33,7 +32,6 @@ TEST(ZVQtMainQueue, RunsPostedBlocksInOrderOnTheMainThread) {
 }
 
 TEST(ZVQtMainQueue, BlockOnMainThreadFromAWorkerWaitsForTheBlock) {
-    shellApplication();
     std::atomic<bool> blockRan{false};
     std::atomic<bool> ranOnMain{false};
     std::atomic<bool> sawCompletion{false};
@@ -55,7 +53,6 @@ TEST(ZVQtMainQueue, BlockOnMainThreadFromAWorkerWaitsForTheBlock) {
 }
 
 TEST(ZVQtTimerFactory, RepeatingTimerFiresDuringANestedModalDialog) {
-    shellApplication();
     int ticks = 0;
     int ticksWhileModal = 0;
     QDialog dialog;
@@ -74,7 +71,6 @@ TEST(ZVQtTimerFactory, RepeatingTimerFiresDuringANestedModalDialog) {
 }
 
 TEST(ZVQtTimerFactory, DestroyingATimerStopsIt) {
-    shellApplication();
     int ticks = 0;
     {
         auto timer = ZVTimerFactory::shared().makeRepeatingTimer(0.01, [&] { ++ticks; });
@@ -115,7 +111,6 @@ TEST(ZVQtTimerFactory, TimersOfWholeHalfSecondsShareTheirWakeUps) {
 }
 
 TEST(ZVQtTimerFactory, DelayedBlockRunsOnceOnTheMainThreadAfterTheDelay) {
-    shellApplication();
     std::atomic<int> runs{0};
     std::atomic<bool> onMain{false};
     QElapsedTimer elapsed;

@@ -59,7 +59,6 @@ ZVAlert alertWith(std::vector<std::string> buttons) {
 
 class ZVQtUserInterfaceTest : public ::testing::Test {
 protected:
-    ZVQtUserInterfaceTest() { shellApplication(); }
     ZVQtUserInterface ui;
 };
 
@@ -82,7 +81,6 @@ TEST_F(ZVQtUserInterfaceTest, ButtonsKeepTheirOrderTheFirstIsTheDefaultAndAClick
     EXPECT_TRUE(firstIsDefault);
     EXPECT_EQ(message, u"Are you sure you want to reset the timer?"_s);
     EXPECT_EQ(response.buttonIndex, 0);
-
     whenModalAppears([](QWidget& modal) { buttonsLeftToRight(modal).at(1)->click(); });
     EXPECT_EQ(ui.runModal(alertWith({"Reset", "Cancel"})).buttonIndex, 1);
 }
@@ -129,10 +127,8 @@ TEST_F(ZVQtUserInterfaceTest, TextFieldAlertGivesTheTextOrNothing) {
     EXPECT_EQ(ui.runModalWithTextField(alertWith({"Post", "Cancel"}), "draft", true),
               std::optional<std::string>("Fixed the login page"));
     EXPECT_TRUE(secureEcho);
-
     whenModalAppears([](QWidget& modal) { buttonsLeftToRight(modal).at(1)->click(); });
     EXPECT_EQ(ui.runModalWithTextField(alertWith({"Post", "Cancel"}), "draft", false), std::nullopt);
-
     whenModalAppears([](QWidget& modal) { pressKey(modal, Qt::Key_Escape); });
     EXPECT_EQ(ui.runModalWithTextField(alertWith({"Post", "Cancel"}), "draft", false), std::nullopt);
 }
@@ -162,7 +158,6 @@ TEST_F(ZVQtUserInterfaceTest, AnAlertThatIgnoresKeysAtFirstTakesReturnOnlyAfterA
     EXPECT_EQ(ui.runModal(alert).buttonIndex, 0) << "Return answers the first button once keys count";
     EXPECT_TRUE(upAfterEarlyKeys) << "Return, Space and Escape at 0.8 seconds answered the alert";
     EXPECT_GE(answeredAfter, ZVQtUserInterface::keyGuardMilliseconds);
-
     // An ordinary alert takes Return at once.
     whenModalAppears([](QWidget& modal) { pressKey(modal, Qt::Key_Return); });
     EXPECT_EQ(ui.runModal(alertWith({"Keep", "Remove"})).buttonIndex, 0);

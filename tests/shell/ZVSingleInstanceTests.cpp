@@ -11,8 +11,6 @@ namespace {
 
 class SingleInstanceTests : public ::testing::Test {
 protected:
-    SingleInstanceTests() { shellApplication(); }
-
     /// Runs `work` on a thread of its own, as a later start runs in its own
     /// process, while the event loop here answers for the running one.
     static bool runBeside(const std::function<void()>& work, const std::function<bool()>& until = [] { return true; }) {
@@ -41,12 +39,10 @@ TEST_F(SingleInstanceTests, OnlyOneHolderOfTheLockUntilItEnds) {
     ASSERT_TRUE(runtime.isValid());
     auto first = std::make_unique<ZVSingleInstance>(runtime.path());
     ZVSingleInstance second(runtime.path());
-
     EXPECT_TRUE(first->becomePrimaryInstance());
     EXPECT_FALSE(second.becomePrimaryInstance());
     EXPECT_FALSE(second.isPrimaryInstance());
     EXPECT_TRUE(QFile::exists(first->socketPath()));
-
     first.reset();
     EXPECT_FALSE(QFile::exists(second.socketPath()));
     EXPECT_TRUE(second.becomePrimaryInstance());

@@ -36,7 +36,6 @@ TEST(ZVStatusItemView, ClockTextFollowsTheSecondsSetting) {
 }
 
 TEST(ZVStatusItemView, PillIsRedOnlyWhileRunningInColour) {
-    shellApplication();
     ZVStatusItemView view;
     const QPoint inside(4, ZVStatusItemView::iconSize / 2);
     view.setBeating(true);
@@ -52,19 +51,18 @@ TEST(ZVStatusItemView, PillIsRedOnlyWhileRunningInColour) {
     EXPECT_EQ(view.pillColor().green(), monochrome.green());
 }
 
-class ZVStatusItemToolTipTest : public ShellFixture {};
-
+// The tray, the recorder and the hot keys on a fresh home and centre.
+class ZVStatusItemAndRecorderTest : public ShellFixture {};
 
 // The clock ticks twice a second; the tray must only get a new picture when
 // what it shows changes, or it redraws for nothing all day.
-TEST_F(ZVStatusItemToolTipTest, TrayIconIsReplacedOnlyWhenTheShownClockChanges) {
+TEST_F(ZVStatusItemAndRecorderTest, TrayIconIsReplacedOnlyWhenTheShownClockChanges) {
     ZVNorvoPreferences::shared().setDisplaysSecondsInMenuBar(false);
     IgnoredCommands commands;
     ZVStatusItemController controller(commands);
     controller.updateItemWidth();
     auto& beat = ZVHeartBeat::sharedHeartBeat();
     const auto iconKey = [&] { return controller.statusItem().icon().cacheKey(); };
-
     controller.heartBeat(beat, "00:00:05");
     const auto first = iconKey();
     controller.heartBeat(beat, "00:00:06");
@@ -74,7 +72,6 @@ TEST_F(ZVStatusItemToolTipTest, TrayIconIsReplacedOnlyWhenTheShownClockChanges) 
     const auto nextMinute = iconKey();
     EXPECT_NE(nextMinute, first);
     EXPECT_TRUE(controller.statusItem().toolTip().startsWith(QStringLiteral("00:01")));
-
     ZVNorvoPreferences::shared().setDisplaysSecondsInMenuBar(true);
     controller.updateItemWidth();
     EXPECT_NE(iconKey(), nextMinute) << "the seconds appear at once";
@@ -83,7 +80,7 @@ TEST_F(ZVStatusItemToolTipTest, TrayIconIsReplacedOnlyWhenTheShownClockChanges) 
     EXPECT_NE(iconKey(), withSeconds);
 }
 
-TEST_F(ZVStatusItemToolTipTest, ToolTipNamesTheProjectOrSaysNoProject) {
+TEST_F(ZVStatusItemAndRecorderTest, ToolTipNamesTheProjectOrSaysNoProject) {
     EXPECT_EQ(ZVStatusItemController::toolTipText(), QStringLiteral("No Project"));
     auto project = addProject(ZVNorvoIntegration::sharedIntegration(), "Website");
     ZVIntegrationCenter::shared().setCurrentProject(project);
@@ -95,7 +92,6 @@ TEST(ZVKeyCombo, StoredFormRoundTripsAndReadsTheOlderModifiersKey) {
     const ZVValue stored = combo.dictionaryRepresentation();
     EXPECT_EQ(stored["keyChars"], ZVValue("t"));
     EXPECT_EQ(ZVKeyCombo::fromDictionary(stored), combo);
-
     ZVDictionary older{{"keyCode", std::int64_t{Qt::Key_P}},
                        {"modifiers", static_cast<std::int64_t>(Qt::MetaModifier)}};
     EXPECT_EQ(ZVKeyCombo::fromDictionary(older), (ZVKeyCombo{Qt::Key_P, Qt::MetaModifier}));
@@ -104,9 +100,7 @@ TEST(ZVKeyCombo, StoredFormRoundTripsAndReadsTheOlderModifiersKey) {
               QStringLiteral("ShortcutRecorder PostTimeShortcut"));
 }
 
-class ZVShortcutRecorderTest : public ShellFixture {};
-
-TEST_F(ZVShortcutRecorderTest, RecordsRefusesClearsAndSurvivesARestart) {
+TEST_F(ZVStatusItemAndRecorderTest, ShortcutRecorderRecordsRefusesClearsAndSurvivesARestart) {
     ZVShortcutRecorder recorder;
     recorder.setAutosaveName(QStringLiteral("KeyboardShortcut"));
     const ZVKeyCombo taken{Qt::Key_Q, Qt::ControlModifier};
@@ -116,7 +110,6 @@ TEST_F(ZVShortcutRecorderTest, RecordsRefusesClearsAndSurvivesARestart) {
     std::vector<ZVKeyCombo> changes;
     QObject::connect(&recorder, &ZVShortcutRecorder::keyComboDidChange,
                      [&](const ZVKeyCombo& combo) { changes.push_back(combo); });
-
     recorder.click();
     ASSERT_TRUE(recorder.isRecording());
     recorder.recordKey(Qt::Key_A, Qt::NoModifier);
@@ -130,12 +123,10 @@ TEST_F(ZVShortcutRecorderTest, RecordsRefusesClearsAndSurvivesARestart) {
     ASSERT_EQ(changes.size(), 1u);
     EXPECT_EQ(changes[0], (ZVKeyCombo{Qt::Key_T, Qt::ControlModifier | Qt::AltModifier}));
     EXPECT_FALSE(recorder.text().isEmpty());
-
     recorder.saveKeyCombo();
     ZVPreferences::shared().synchronize();
     ZVPreferences::shared().reload();
     EXPECT_EQ(ZVKeyCombo::load(QStringLiteral("KeyboardShortcut")), changes[0]);
-
     recorder.click();
     recorder.recordKey(Qt::Key_Escape, Qt::NoModifier);
     EXPECT_EQ(recorder.keyCombo(), changes[0]) << "Escape leaves the combination";
@@ -149,7 +140,7 @@ TEST_F(ZVShortcutRecorderTest, RecordsRefusesClearsAndSurvivesARestart) {
 // While the keys of a hot key are held, the hot key owns the keyboard: the
 // quick search it opens must still end up with the typing, Escape and the
 // click elsewhere once the keys are up.
-TEST_F(ZVStatusItemToolTipTest, QuickSearchOpenedByAHeldHotKeyTakesTheTypingAndEscape) {
+TEST_F(ZVStatusItemAndRecorderTest, QuickSearchOpenedByAHeldHotKeyTakesTheTypingAndEscape) {
     if (QGuiApplication::platformName() != QStringLiteral("xcb")) GTEST_SKIP() << "needs an X display";
     if (QStandardPaths::findExecutable(QStringLiteral("xdotool")).isEmpty()) GTEST_SKIP() << "xdotool is missing";
     IgnoredCommands commands;
@@ -162,7 +153,6 @@ TEST_F(ZVStatusItemToolTipTest, QuickSearchOpenedByAHeldHotKeyTakesTheTypingAndE
     const auto xdotool = [](const QString& arguments) {
         QProcess::execute(QStringLiteral("xdotool"), arguments.split(QLatin1Char(' ')));
     };
-
     xdotool(QStringLiteral("keydown ctrl+alt+shift+F9"));
     ASSERT_TRUE(processEventsUntil([&] { return controller.isPopoverShown(); }));
     processEventsUntil([] { return false; }, 300);  // the keys are still down

@@ -64,15 +64,7 @@ private:
 
 class GenericReferenceServerTests : public ServiceTestCase {};
 
-ZVIntegrationProject::Pointer find(const ZVIntegration::ProjectList& projects, const std::string& name) {
-    for (const auto& project : projects) {
-        if (project->name() == name) return project;
-        if (auto found = find(project->subprojects(), name)) return found;
-    }
-    return nullptr;
-}
-
-TEST_F(GenericReferenceServerTests, SynchronizesTracksAndPostsToTheExampleServer) {
+TEST_F(GenericReferenceServerTests, SynchronizesTracksAndPostsToTheExampleServerWhichRefusesOtherCredentials) {
     const std::string recordPath = home.path() + "/posted.jsonl";
     ReferenceServer reference(credentials.username, credentials.password, recordPath);
     ASSERT_FALSE(reference.address().empty()) << "the example server did not start";
@@ -84,10 +76,8 @@ TEST_F(GenericReferenceServerTests, SynchronizesTracksAndPostsToTheExampleServer
     // This thread is the main thread; the refresh must run on another one.
     ASSERT_TRUE(ZVMainQueue::shared().isMainThread());
     auto account = makeAccountAt<ZVGenericAddressBasedIntegration>(reference.address());
-
     // The refresh runs on a thread of its own, as the resync timer starts it.
     std::thread([&] { account->synchronize(); }).join();
-
     const auto projects = account->availableProjects();
     ASSERT_EQ(projects.size(), 2u) << treeDescription(projects) << log.joined();
     EXPECT_EQ(treeDescription(projects),
@@ -96,12 +86,9 @@ TEST_F(GenericReferenceServerTests, SynchronizesTracksAndPostsToTheExampleServer
               "Website relaunch [1|-|-]\n"
               "  Design review [1|11|-]\n"
               "  Content migration [1|12|-]\n");
-
-    auto task = find(projects, "Design review");
-    ASSERT_TRUE(task);
+    const auto task = projects[1]->subprojects().at(0);  // "Design review"
     addTimerRun(*task, 5400, "Checked the mock-ups (%@)");
     account->postTime(*task);
-
     std::ifstream record(recordPath);
     std::string line;
     ASSERT_TRUE(std::getline(record, line)) << "the server recorded no time";
@@ -109,14 +96,10 @@ TEST_F(GenericReferenceServerTests, SynchronizesTracksAndPostsToTheExampleServer
                                                            {"task_id", "11"},
                                                            {"description", "Checked the mock-ups (01:30:00)"},
                                                            {"hours", 1.5}}));
-}
 
-TEST_F(GenericReferenceServerTests, TheExampleServerRefusesOtherCredentials) {
-    ReferenceServer reference("someone", "else", home.path() + "/posted.jsonl");
-    ASSERT_FALSE(reference.address().empty()) << "the example server did not start";
-    auto account = makeAccountAt<ZVGenericAddressBasedIntegration>(reference.address());
-
-    EXPECT_TRUE(throwsFailureReason([&] { account->loadRemoteProjects(); },
+    credentials.password = "wrong";
+    auto refused = makeAccountAt<ZVGenericAddressBasedIntegration>(reference.address());
+    EXPECT_TRUE(throwsFailureReason([&] { refused->loadRemoteProjects(); },
                                     "Generic refused the credentials of the account “My Generic Account”. Check them "
                                     "in the account's settings."));
 }

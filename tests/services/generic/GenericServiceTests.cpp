@@ -38,119 +38,93 @@ const bool scenario = ServiceScenarios::add("Norvo.ZVGenericAddressBasedIntegrat
 
 class GenericServiceTests : public ServiceTestCase {
 protected:
-    /// The server of the fixtures: three projects (one without tasks) and two bad records.
-    void serveFixtures(FakeQueryRoutes& queryRoutes, const std::string& field = "action") {
-        queryRoutes.add({{field, "list_projects"}}, FakeResponse::json(fixture("generic/projects.json")));
+    /// The server of the fixtures under `path`: three projects (one without
+    /// tasks) and two bad projects and a bad task beside them.
+    void serveFixtures(const std::string& path = "/", const std::string& field = "action") {
+        FakeQueryRoutes routes(server, "GET", path);
+        routes.add({{field, "list_projects"}}, FakeResponse::json(fixture("generic/projects.json")));
         for (const std::string id : {"12", "ops", "7"})
-            queryRoutes.add({{field, "list_tasks_for_project"}, {"id", id}},
+            routes.add({{field, "list_tasks_for_project"}, {"id", id}},
                        FakeResponse::json(fixture("generic/tasks-" + id + ".json")));
     }
-
-    FakeQueryRoutes routes{server, "GET", "/"};
 };
 
-TEST_F(GenericServiceTests, SynchronizationBuildsProjectsWithTheirTasks) {
-    serveFixtures(routes);
-    auto account = makeAccount<Generic>();
-
-    const auto tree = account->loadRemoteProjects();
-
-    EXPECT_EQ(treeDescription(tree),
-              "Website relaunch [12|-|-]\n"
-              "  Design review [12|121|-]\n"
-              "  Content migration [12|122|-]\n"
-              "Operations [ops|-|-]\n"
-              "  On-call [ops|ops-1|-]\n");
-    EXPECT_TRUE(everyNodeBelongsTo(tree, account));
-    // Two projects and one task lack a name or an ID; they are skipped, the rest loads.
-    EXPECT_EQ(log.count("Missing name or ID in "), 3u) << log.joined();
-    EXPECT_TRUE(log.contains("Will be loading tasks from http://" + serverAddress() +
-                             "/?action=list_tasks_for_project&id=12"));
-}
-
-TEST_F(GenericServiceTests, AlternateActionFieldNameIsCommand) {
-    serveFixtures(routes, "command");
-    auto account = makeAccount<Generic>({{Generic::usesAlternateActionFieldNameKey, true}});
-
-    const auto tree = account->loadRemoteProjects();
-
-    EXPECT_EQ(tree.size(), 2u);
-    EXPECT_EQ(transport.URLs().front(), "http://" + serverAddress() + "/?command=list_projects");
-    for (const auto& request : server.requests()) EXPECT_FALSE(request.query.contains("action"));
-}
-
-TEST_F(GenericServiceTests, ProjectsOnlyMakesOneLevelWithoutTaskCalls) {
-    serveFixtures(routes);
-    auto account = makeAccount<Generic>({{Generic::synchronizeProjectsOnlyKey, true}});
-
-    const auto tree = account->loadRemoteProjects();
-
-    // The project without tasks stays: no tasks are asked for.
-    EXPECT_EQ(treeDescription(tree), "Website relaunch [12|-|-]\nOperations [ops|-|-]\nInternal [7|-|-]\n");
-    EXPECT_EQ(server.requestCount(), 1u) << requestSummary(server.requests());
-}
-
-TEST_F(GenericServiceTests, AddressWithAPathKeepsIt) {
-    FakeQueryRoutes nested(server, "GET", "/norvo/");
-    nested.add({{"action", "list_projects"}}, FakeResponse::json(R"({"projects": [{"id": 1, "name": "One"}]})"));
-    auto account = makeAccount<Generic>({{Generic::synchronizeProjectsOnlyKey, true}}, "/norvo");
-
-    EXPECT_EQ(treeDescription(account->loadRemoteProjects()), "One [1|-|-]\n");
-    EXPECT_EQ(transport.URLs().front(), "http://" + serverAddress() + "/norvo/?action=list_projects");
-}
-
-struct LoadFailure {
-    const char* description;
-    const char* projectsReply;
-    const char* tasksReply;
-    const char* reason;  // nullptr: no connection
-};
-
-class GenericLoadFailureTests : public GenericServiceTests, public ::testing::WithParamInterface<LoadFailure> {};
-
-TEST_P(GenericLoadFailureTests, EndsTheWholeLoad) {
-    const LoadFailure& failure = GetParam();
-    routes.add({{"action", "list_projects"}}, FakeResponse::json(failure.projectsReply));
-    routes.add({{"action", "list_tasks_for_project"}}, FakeResponse::json(failure.tasksReply));
-    auto account = makeAccount<Generic>();
-
-    const auto load = [&] { account->loadRemoteProjects(); };
-    if (failure.reason) {
-        EXPECT_TRUE(throwsFailureReason(load, failure.reason));
-    } else {
-        EXPECT_TRUE(throwsNoConnection(load));
+TEST_F(GenericServiceTests, SynchronizationBuildsProjectsWithTheirTasksAsTheSettingsSay) {
+    const std::string full = "Website relaunch [12|-|-]\n"
+                             "  Design review [12|121|-]\n"
+                             "  Content migration [12|122|-]\n"
+                             "Operations [ops|-|-]\n"
+                             "  On-call [ops|ops-1|-]\n";
+    // Without task calls the project without tasks stays.
+    const std::string projectsOnly = "Website relaunch [12|-|-]\nOperations [ops|-|-]\nInternal [7|-|-]\n";
+    struct Case {
+        const char* name;
+        ZVDictionary settings;
+        std::string path, field, tree;
+        std::size_t requests, skipped;
+    };
+    const Case cases[] = {
+        {"the defaults", {}, "", "action", full, 4, 3},
+        {"the alternate action field", {{Generic::usesAlternateActionFieldNameKey, true}}, "", "command", full, 4, 3},
+        {"projects only", {{Generic::synchronizeProjectsOnlyKey, true}}, "", "action", projectsOnly, 1, 2},
+        {"an address path", {{Generic::synchronizeProjectsOnlyKey, true}}, "/norvo", "action", projectsOnly, 1, 2},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        server.clearRequests();
+        transport.clear();
+        log.clear();
+        serveFixtures(c.path + "/", c.field);
+        auto account = makeAccount<Generic>(c.settings, c.path);
+        const auto tree = account->loadRemoteProjects();
+        EXPECT_EQ(treeDescription(tree), c.tree);
+        EXPECT_TRUE(everyNodeBelongsTo(tree, account));
+        EXPECT_EQ(server.requestCount(), c.requests) << requestSummary(server.requests());
+        EXPECT_EQ(transport.URLs().front(), "http://" + serverAddress() + c.path + "/?" + c.field + "=list_projects");
+        for (const auto& request : server.requests())
+            EXPECT_EQ(request.query.count("action"), c.field == "action" ? 1u : 0u) << request.target;
+        // Records that lack a name or an ID are skipped, the rest loads.
+        EXPECT_EQ(log.count("Missing name or ID in "), c.skipped) << log.joined();
+        EXPECT_EQ(log.contains("Will be loading tasks from http://" + serverAddress() + "/?" + c.field +
+                               "=list_tasks_for_project&id=12"),
+                  c.requests > 1);
     }
 }
 
-const char* const oneProject = R"({"projects": [{"id": 5, "name": "Five"}]})";
-
-INSTANTIATE_TEST_SUITE_P(
-    Replies, GenericLoadFailureTests,
-    ::testing::Values(
-        LoadFailure{"projects not an object", R"([{"id": 1, "name": "x"}])", "{}", "Returned object isn't a dictionary."},
-        LoadFailure{"no projects member", R"({"project": []})", "{}", "Returned dictionary doesn't contain any projects."},
-        LoadFailure{"projects of strings", R"({"projects": ["a", "b"]})", "{}",
-                    "Returned dictionary doesn't contain any projects."},
-        LoadFailure{"projects not JSON", "<html>Login</html>", "{}", "Returned object isn't a dictionary."},
-        LoadFailure{"tasks not an object", oneProject, R"(["task"])", "Returned tasks object isn't a dictionary."},
+TEST_F(GenericServiceTests, RepliesOfTheWrongShapeEndTheWholeLoad) {
+    const char* const oneProject = R"({"projects": [{"id": 5, "name": "Five"}]})";
+    struct Case {
+        const char* name;
+        const char* projectsReply;
+        const char* tasksReply;
+        const char* reason;
+    };
+    const Case cases[] = {
+        {"projects not an object", R"([{"id": 1, "name": "x"}])", "{}", "Returned object isn't a dictionary."},
+        {"no projects member", R"({"project": []})", "{}", "Returned dictionary doesn't contain any projects."},
+        {"projects of strings", R"({"projects": ["a", "b"]})", "{}",
+         "Returned dictionary doesn't contain any projects."},
+        {"projects not JSON", "<html>Login</html>", "{}", "Returned object isn't a dictionary."},
+        {"tasks not an object", oneProject, R"(["task"])", "Returned tasks object isn't a dictionary."},
         // The same words as for missing projects, on purpose.
-        LoadFailure{"no tasks member", oneProject, R"({"todo": []})", "Returned dictionary doesn't contain any projects."},
-        LoadFailure{"tasks not JSON", oneProject, "<html>Gateway timeout</html>", "Returned tasks object isn't a dictionary."}),
-    [](const auto& testInfo) {
-        std::string name = testInfo.param.description;
-        for (char& c : name)
-            if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
-        return name;
-    });
+        {"no tasks member", oneProject, R"({"todo": []})", "Returned dictionary doesn't contain any projects."},
+        {"tasks not JSON", oneProject, "<html>Gateway timeout</html>", "Returned tasks object isn't a dictionary."},
+    };
+    auto account = makeAccount<Generic>();
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        FakeQueryRoutes routes(server, "GET", "/");
+        routes.add({{"action", "list_projects"}}, FakeResponse::json(c.projectsReply));
+        routes.add({{"action", "list_tasks_for_project"}}, FakeResponse::json(c.tasksReply));
+        EXPECT_TRUE(throwsFailureReason([&] { account->loadRemoteProjects(); }, c.reason));
+    }
+}
 
-TEST_F(GenericServiceTests, PostingSendsTheTimeAsJSON) {
+TEST_F(GenericServiceTests, PostsTheTimeAsJSONWithDecimalHours) {
     FakeQueryRoutes posts(server, "POST", "/");
     posts.add({{"action", "post_time"}}, FakeResponse::json(fixture("generic/posted.json")));
     auto account = makeAccount<Generic>();
-    auto task = trackedProject(account, "Design review", "12", "121", 5400, "Review took %@ (twice: %@)");
-
-    account->postTime(*task);
-
+    account->postTime(*trackedProject(account, "Design review", "12", "121", 5400, "Review took %@ (twice: %@)"));
     ASSERT_EQ(server.requestCount(), 1u);
     const FakeRequest request = *server.lastRequest();
     EXPECT_EQ(request.method, "POST");
@@ -163,40 +137,21 @@ TEST_F(GenericServiceTests, PostingSendsTheTimeAsJSON) {
                                                  {"description", "Review took 01:30:00 (twice: 01:30:00)"},
                                                  {"hours", "1.5"}}));
     EXPECT_TRUE(log.contains("Response {\"entry\":1,\"status\":\"ok\"}")) << log.joined();
-}
-
-TEST_F(GenericServiceTests, PostingHoursAreADecimalString) {
-    FakeQueryRoutes posts(server, "POST", "/");
-    posts.add({{"action", "post_time"}}, FakeResponse::json("{}"));
-    auto account = makeAccount<Generic>();
-    const std::pair<std::uint64_t, const char*> cases[] = {{5400, "1.5"}, {3600, "1.0"}, {900, "0.25"}, {1, "0.0002777777777777778"}};
-    for (const auto& [seconds, hours] : cases) {
+    const std::pair<std::uint64_t, const char*> hours[] = {
+        {3600, "1.0"}, {900, "0.25"}, {1, "0.0002777777777777778"}};
+    for (const auto& [seconds, text] : hours) {
         account->postTime(*trackedProject(account, "Task", "1", "2", seconds));
-        EXPECT_EQ(jsonBody(*server.lastRequest())["hours"], hours) << seconds << " seconds";
+        EXPECT_EQ(jsonBody(*server.lastRequest())["hours"], text) << seconds << " seconds";
     }
-}
-
-TEST_F(GenericServiceTests, ProjectsOnlyPostsWithoutTaskAndWithEmptyDescription) {
-    FakeQueryRoutes posts(server, "POST", "/");
-    posts.add({{"action", "post_time"}}, FakeResponse::json("{}"));
-    auto account = makeAccount<Generic>({{Generic::synchronizeProjectsOnlyKey, true}});
-
-    account->postTime(*trackedProject(account, "Internal", "7", "ignored", 60));
-
+    // With projects only there is no task and no description.
+    auto projectsOnly = makeAccount<Generic>({{Generic::synchronizeProjectsOnlyKey, true}});
+    projectsOnly->postTime(*trackedProject(projectsOnly, "Internal", "7", "ignored", 60));
     EXPECT_EQ(jsonBody(*server.lastRequest()),
               nlohmann::json({{"project_id", "7"}, {"description", ""}, {"hours", "0.016666666666666666"}}));
-}
-
-TEST_F(GenericServiceTests, PostsWithoutJSONReplyFail) {
-    FakeQueryRoutes posts(server, "POST", "/");
-    posts.add({{"action", "post_time"}}, FakeResponse{200, "<html><body>Saved</body></html>", "text/html"});
-    auto account = makeAccount<Generic>();
+    const FakeResponse html{200, "<html><body>Saved</body></html>", "text/html"};
+    FakeQueryRoutes(server, "POST", "/").add({{"action", "post_time"}}, html);
     auto task = trackedProject(account, "Task", "1", "2", 60, "Work");
-
     EXPECT_TRUE(throwsFailureReason([&] { account->postTime(*task); }, "Did not receive a valid JSON response."));
-
-    account->setAddress(deadAddress());
-    EXPECT_TRUE(throwsNoConnection([&] { account->postTime(*task); }));
 }
 
 }  // namespace

@@ -36,11 +36,7 @@ struct FakeJIRA::State {
     std::vector<Project> projects;
     std::vector<Issue> issues;
     std::vector<Filter> filters;
-    size_t searchPageCap = 100;
-    bool repeatsPageToken = false;
-    bool hidesServerInformation = false;
-    bool setsSessionCookie = false;
-    bool ignoresPaging = false;
+    Behaviour behaviour;
     size_t searchPagesServed = 0;
     /// Counts the ends of all sessions: a cookie of an earlier one logs nobody in.
     int sessionGeneration = 0;
@@ -54,7 +50,7 @@ struct FakeJIRA::State {
 
     /// Whether the request brings the cookie of a live session (the lock held).
     bool bringsSession(const FakeRequest& request) const {
-        return setsSessionCookie && request.header("Cookie").find(sessionCookie(true)) != std::string::npos;
+        return behaviour.setsSessionCookie && request.header("Cookie").find(sessionCookie(true)) != std::string::npos;
     }
 
     /// Nothing when the request may go on, else the refusal.
@@ -121,7 +117,7 @@ struct FakeJIRA::State {
 
     FakeResponse serverInfo(const FakeRequest& request) {
         std::lock_guard lock(mutex);
-        if (hidesServerInformation) return FakeResponse::text("Not Found", 404);
+        if (behaviour.hidesServerInformation) return FakeResponse::text("Not Found", 404);
         const bool cloud = deployment == Deployment::cloud;
         FakeResponse answer = reply(nlohmann::json({{"baseUrl", baseURL},
                                                   {"version", cloud ? "1001.0.0-SNAPSHOT" : "9.12.15"},
@@ -145,19 +141,22 @@ struct FakeJIRA::State {
         const std::string token = request.queryText("nextPageToken");
         size_t start = 0;
         ++searchPagesServed;
-        if (!token.empty() && !ignoresPaging) {
+        if (!token.empty() && !behaviour.ignoresPaging) {
             if (!token.starts_with(tokenPrefix))
                 return reply(R"({"errorMessages":["Invalid nextPageToken."],"errors":{}})", 400);
             start = std::strtoul(token.c_str() + tokenPrefix.size(), nullptr, 10);
         }
-        const size_t size = std::min({numberParameter(request, "maxResults", 50), searchPageCap, found->size() - std::min(start, found->size())});
+        const size_t size = std::min({numberParameter(request, "maxResults", 50), behaviour.searchPageCap,
+                                      found->size() - std::min(start, found->size())});
         const bool withFields = request.queryValue("fields").find("summary") != std::string::npos;
         nlohmann::json page = {{"issues", nlohmann::json::array()}};
         for (size_t at = start; at < start + size; ++at) page["issues"].push_back(issueJSON((*found)[at], withFields));
         const bool isLast = start + size >= found->size();
         page["isLast"] = isLast;
         // Ignoring the paging, it still names a new token each time.
-        const size_t next = repeatsPageToken ? size : ignoresPaging ? searchPagesServed * size : start + size;
+        const size_t next = behaviour.repeatsPageToken ? size
+                            : behaviour.ignoresPaging  ? searchPagesServed * size
+                                                       : start + size;
         if (!isLast) page["nextPageToken"] = tokenPrefix + std::to_string(next);
         return reply(page.dump());
     }
@@ -170,7 +169,7 @@ struct FakeJIRA::State {
         std::lock_guard lock(mutex);
         const auto found = matches(request.queryText("jql"));
         if (!found) return reply(R"({"errorMessages":["Error in the JQL Query."],"errors":{}})", 400);
-        const size_t start = paged && !ignoresPaging ? numberParameter(request, "startAt", 0) : 0;
+        const size_t start = paged && !behaviour.ignoresPaging ? numberParameter(request, "startAt", 0) : 0;
         ++searchPagesServed;
         const size_t size = std::min({paged ? numberParameter(request, "maxResults", 50) : found->size(),
                                       dataCenterSearchCap, found->size() - std::min(start, found->size())});
@@ -232,8 +231,12 @@ struct FakeJIRA::State {
     }
 };
 
-FakeJIRA::FakeJIRA(FakeServer& server, Deployment deployment) : _server(server), _state(std::make_shared<State>()) {
+FakeJIRA::FakeJIRA(FakeServer& server, Deployment deployment) : FakeJIRA(server, deployment, Behaviour{}) {}
+
+FakeJIRA::FakeJIRA(FakeServer& server, Deployment deployment, Behaviour behaviour)
+    : _server(server), _state(std::make_shared<State>()) {
     _state->deployment = deployment;
+    _state->behaviour = behaviour;
     _state->baseURL = server.baseURL();
     auto state = _state;
     const auto answer = [&server, state](const char* method, const std::string& path,
@@ -241,7 +244,7 @@ FakeJIRA::FakeJIRA(FakeServer& server, Deployment deployment) : _server(server),
         server.route(method, path, [state, reply](const FakeRequest& request) {
             FakeResponse response = ((*state).*reply)(request);
             std::lock_guard lock(state->mutex);
-            if (state->setsSessionCookie && response.status < 300)
+            if (state->behaviour.setsSessionCookie && response.status < 300)
                 response.headers.emplace_back("Set-Cookie", state->sessionCookie(true) + "; Path=/");
             return response;
         });
@@ -292,26 +295,6 @@ void FakeJIRA::addFilter(Filter filter) {
     _state->filters.push_back(std::move(filter));
 }
 
-void FakeJIRA::setSearchPageCap(size_t cap) {
-    std::lock_guard lock(_state->mutex);
-    _state->searchPageCap = cap;
-}
-
-void FakeJIRA::setRepeatsPageToken(bool repeats) {
-    std::lock_guard lock(_state->mutex);
-    _state->repeatsPageToken = repeats;
-}
-
-void FakeJIRA::hideServerInformation() {
-    std::lock_guard lock(_state->mutex);
-    _state->hidesServerInformation = true;
-}
-
-void FakeJIRA::setIgnoresPaging(bool ignores) {
-    std::lock_guard lock(_state->mutex);
-    _state->ignoresPaging = ignores;
-}
-
 size_t FakeJIRA::searchPagesServed() const {
     std::lock_guard lock(_state->mutex);
     return _state->searchPagesServed;
@@ -320,9 +303,4 @@ size_t FakeJIRA::searchPagesServed() const {
 void FakeJIRA::endSessions() {
     std::lock_guard lock(_state->mutex);
     ++_state->sessionGeneration;
-}
-
-void FakeJIRA::setSetsSessionCookie(bool sets) {
-    std::lock_guard lock(_state->mutex);
-    _state->setsSessionCookie = sets;
 }

@@ -45,7 +45,26 @@ public:
         std::string name;
     };
 
+    /// How the site departs from a healthy one.
+    struct Behaviour {
+        /// Cloud: the most issues one search page holds, whatever was asked.
+        size_t searchPageCap = 100;
+        /// Cloud: every page names the same next page token.
+        bool repeatsPageToken = false;
+        /// Without server information, as behind a proxy that hides it.
+        bool hidesServerInformation = false;
+        /// Every reply to a logged-in request sets the session cookie, and a
+        /// request that brings it back is logged in without credentials. (The
+        /// server information always sets the cookie of an anonymous visitor,
+        /// which logs no one in.)
+        bool setsSessionCookie = false;
+        /// A broken search: every page is the first one, whatever startAt or
+        /// nextPageToken asks for, though Cloud names a new token each time.
+        bool ignoresPaging = false;
+    };
+
     FakeJIRA(FakeServer& server, Deployment deployment);
+    FakeJIRA(FakeServer& server, Deployment deployment, Behaviour behaviour);
 
     /// Authorization header values that log in.
     void accept(const std::string& authorization);
@@ -55,22 +74,8 @@ public:
     void addIssue(Issue issue);
     void addFilter(Filter filter);
 
-    /// Cloud: the most issues one search page holds, whatever was asked.
-    void setSearchPageCap(size_t cap);
-    /// Cloud: every page names the same next page token.
-    void setRepeatsPageToken(bool repeats);
-    /// Without server information, as behind a proxy that hides it.
-    void hideServerInformation();
-    /// Every reply to a logged-in request sets the session cookie, and a
-    /// request that brings it back is logged in without credentials. (The
-    /// server information always sets the cookie of an anonymous visitor,
-    /// which logs no one in.)
-    void setSetsSessionCookie(bool sets);
     /// The server forgets every session: their cookies log no one in.
     void endSessions();
-    /// A broken search: every page is the first one, whatever startAt or
-    /// nextPageToken asks for, though Cloud names a new token each time.
-    void setIgnoresPaging(bool ignores);
     /// The search pages answered so far (filters' searches included).
     size_t searchPagesServed() const;
 

@@ -68,18 +68,13 @@ std::string basicAuthorizationHeader(const std::string& username, const std::str
     static const char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     const std::string plain = username + ":" + password;
     std::string encoded;
-    size_t i = 0;
-    for (; i + 2 < plain.size(); i += 3) {
-        const unsigned n = (static_cast<unsigned char>(plain[i]) << 16) |
-                           (static_cast<unsigned char>(plain[i + 1]) << 8) | static_cast<unsigned char>(plain[i + 2]);
-        encoded += {alphabet[(n >> 18) & 63], alphabet[(n >> 12) & 63], alphabet[(n >> 6) & 63], alphabet[n & 63]};
-    }
-    if (i + 1 == plain.size()) {
-        const unsigned n = static_cast<unsigned char>(plain[i]) << 16;
-        encoded += {alphabet[(n >> 18) & 63], alphabet[(n >> 12) & 63], '=', '='};
-    } else if (i + 2 == plain.size()) {
-        const unsigned n = (static_cast<unsigned char>(plain[i]) << 16) | (static_cast<unsigned char>(plain[i + 1]) << 8);
-        encoded += {alphabet[(n >> 18) & 63], alphabet[(n >> 12) & 63], alphabet[(n >> 6) & 63], '='};
+    // Three bytes become four characters; "=" stands for those a short last group lacks.
+    for (std::size_t i = 0; i < plain.size(); i += 3) {
+        unsigned group = 0;
+        for (std::size_t k = 0; k < 3; ++k)
+            group = group << 8 | (i + k < plain.size() ? static_cast<unsigned char>(plain[i + k]) : 0u);
+        for (std::size_t k = 0; k < 4; ++k)
+            encoded += k <= plain.size() - i ? alphabet[(group >> (18 - 6 * k)) & 63] : '=';
     }
     return "Basic " + encoded;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdlib>
+#include <ctime>
 #include <functional>
 #include <map>
 #include <memory>
@@ -34,6 +36,20 @@ class ZVOAuth2BasedIntegration;
 /// Binds the account to a login of its OAuth2 client whose access token
 /// runs out in `secondsLeft`, as after the user authorized.
 void grantOAuth2Login(ZVOAuth2BasedIntegration& account, const std::string& accessToken, double secondsLeft = 3600);
+
+/// The local time zone ("Europe/Berlin") while it lives.
+class ScopedTimeZone {
+public:
+    explicit ScopedTimeZone(const char* zone) : _saved(std::getenv("TZ") ? std::getenv("TZ") : "") { set(zone); }
+    ~ScopedTimeZone() { set(_saved); }
+
+private:
+    static void set(const std::string& zone) {
+        zone.empty() ? unsetenv("TZ") : setenv("TZ", zone.c_str(), 1);
+        tzset();
+    }
+    std::string _saved;
+};
 
 /// "Basic " and the base64 form of "username:password".
 std::string basicAuthorizationHeader(const std::string& username, const std::string& password);

@@ -21,6 +21,22 @@ namespace {
 
 constexpr const char* accountName = "Contract Account";
 
+/// A part of a form body decoded ("two+words", "a%5Bb%5D").
+std::string formDecoded(const std::string& encoded) {
+    std::string value;
+    for (std::size_t i = 0; i < encoded.size(); ++i) {
+        if (encoded[i] == '+') {
+            value += ' ';
+        } else if (encoded[i] == '%' && i + 2 < encoded.size()) {
+            value += static_cast<char>(std::stoi(encoded.substr(i + 1, 2), nullptr, 16));
+            i += 2;
+        } else {
+            value += encoded[i];
+        }
+    }
+    return value;
+}
+
 /// The value of `name` in a form body ("a=1&b=two+words"), decoded.
 std::optional<std::string> formValue(const std::string& body, const std::string& name) {
     std::size_t at = 0;
@@ -28,21 +44,8 @@ std::optional<std::string> formValue(const std::string& body, const std::string&
         const std::size_t end = std::min(body.find('&', at), body.size());
         const std::string pair = body.substr(at, end - at);
         const std::size_t equals = pair.find('=');
-        if (pair.substr(0, equals) == name) {
-            std::string value;
-            const std::string encoded = equals == std::string::npos ? "" : pair.substr(equals + 1);
-            for (std::size_t i = 0; i < encoded.size(); ++i) {
-                if (encoded[i] == '+') {
-                    value += ' ';
-                } else if (encoded[i] == '%' && i + 2 < encoded.size()) {
-                    value += static_cast<char>(std::stoi(encoded.substr(i + 1, 2), nullptr, 16));
-                    i += 2;
-                } else {
-                    value += encoded[i];
-                }
-            }
-            return value;
-        }
+        if (formDecoded(pair.substr(0, equals)) == name)
+            return equals == std::string::npos ? std::string() : formDecoded(pair.substr(equals + 1));
         at = end + 1;
     }
     return std::nullopt;
@@ -60,12 +63,13 @@ protected:
     /// there too, or to where nothing listens), with the test credentials.
     std::shared_ptr<ZVAddressBasedIntegration> account(bool reachable = true) {
         auto made = std::dynamic_pointer_cast<ZVAddressBasedIntegration>(GetParam().makeNew());
-        if (made->hasHardcodedAddress()) {
-            redirectServiceHost(*made, !reachable);
-        } else {
+        if (!made->hasHardcodedAddress()) {
             made->setAddress(reachable ? serverAddress() : deadAddress());
             made->setSSLEnabled(false);
         }
+        // A service whose interface lives on its own host, whatever the address.
+        if (made->hasHardcodedAddress() || made->serviceBaseURL() != made->baseURL())
+            redirectServiceHost(*made, !reachable);
         storeCredentials(*made);
         ZVDictionary dictionary = made->dictionaryRepresentation();
         for (const auto& [key, value] : scenario.settings) dictionary[key] = value;

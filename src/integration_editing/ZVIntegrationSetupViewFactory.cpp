@@ -47,6 +47,18 @@ QLineEdit* textField(const char* objectName, const std::string& text, std::funct
     return field;
 }
 
+/// A field that hands its text to `finished` once the user is done with it
+/// (Return, or the focus going elsewhere), for what is costly to store.
+QLineEdit* finishedTextField(const char* objectName, const std::string& text,
+                             std::function<void(const std::string&)> finished, bool secure = false) {
+    auto* field = new QLineEdit(QString::fromStdString(text));
+    field->setObjectName(QString::fromUtf8(objectName));
+    if (secure) field->setEchoMode(QLineEdit::Password);
+    QObject::connect(field, &QLineEdit::editingFinished, field,
+                     [field, finished = std::move(finished)] { finished(field->text().toStdString()); });
+    return field;
+}
+
 QCheckBox* checkBox(const char* objectName, const char* title, bool checked, std::function<void(bool)> changed) {
     auto* box = new QCheckBox(ZVLocalizedQString(title));
     box->setObjectName(QString::fromUtf8(objectName));
@@ -269,18 +281,32 @@ QWidget* ZVIntegrationSetupViewFactory::makeCredentialView(const std::shared_ptr
                 if (auto owner = std::dynamic_pointer_cast<ZVIntegrationWithOAuth2>(weakIntegration.lock()))
                     owner->setOwnClient(client->first, client->second);
             };
-            fields->addRow(ZVLocalizedQString("Client ID"), textField("clientIDField", ownID, [client, store](const std::string& value) {
+            // The key store is written when a field is done with, not at each keystroke.
+            fields->addRow(ZVLocalizedQString("Client ID"),
+                           finishedTextField("clientIDField", ownID, [client, store](const std::string& value) {
+                               if (value == client->first) return;
                                client->first = value;
                                store();
                            }));
             fields->addRow(ZVLocalizedQString("Client Secret"),
-                           textField("clientSecretField", ownSecret, [client, store](const std::string& value) {
+                           finishedTextField("clientSecretField", ownSecret, [client, store](const std::string& value) {
+                               if (value == client->second) return;
                                client->second = value;
                                store();
                            }, true));
-            for (auto* child : advanced->findChildren<QWidget*>()) child->setVisible(advanced->isChecked());
-            QObject::connect(advanced, &QGroupBox::toggled, advanced, [advanced, weakIntegration, store](bool on) {
-                for (auto* child : advanced->findChildren<QWidget*>()) child->setVisible(on);
+            // Folded, the box is its title alone: no frame around nothing.
+            const auto fold = [advanced, fields](bool open) {
+                advanced->setFlat(!open);
+                for (auto* child : advanced->findChildren<QWidget*>()) child->setVisible(open);
+                if (open) {
+                    fields->unsetContentsMargins();
+                } else {
+                    fields->setContentsMargins(0, 0, 0, 0);
+                }
+            };
+            fold(advanced->isChecked());
+            QObject::connect(advanced, &QGroupBox::toggled, advanced, [fold, weakIntegration, store](bool on) {
+                fold(on);
                 if (on) {
                     store();
                 } else if (auto owner = std::dynamic_pointer_cast<ZVIntegrationWithOAuth2>(weakIntegration.lock())) {

@@ -221,11 +221,19 @@ TEST_F(ZVIntegrationSetupTest, AnOAuth2AccountTakesAnApplicationOfTheUsersOwnUnd
     ASSERT_NE(advanced, nullptr);
     ASSERT_NE(field(setup, "clientIDField"), nullptr);
     EXPECT_TRUE(field(setup, "clientIDField")->isHidden()) << "folded away until asked for";
+    EXPECT_TRUE(advanced->isFlat()) << "folded, no frame around nothing";
     advanced->setChecked(true);
-    field(setup, "clientIDField")->setText(u"own-client"_s);
-    field(setup, "clientSecretField")->setText(u"own-secret"_s);
+    EXPECT_FALSE(advanced->isFlat());
     auto* withOAuth2 = dynamic_cast<ZVIntegrationWithOAuth2*>(setup.currentIntegration().get());
     ASSERT_NE(withOAuth2, nullptr);
+    // Typing writes nothing; a field that is done with writes the key store once.
+    const auto saves = keychain.saveCount();
+    field(setup, "clientIDField")->insert(u"own-client"_s);
+    field(setup, "clientSecretField")->insert(u"own-secret"_s);
+    EXPECT_EQ(keychain.saveCount(), saves);
+    Q_EMIT field(setup, "clientIDField")->editingFinished();
+    Q_EMIT field(setup, "clientSecretField")->editingFinished();
+    EXPECT_EQ(keychain.saveCount(), saves + 2);
     EXPECT_EQ(withOAuth2->ownClientCredentials().first + "/" + withOAuth2->ownClientCredentials().second, "own-client/own-secret");
     EXPECT_EQ(ZVPropertyList::writeXML(ZVValue(setup.currentIntegration()->dictionaryRepresentation())).find("own-secret"),
               std::string::npos);

@@ -8,8 +8,8 @@
 #include <QFormLayout>
 #include <QLabel>
 #include <QLineEdit>
-#include <QGroupBox>
 #include <QPushButton>
+#include <QStyle>
 #include <algorithm>
 #include <functional>
 
@@ -270,12 +270,18 @@ QWidget* ZVIntegrationSetupViewFactory::makeCredentialView(const std::shared_ptr
         // An application the user registered with the service, for a build
         // without one of its own or a user who prefers theirs.
         if (auto* withOAuth2 = dynamic_cast<ZVIntegrationWithOAuth2*>(integration.get())) {
-            auto* advanced = new QGroupBox(ZVLocalizedQString("Advanced"));
+            // A switch and the fields below it, which are gone while it is off.
+            auto* advanced = new QCheckBox(ZVLocalizedQString("Advanced"));
             advanced->setObjectName(QStringLiteral("advancedOAuth2Box"));
-            advanced->setCheckable(true);
             const auto [ownID, ownSecret] = withOAuth2->ownClientCredentials();
             advanced->setChecked(!ownID.empty());
-            auto* fields = new QFormLayout(advanced);
+            auto* body = new QWidget();
+            body->setObjectName(QStringLiteral("advancedOAuth2Fields"));
+            auto* fields = new QFormLayout(body);
+            // The fields stand under the switch's label.
+            fields->setContentsMargins(advanced->style()->pixelMetric(QStyle::PM_IndicatorWidth) +
+                                           advanced->style()->pixelMetric(QStyle::PM_CheckBoxLabelSpacing),
+                                       0, 0, 0);
             auto client = std::make_shared<std::pair<std::string, std::string>>(ownID, ownSecret);
             const auto store = [weakIntegration, client] {
                 if (auto owner = std::dynamic_pointer_cast<ZVIntegrationWithOAuth2>(weakIntegration.lock()))
@@ -294,18 +300,11 @@ QWidget* ZVIntegrationSetupViewFactory::makeCredentialView(const std::shared_ptr
                                client->second = value;
                                store();
                            }, true));
-            // Folded, the box is its title alone: no frame around nothing.
-            const auto fold = [advanced, fields](bool open) {
-                advanced->setFlat(!open);
-                for (auto* child : advanced->findChildren<QWidget*>()) child->setVisible(open);
-                if (open) {
-                    fields->unsetContentsMargins();
-                } else {
-                    fields->setContentsMargins(0, 0, 0, 0);
-                }
-            };
+            form->addRow(advanced);
+            form->addRow(body);
+            const auto fold = [form, body](bool open) { form->setRowVisible(body, open); };
             fold(advanced->isChecked());
-            QObject::connect(advanced, &QGroupBox::toggled, advanced, [fold, weakIntegration, store](bool on) {
+            QObject::connect(advanced, &QCheckBox::toggled, advanced, [fold, weakIntegration, store](bool on) {
                 fold(on);
                 if (on) {
                     store();
@@ -313,7 +312,6 @@ QWidget* ZVIntegrationSetupViewFactory::makeCredentialView(const std::shared_ptr
                     owner->setOwnClient({}, {});
                 }
             });
-            form->addRow(advanced);
         }
     } else {
         ZVLog([&] { return "No credential view named " + name; });

@@ -1,6 +1,5 @@
 #include <QCheckBox>
 #include <QFormLayout>
-#include <QGroupBox>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
@@ -217,13 +216,14 @@ TEST_F(ZVIntegrationSetupTest, ServiceWithAFixedHostShowsItReadOnlyAndNoSSLSwitc
 TEST_F(ZVIntegrationSetupTest, AnOAuth2AccountTakesAnApplicationOfTheUsersOwnUnderAdvanced) {
     ZVIntegrationSetupViewController& setup = openSetup();
     choose(setup, "FreeAgent");
-    auto* advanced = setup.setupView()->findChild<QGroupBox*>(u"advancedOAuth2Box"_s);
+    auto* advanced = setup.setupView()->findChild<QCheckBox*>(u"advancedOAuth2Box"_s);
     ASSERT_NE(advanced, nullptr);
     ASSERT_NE(field(setup, "clientIDField"), nullptr);
-    EXPECT_TRUE(field(setup, "clientIDField")->isHidden()) << "folded away until asked for";
-    EXPECT_TRUE(advanced->isFlat()) << "folded, no frame around nothing";
+    auto* fields = setup.setupView()->findChild<QWidget*>(u"advancedOAuth2Fields"_s);
+    ASSERT_NE(fields, nullptr);
+    EXPECT_TRUE(fields->isHidden()) << "folded away until asked for, taking no room";
     advanced->setChecked(true);
-    EXPECT_FALSE(advanced->isFlat());
+    EXPECT_FALSE(fields->isHidden());
     auto* withOAuth2 = dynamic_cast<ZVIntegrationWithOAuth2*>(setup.currentIntegration().get());
     ASSERT_NE(withOAuth2, nullptr);
     // Typing writes nothing; a field that is done with writes the key store once.

@@ -8,9 +8,10 @@ class QLocalServer;
 /// Keeps one running Norvo per data folder, so that no two processes write
 /// the same database and preferences. The first start holds an exclusive
 /// lock on a file beside the data for as long as it runs and listens on a
-/// local socket in the runtime directory; a later start finds the lock taken, asks the
-/// running one through the socket to bring its window to the front (or
-/// hands it the address it was started with), and quits. The lock dies with its process, so a crash leaves nothing stale.
+/// local socket in the runtime directory; a later start finds the lock
+/// taken, asks the running one through the socket to bring its window to
+/// the front (or hands it the address it was started with), and quits. The
+/// lock dies with its process, so a crash leaves nothing stale.
 class ZVSingleInstance : public QObject {
     Q_OBJECT
 public:

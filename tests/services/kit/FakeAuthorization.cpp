@@ -3,7 +3,8 @@
 #include <httplib.h>
 #include <nlohmann/json.hpp>
 
-FakeAuthorization::FakeAuthorization(FakeServer& server, std::string authorizePath, std::string tokenPath)
+FakeAuthorization::FakeAuthorization(FakeServer& server, std::string authorizePath,
+                                     std::string tokenPath)
     : _server(server), _authorizePath(std::move(authorizePath)) {
     server.route("GET", _authorizePath, [](const FakeRequest& request) {
         const std::string code = request.queryValue("answer");
@@ -12,16 +13,18 @@ FakeAuthorization::FakeAuthorization(FakeServer& server, std::string authorizePa
                                       "&state=" + request.queryValue("state"));
     });
     server.route("POST", tokenPath, [issued = _issued](const FakeRequest& request) {
-        if (request.body.find("code=good") == std::string::npos && request.body.find("refresh_token=") == std::string::npos)
+        if (request.body.find("code=good") == std::string::npos &&
+            request.body.find("refresh_token=") == std::string::npos)
             return FakeResponse::json(R"({"error": "invalid_grant"})", 400);
-        return FakeResponse::json(nlohmann::json{{"access_token", "token-" + std::to_string(++*issued)},
-                                                 {"refresh_token", "rt-secret"},
-                                                 {"expires_in", 3600}}
-                                      .dump());
+        return FakeResponse::json(nlohmann::json{
+            {"access_token", "token-" + std::to_string(++*issued)},
+            {"refresh_token", "rt-secret"},
+            {"expires_in", 3600}}.dump());
     });
 }
 
-std::string FakeAuthorization::approve(const std::string& openedURL, const std::string& code) const {
+std::string FakeAuthorization::approve(const std::string& openedURL,
+                                       const std::string& code) const {
     const std::string query = openedURL.substr(openedURL.find('?') + 1);
     httplib::Client service("127.0.0.1", _server.port());
     const auto page = service.Get(_authorizePath + "?" + query + "&answer=" + code);

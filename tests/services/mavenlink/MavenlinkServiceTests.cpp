@@ -12,14 +12,16 @@ using Mavenlink = ZVMavenlinkIntegration;
 
 /// A reply in the service's shape: references in "results", the records in
 /// maps by id beside them, and "count" of the whole list.
-nlohmann::json storiesPage(int count, const std::vector<std::string>& storyIDs, nlohmann::json stories,
-                           nlohmann::json workspaces) {
+nlohmann::json storiesPage(int count, const std::vector<std::string>& storyIDs,
+                           nlohmann::json stories, nlohmann::json workspaces) {
     nlohmann::json results = nlohmann::json::array();
     for (const auto& id : storyIDs) results.push_back({{"key", "stories"}, {"id", id}});
-    return {{"count", count}, {"results", results}, {"stories", stories}, {"workspaces", workspaces}};
+    return {
+        {"count", count}, {"results", results}, {"stories", stories}, {"workspaces", workspaces}};
 }
 
-nlohmann::json story(const std::string& id, const std::string& title, const std::string& workspace) {
+nlohmann::json story(const std::string& id, const std::string& title,
+                     const std::string& workspace) {
     return {{"id", id}, {"title", title}, {"workspace_id", workspace}};
 }
 
@@ -32,16 +34,21 @@ nlohmann::json workspace(const std::string& id, const std::string& title, bool a
 void serveStories(FakeServer& server, bool withBadRecord) {
     server.route("GET", "/api/v1/stories.json", [withBadRecord](const FakeRequest& request) {
         std::vector<std::string> ids{"21", "22", "23"};
-        nlohmann::json stories{{"21", story("21", "Design", "10")}, {"22", story("22", "Invoice", "12")},
+        nlohmann::json stories{{"21", story("21", "Design", "10")},
+                               {"22", story("22", "Invoice", "12")},
                                {"23", story("23", "Old task", "11")}};
         if (withBadRecord) {
             ids.push_back("24");
             stories["24"] = story("24", "Stray", "99");
         }
-        const nlohmann::json workspaces{{"10", workspace("10", "Website")}, {"11", workspace("11", "Archive", true)},
-                                        {"12", workspace("12", "Accounts")}, {"13", workspace("13", "Empty")}};
-        if (request.queryValue("page") != "1") return FakeResponse::json(storiesPage(0, {}, {}, {}).dump());
-        return FakeResponse::json(storiesPage(static_cast<int>(ids.size()), ids, stories, workspaces).dump());
+        const nlohmann::json workspaces{{"10", workspace("10", "Website")},
+                                        {"11", workspace("11", "Archive", true)},
+                                        {"12", workspace("12", "Accounts")},
+                                        {"13", workspace("13", "Empty")}};
+        if (request.queryValue("page") != "1")
+            return FakeResponse::json(storiesPage(0, {}, {}, {}).dump());
+        return FakeResponse::json(
+            storiesPage(static_cast<int>(ids.size()), ids, stories, workspaces).dump());
     });
     server.route("POST", "/api/v1/time_entries.json",
                  FakeResponse::json(R"({"count": 1, "results": [{"key": "time_entries", "id": "7"}],
@@ -81,12 +88,14 @@ TEST_F(MavenlinkTests, PagesThroughTheListAtTheLargestPageTheServerGives) {
             ids.push_back(std::to_string(1000 + n));
             stories[ids.back()] = story(ids.back(), "Story " + std::to_string(n), "10");
         }
-        return FakeResponse::json(storiesPage(250, ids, stories, {{"10", workspace("10", "Website")}}).dump());
+        return FakeResponse::json(
+            storiesPage(250, ids, stories, {{"10", workspace("10", "Website")}}).dump());
     });
     const auto tree = mavenlink()->loadRemoteProjects();
     ASSERT_EQ(tree.size(), 1u);
     EXPECT_EQ(tree[0]->subprojects().size(), 250u);
-    EXPECT_EQ(tree[0]->subprojects().back()->name(), "Story 249") << "stories keep the order of the results";
+    EXPECT_EQ(tree[0]->subprojects().back()->name(), "Story 249")
+        << "stories keep the order of the results";
     const auto asked = server.requests("/api/v1/stories.json");
     ASSERT_EQ(asked.size(), 2u) << "the count says when the list is done";
     EXPECT_EQ(asked[1].queryValue("page"), "2");
@@ -98,21 +107,26 @@ TEST_F(MavenlinkTests, ArchivedAndEmptyWorkspacesStayOutAndTheServicesRefusalIsT
     serveStories(server, false);
     auto account = mavenlink();
     account->loadRemoteProjects();
-    for (const char* line : {"Skipping workspace Archive since it's archived.", "Failed to find workspace (11) for story (23)",
+    for (const char* line : {"Skipping workspace Archive since it's archived.",
+                             "Failed to find workspace (11) for story (23)",
                              "Workspace Empty has no subprojects, skipping."})
         EXPECT_TRUE(log.contains(line)) << line;
 
     server.route("POST", "/api/v1/time_entries.json",
-                 FakeResponse::json(R"({"errors": [{"type": "validation", "message": "Story is closed"}]})", 422));
+                 FakeResponse::json(
+                     R"({"errors": [{"type": "validation", "message": "Story is closed"}]})", 422));
     auto node = trackedProject(account, "Design", "10", "21", 60, "Review");
     EXPECT_TRUE(throwsFailureReason([&] { account->postTime(*node); }, "Story is closed"));
     const std::string body = server.requests("/api/v1/time_entries.json").back().body;
-    EXPECT_TRUE(std::regex_search(body, std::regex(R"(date_performed%5D=[01]\d%2F[0-3]\d%2F20\d\d&)"))) << body;
+    EXPECT_TRUE(
+        std::regex_search(body, std::regex(R"(date_performed%5D=[01]\d%2F[0-3]\d%2F20\d\d&)")))
+        << body;
 
     auto unauthorized = ZVIntegration::makeNew<Mavenlink>();
-    EXPECT_TRUE(throwsFailureReason([&] { unauthorized->loadRemoteProjects(); },
-                                    "You haven't authorized this account with Mavenlink. Edit this account and press "
-                                    "the Authorize button."));
+    EXPECT_TRUE(throwsFailureReason(
+        [&] { unauthorized->loadRemoteProjects(); },
+        "You haven't authorized this account with Mavenlink. Edit this account and press "
+        "the Authorize button."));
 }
 
 }  // namespace

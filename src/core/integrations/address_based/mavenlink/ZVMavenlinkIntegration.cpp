@@ -23,7 +23,8 @@ constexpr const char* timeEntriesPath = "/api/v1/time_entries.json";
 constexpr std::size_t largestPage = 200;
 
 /// The records of a reply's map of one kind ("stories": {"12": {...}}), by id.
-void collect(const nlohmann::json& reply, const char* kind, std::unordered_map<std::string, nlohmann::json>& into) {
+void collect(const nlohmann::json& reply, const char* kind,
+             std::unordered_map<std::string, nlohmann::json>& into) {
     const nlohmann::json* records = ZVJSON::value(reply, kind);
     if (!records || !records->is_object()) return;
     for (const auto& [id, record] : records->items())
@@ -43,7 +44,8 @@ ZVOAuth2Configuration ZVMavenlinkIntegration::authenticationConfiguration() cons
 
 std::string ZVMavenlinkIntegration::notAuthorizedReason() const {
     return ZVLocalizedString(
-        "You haven't authorized this account with Mavenlink. Edit this account and press the Authorize button.");
+        "You haven't authorized this account with Mavenlink. Edit this account and press the "
+        "Authorize button.");
 }
 
 ZVIntegration::ProjectList ZVMavenlinkIntegration::loadRemoteProjects() {
@@ -51,15 +53,19 @@ ZVIntegration::ProjectList ZVMavenlinkIntegration::loadRemoteProjects() {
     // A reply lists references ({"key": "stories", "id": "12"}) in "results";
     // the records sit in maps by id beside it, their workspaces included.
     std::unordered_map<std::string, nlohmann::json> stories, workspaces;
-    const auto references = ZVListing::items(
-        *this, ZVServiceRequest::get(mavenlink::storiesPath),
-        {.kind = ZVPagingStyle::Kind::pageNumber, .parameter = "page", .sizeParameter = "per_page",
-         .pageSize = mavenlink::largestPage, .totalPath = "count",
-         .afterPage = [&](const nlohmann::json& reply) {
-             mavenlink::collect(reply, "stories", stories);
-             mavenlink::collect(reply, "workspaces", workspaces);
-         }},
-        "results");
+    const auto references =
+        ZVListing::items(*this, ZVServiceRequest::get(mavenlink::storiesPath),
+                         {.kind = ZVPagingStyle::Kind::pageNumber,
+                          .parameter = "page",
+                          .sizeParameter = "per_page",
+                          .pageSize = mavenlink::largestPage,
+                          .totalPath = "count",
+                          .afterPage =
+                              [&](const nlohmann::json& reply) {
+                                  mavenlink::collect(reply, "stories", stories);
+                                  mavenlink::collect(reply, "workspaces", workspaces);
+                              }},
+                         "results");
 
     const auto self = shared_from_this();
     std::unordered_map<std::string, ZVIntegrationProject::Pointer> nodes;
@@ -79,13 +85,17 @@ ZVIntegration::ProjectList ZVMavenlinkIntegration::loadRemoteProjects() {
     }
     for (const auto& reference : references) {
         const auto id = ZVListing::text(ZVJSON::value(reference, "id"));
-        const auto found = id && ZVJSON::string(reference, "key") == "stories" ? stories.find(*id) : stories.end();
+        const auto found =
+            id && ZVJSON::string(reference, "key") == "stories" ? stories.find(*id) : stories.end();
         if (found == stories.end()) continue;
         const auto title = ZVListing::text(ZVJSON::value(found->second, "title"));
-        const auto workspaceID = ZVListing::text(ZVJSON::value(found->second, "workspace_id")).value_or("");
+        const auto workspaceID =
+            ZVListing::text(ZVJSON::value(found->second, "workspace_id")).value_or("");
         const auto parent = nodes.find(workspaceID);
         if (!title || parent == nodes.end()) {
-            ZVLog([&] { return "Failed to find workspace (" + workspaceID + ") for story (" + *id + ")"; });
+            ZVLog([&] {
+                return "Failed to find workspace (" + workspaceID + ") for story (" + *id + ")";
+            });
             continue;
         }
         parent->second->addSubproject(ZVIntegrationProject::create(*title, workspaceID, *id));
@@ -93,27 +103,33 @@ ZVIntegration::ProjectList ZVMavenlinkIntegration::loadRemoteProjects() {
     ProjectList result;
     for (auto& [id, workspace] : nodes) {
         if (!workspace->hasSubprojects()) {
-            ZVLog([&] { return "Workspace " + workspace->name() + " has no subprojects, skipping."; });
+            ZVLog([&] {
+                return "Workspace " + workspace->name() + " has no subprojects, skipping.";
+            });
             continue;
         }
         result.push_back(workspace);
     }
     // The maps carry no order of their own.
-    std::sort(result.begin(), result.end(), [](const auto& a, const auto& b) { return a->name() < b->name(); });
+    std::sort(result.begin(), result.end(),
+              [](const auto& a, const auto& b) { return a->name() < b->name(); });
     return result;
 }
 
 void ZVMavenlinkIntegration::postTime(ZVIntegrationProject& project) {
     if (!account()) throw ZVIntegrationErrorWithFailureReason(notAuthorizedReason());
     // "2026-11-25" becomes "11/25/2026".
-    const std::string day = ZVPostingText::date(static_cast<std::time_t>(ZVNow().time_since_epoch().count()));
-    const std::string performed = day.substr(5, 2) + "/" + day.substr(8, 2) + "/" + day.substr(0, 4);
+    const std::string day =
+        ZVPostingText::date(static_cast<std::time_t>(ZVNow().time_since_epoch().count()));
+    const std::string performed =
+        day.substr(5, 2) + "/" + day.substr(8, 2) + "/" + day.substr(0, 4);
     const auto reply = sendForJSON(ZVServiceRequest::postForm(
         mavenlink::timeEntriesPath, {{"time_entry[date_performed]", performed},
-                          {"time_entry[time_in_minutes]", std::to_string(ZVPostingText::wholeMinutes(project.time()))},
-                          {"time_entry[story_id]", project.subprojectID().value_or("")},
-                          {"time_entry[workspace_id]", project.projectID()},
-                          {"time_entry[notes]", ZVPostingText::title(project)}}));
+                                     {"time_entry[time_in_minutes]",
+                                      std::to_string(ZVPostingText::wholeMinutes(project.time()))},
+                                     {"time_entry[story_id]", project.subprojectID().value_or("")},
+                                     {"time_entry[workspace_id]", project.projectID()},
+                                     {"time_entry[notes]", ZVPostingText::title(project)}}));
     if (!ZVJSON::value(reply, "errors")) return;
     ZVLog([&] { return "Posting was refused: " + reply.dump(); });
     const auto words = ZVJSON::string(reply, refusalMessagePath());

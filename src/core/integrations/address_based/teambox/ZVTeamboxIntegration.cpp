@@ -29,7 +29,9 @@ constexpr std::size_t pageSize = 100;
 ZVOAuth2Configuration ZVTeamboxIntegration::authenticationConfiguration() const {
     // The service takes only the redirect address registered with the
     // application, so the answer comes back on the scheme.
-    return {.authorizationBaseURL = redbooth::authorizationURL, .redirectionScheme = "norvoredbooth", .tokenEndpointURL = redbooth::tokenURL};
+    return {.authorizationBaseURL = redbooth::authorizationURL,
+            .redirectionScheme = "norvoredbooth",
+            .tokenEndpointURL = redbooth::tokenURL};
 }
 
 std::vector<nlohmann::json> ZVTeamboxIntegration::_objectsAtURL(const std::string& path) {
@@ -39,7 +41,8 @@ std::vector<nlohmann::json> ZVTeamboxIntegration::_objectsAtURL(const std::strin
     for (std::size_t page = 1;; ++page) {
         guard.beforePage();
         ZVServiceRequest request = ZVServiceRequest::get(path);
-        request.query = {{"page", std::to_string(page)}, {"per_page", std::to_string(redbooth::pageSize)}};
+        request.query = {{"page", std::to_string(page)},
+                         {"per_page", std::to_string(redbooth::pageSize)}};
         const nlohmann::json reply = sendForJSON(request, missing);
         const nlohmann::json* list = reply.is_array() ? &reply : ZVJSON::value(reply, "objects");
         if (!list || !list->is_array()) {
@@ -48,7 +51,8 @@ std::vector<nlohmann::json> ZVTeamboxIntegration::_objectsAtURL(const std::strin
         }
         if (list->empty()) return all;
         guard.notePage(ZVPaging::arrayFingerprint(*list));
-        std::copy_if(list->begin(), list->end(), std::back_inserter(all), [](const auto& item) { return item.is_object(); });
+        std::copy_if(list->begin(), list->end(), std::back_inserter(all),
+                     [](const auto& item) { return item.is_object(); });
         if (list->size() < redbooth::pageSize) return all;
     }
 }
@@ -60,16 +64,22 @@ ZVIntegration::ProjectList ZVTeamboxIntegration::loadRemoteProjects() {
     auto projectItems = _objectsAtURL(redbooth::projectsPath);
     std::erase_if(projectItems, [](const nlohmann::json& item) {
         if (!ZVJSON::boolean(item, "archived")) return false;
-        ZVLog([&] { return "Skipping archived project " + ZVListing::text(ZVJSON::value(item, "name")).value_or(""); });
+        ZVLog([&] {
+            return "Skipping archived project " +
+                   ZVListing::text(ZVJSON::value(item, "name")).value_or("");
+        });
         return true;
     });
     for (const auto& project : ZVListing::records(projectItems, {}, "Skipping project ")) {
         auto projectNode = ZVIntegrationProject::create(project.name, project.id);
         projectNode->setIntegration(self);
         // Task lists, then their tasks: a list or project with nothing to post to stays out.
-        for (const auto& list : ZVListing::records(_objectsAtURL(redbooth::taskListsPath + project.id), {}, "Skipping task list ")) {
+        for (const auto& list : ZVListing::records(
+                 _objectsAtURL(redbooth::taskListsPath + project.id), {}, "Skipping task list ")) {
             auto listNode = ZVIntegrationProject::create(list.name, project.id, list.id);
-            for (const auto& task : ZVListing::records(_objectsAtURL(redbooth::tasksPath + list.id + "&archived=false"), {}, "Skipping task ")) {
+            for (const auto& task : ZVListing::records(
+                     _objectsAtURL(redbooth::tasksPath + list.id + "&archived=false"), {},
+                     "Skipping task ")) {
                 auto taskNode = ZVIntegrationProject::create(task.name, project.id, list.id);
                 taskNode->setAdditionalID(task.id);
                 listNode->addSubproject(taskNode);
@@ -84,14 +94,15 @@ ZVIntegration::ProjectList ZVTeamboxIntegration::loadRemoteProjects() {
 void ZVTeamboxIntegration::postTime(ZVIntegrationProject& project) {
     if (!account()) throw ZVIntegrationErrorWithFailureReason(notAuthorizedReason());
     const std::string task = project.additionalID().value_or("");
-    if (task.empty() || !std::all_of(task.begin(), task.end(), [](unsigned char c) { return std::isdigit(c); })) {
+    if (task.empty() ||
+        !std::all_of(task.begin(), task.end(), [](unsigned char c) { return std::isdigit(c); })) {
         ZVLog([&] { return "No task to comment on in " + project.name(); });
         throw ZVIntegrationGenericTimePostingError();
     }
     const auto reply = sendForJSON(ZVServiceRequest::postJSON(
         redbooth::commentsPath, {{"body", ZVPostingText::title(project)},
-                       {"minutes", ZVPostingText::wholeMinutes(project.time())},
-                       {"target_type", "task"},
-                       {"target_id", std::stoll(task)}}));
+                                 {"minutes", ZVPostingText::wholeMinutes(project.time())},
+                                 {"target_type", "task"},
+                                 {"target_id", std::stoll(task)}}));
     ZVPostingText::requireValue(reply, "id");
 }

@@ -125,6 +125,8 @@ TEST_F(RedboothTests, AuthorizesThroughTheBrowserAndTheCustomScheme) {
     EXPECT_EQ(treeDescription(account->loadRemoteProjects()),
               "Site [1|-|-]\n  Sprint [1|11|-]\n    Fix login [1|11|111]\n");
     EXPECT_EQ(server.requests("/api/3/projects").back().header("Authorization"), "Bearer token-1");
+    // Stored and read back, as at the next start, the account is still the authorized one.
+    EXPECT_TRUE(ZVIntegration::makeWithDictionary<Redbooth>(account->dictionaryRepresentation())->hasAuthorizedAccount());
 }
 
 }  // namespace

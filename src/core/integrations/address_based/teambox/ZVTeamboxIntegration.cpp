@@ -26,6 +26,11 @@ constexpr std::size_t pageSize = 100;
 }  // namespace
 }  // namespace redbooth
 
+void ZVTeamboxIntegration::initialize() {
+    ZVOAuth2BasedIntegration::initialize();
+    setAddress(addressPlaceholder());
+}
+
 ZVOAuth2Configuration ZVTeamboxIntegration::authenticationConfiguration() const {
     // The service takes only the redirect address registered with the
     // application, so the answer comes back on the scheme.

@@ -19,6 +19,11 @@ public:
     ProjectList loadRemoteProjects() override;
     void postTime(ZVIntegrationProject& project) override;
 
+protected:
+    /// A new account has the service's host as its address, which an
+    /// account needs to be stored at all.
+    void initialize() override;
+
 private:
     /// Every record of a list, page after page: a reply is the list itself
     /// or an object that holds it at "objects".

@@ -1,6 +1,7 @@
 #include "ZVOAuth2Client.h"
 
 #include <algorithm>
+#include <cctype>
 #include <map>
 
 #include "ZVClock.h"
@@ -148,7 +149,7 @@ std::unique_ptr<ZVDownloadCenter> ZVOAuth2Client::Account::downloadCenter(ZVDown
 
 std::optional<ZVOAuth2ClientError> ZVOAuth2Client::Account::refreshed() {
     auto refreshToken = ZVOptionalString(_client.storedTokens(_identifier), "refresh_token");
-    if (!refreshToken) return ZVOAuth2ClientError{"invalid_grant", "There is no refresh token."};
+    if (!refreshToken) return ZVOAuth2ClientError{"invalid_grant", ZVLocalizedString("There is no refresh token.")};
     ZVOAuth2Configuration configuration;
     {
         std::lock_guard lock(_client._mutex);
@@ -176,6 +177,23 @@ ZVOAuth2Client& ZVOAuth2Client::registerClientWithConfiguration(const ZVOAuth2Co
 void ZVOAuth2Client::setURLOpener(std::function<bool(const std::string&)> opener) {
     std::lock_guard lock(registryMutex);
     urlOpener() = std::move(opener);
+}
+
+bool ZVOAuth2Client::handleRedirectURL(const std::string& url) {
+    const auto colon = url.find("://");
+    if (colon == std::string::npos) return false;
+    std::string scheme = url.substr(0, colon);
+    std::transform(scheme.begin(), scheme.end(), scheme.begin(), [](unsigned char c) { return std::tolower(c); });
+    ZVOAuth2Client* chosen = nullptr;
+    {
+        std::lock_guard lock(registryMutex);
+        for (const auto& [name, client] : registry()) {
+            std::lock_guard clientLock(client->_mutex);
+            const auto& configuration = client->_configuration;
+            if (!configuration.usesLoopbackRedirect && configuration.redirectionScheme == scheme) chosen = client.get();
+        }
+    }
+    return chosen && chosen->handleRedirect(url);
 }
 
 ZVOAuth2Client::ZVOAuth2Client(ZVOAuth2Configuration configuration, std::shared_ptr<ZVHTTPSession> session)
@@ -250,8 +268,8 @@ std::optional<ZVOAuth2ClientError> ZVOAuth2Client::requestTokens(
         request.addJSONAcceptToHeader();
     });
     if (!answer) {
-        if (center.lastHTTPStatusCode() == 0) return ZVOAuth2ClientError{"no_connection", "The service did not answer."};
-        return ZVOAuth2ClientError{"invalid_response", "The service's answer held no tokens."};
+        if (center.lastHTTPStatusCode() == 0) return ZVOAuth2ClientError{"no_connection", ZVLocalizedString("The service did not answer.")};
+        return ZVOAuth2ClientError{"invalid_response", ZVLocalizedString("The service's answer held no tokens.")};
     }
     auto accessToken = ZVJSON::string(*answer, "access_token");
     if (center.lastHTTPStatusCode() >= 400 || !accessToken) {
@@ -270,7 +288,7 @@ std::optional<ZVOAuth2ClientError> ZVOAuth2Client::requestTokens(
         tokens["expires_at"] = ZVNow().time_since_epoch().count() + static_cast<double>(*expiresIn);
     }
     if (!ZVKeychainAccess::sharedAccess().savePassword(tokens.dump(), accountIdentifier, _configuration.name))
-        return ZVOAuth2ClientError{"keychain", "The tokens could not be stored in the key store."};
+        return ZVOAuth2ClientError{"keychain", ZVLocalizedString("The tokens could not be stored in the key store.")};
     return std::nullopt;
 }
 
@@ -310,13 +328,13 @@ void ZVOAuth2Client::startAccountAuthorization(CompletionHandler completion) {
                         _pendingCompletion = nullptr;
                         _pendingState.clear();
                     }
-                    if (pending) pending({nullptr, ZVOAuth2ClientError{"timed_out", "The browser did not come back in time."}});
+                    if (pending) pending({nullptr, ZVOAuth2ClientError{"timed_out", ZVLocalizedString("The browser did not come back in time.")}});
                 });
             if (_listener) _pendingRedirectURI = _listener->redirectURI();
         }
         url = authorizationURL(_pendingState, _pendingRedirectURI, _pendingVerifier);
     }
-    if (superseded) superseded({nullptr, ZVOAuth2ClientError{"cancelled", "A new authorization began."}});
+    if (superseded) superseded({nullptr, ZVOAuth2ClientError{"cancelled", ZVLocalizedString("A new authorization began.")}});
     std::function<bool(const std::string&)> opener;
     {
         std::lock_guard lock(registryMutex);
@@ -331,7 +349,7 @@ void ZVOAuth2Client::startAccountAuthorization(CompletionHandler completion) {
             _pendingState.clear();
             _listener.reset();
         }
-        if (pending) pending({nullptr, ZVOAuth2ClientError{"no_browser", "The web browser could not be opened."}});
+        if (pending) pending({nullptr, ZVOAuth2ClientError{"no_browser", ZVLocalizedString("The web browser could not be opened.")}});
     }
 }
 
@@ -358,9 +376,9 @@ std::optional<ZVOAuth2Client::AuthorizationResult> ZVOAuth2Client::completeAutho
     if (query.count("error")) {
         result.error = ZVOAuth2ClientError{query["error"], query["error_description"]};
     } else if (query["state"] != expectedState) {
-        result.error = ZVOAuth2ClientError{"state_mismatch", "The answer does not belong to this authorization."};
+        result.error = ZVOAuth2ClientError{"state_mismatch", ZVLocalizedString("The answer does not belong to this authorization.")};
     } else if (query["code"].empty()) {
-        result.error = ZVOAuth2ClientError{"invalid_request", "The answer held no authorization code."};
+        result.error = ZVOAuth2ClientError{"invalid_request", ZVLocalizedString("The answer held no authorization code.")};
     } else {
         const std::string identifier = randomToken();
         std::vector<std::pair<std::string, std::string>> form{{"grant_type", "authorization_code"},

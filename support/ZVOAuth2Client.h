@@ -78,6 +78,11 @@ public:
     static ZVOAuth2Client& registerClientWithConfiguration(const ZVOAuth2Configuration& configuration);
     /// How the user's browser is opened; the shell installs the desktop's.
     static void setURLOpener(std::function<bool(const std::string& url)> opener);
+    /// Hands a redirect that came in on a custom scheme (the desktop gave it
+    /// to the running program) to the client of that scheme, which trades
+    /// its code on the calling thread. False when no client of the scheme
+    /// waits for an answer.
+    static bool handleRedirectURL(const std::string& url);
 
     explicit ZVOAuth2Client(ZVOAuth2Configuration configuration,
                             std::shared_ptr<ZVHTTPSession> session = nullptr);

@@ -17,7 +17,19 @@
 
 namespace {
 
+// The requests, one line each: "activate", or "open " and an address.
 const QByteArray activationRequest = QByteArrayLiteral("activate\n");
+const QByteArray openPrefix = QByteArrayLiteral("open ");
+// An address of a login's answer is far shorter; a longer line is dropped.
+constexpr qint64 longestRequest = 8192;
+
+/// Whether `start`, the first bytes of a connection, may begin a request.
+bool beginsRequest(const QByteArray& start) {
+    const auto couldBe = [&](const QByteArray& known) {
+        return start.startsWith(known) || known.startsWith(start);
+    };
+    return couldBe(activationRequest) || couldBe(openPrefix);
+}
 
 }  // namespace
 
@@ -82,27 +94,43 @@ void ZVSingleInstance::_readRequest() {
     while (QLocalSocket* connection = _server->nextPendingConnection()) {
         connect(connection, &QLocalSocket::disconnected, connection, &QObject::deleteLater);
         connect(connection, &QLocalSocket::readyRead, this, [this, connection] {
-            // Only the one known request is answered; anything else is dropped
-            // unread beyond its first line.
-            if (!connection->canReadLine()) {
-                if (connection->bytesAvailable() > 64) connection->abort();
+            // Only the known requests are answered; anything else is dropped
+            // as soon as its first bytes show it is none of them.
+            if (!beginsRequest(connection->peek(openPrefix.size())) ||
+                (!connection->canReadLine() && connection->bytesAvailable() >= longestRequest)) {
+                connection->abort();
                 return;
             }
-            const QByteArray line = connection->readLine(64);
-            if (line == activationRequest) Q_EMIT activationRequested();
+            if (!connection->canReadLine()) return;
+            const QByteArray line = connection->readLine(longestRequest + 1);
+            if (line == activationRequest) {
+                Q_EMIT activationRequested();
+            } else if (line.startsWith(openPrefix) && line.endsWith('\n') && line.size() > openPrefix.size() + 1) {
+                Q_EMIT URLReceived(QString::fromUtf8(line.mid(openPrefix.size()).chopped(1)));
+            }
             connection->disconnectFromServer();
         });
     }
 }
 
 bool ZVSingleInstance::activateRunningInstance(int timeoutMilliseconds) const {
+    return _send(activationRequest, timeoutMilliseconds);
+}
+
+bool ZVSingleInstance::openURLInRunningInstance(const QString& url, int timeoutMilliseconds) const {
+    const QByteArray encoded = url.toUtf8();
+    if (encoded.isEmpty() || encoded.contains('\n') || encoded.size() + openPrefix.size() >= longestRequest) return false;
+    return _send(openPrefix + encoded + '\n', timeoutMilliseconds);
+}
+
+bool ZVSingleInstance::_send(const QByteArray& request, int timeoutMilliseconds) const {
     const QDeadlineTimer deadline(timeoutMilliseconds);
     // The running instance may still be starting and not yet listening.
     while (true) {
         QLocalSocket socket;
         socket.connectToServer(socketPath());
         if (socket.waitForConnected(static_cast<int>(deadline.remainingTime()))) {
-            socket.write(activationRequest);
+            socket.write(request);
             const bool sent = socket.waitForBytesWritten(static_cast<int>(deadline.remainingTime()));
             // Waiting for the other side to close makes sure the request was read.
             if (sent && socket.state() == QLocalSocket::ConnectedState) {

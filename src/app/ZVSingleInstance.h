@@ -8,9 +8,10 @@ class QLocalServer;
 /// Keeps one running Norvo per data folder, so that no two processes write
 /// the same database and preferences. The first start holds an exclusive
 /// lock on a file beside the data for as long as it runs and listens on a
-/// local socket in the runtime directory; a later start finds the lock taken, asks the
-/// running one through the socket to bring its window to the front, and
-/// quits. The lock dies with its process, so a crash leaves nothing stale.
+/// local socket in the runtime directory; a later start finds the lock
+/// taken, asks the running one through the socket to bring its window to
+/// the front (or hands it the address it was started with), and quits. The
+/// lock dies with its process, so a crash leaves nothing stale.
 class ZVSingleInstance : public QObject {
     Q_OBJECT
 public:
@@ -32,6 +33,10 @@ public:
     /// Asks the running instance to come to the front; false when it could
     /// not be reached within the timeout.
     bool activateRunningInstance(int timeoutMilliseconds = 3000) const;
+    /// Hands the running instance an address that the desktop opened with
+    /// this program (the answer of a login on a custom scheme); false when
+    /// it could not be reached within the timeout.
+    bool openURLInRunningInstance(const QString& url, int timeoutMilliseconds = 3000) const;
 
     QString lockFilePath() const;
     QString socketPath() const;
@@ -41,9 +46,12 @@ public:
 Q_SIGNALS:
     /// A later start asked this one to bring its window to the front.
     void activationRequested();
+    /// A later start handed this one an address to open.
+    void URLReceived(const QString& url);
 
 private:
     void _readRequest();
+    bool _send(const QByteArray& request, int timeoutMilliseconds) const;
 
     QString _runtimeDirectory;
     QString _lockDirectory;

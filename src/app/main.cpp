@@ -4,6 +4,8 @@
 #include <cstdio>
 
 #include "ZVLog.h"
+#include "ZVOAuth2Client.h"
+#include "ZVThreading.h"
 #include "ZVPreferences.h"
 
 #include "ZVApplicationState.h"
@@ -24,6 +26,20 @@
 #include "core/ledgrin/ZVLedgrinIntegration.h"
 #include "core/state/ZVNorvoApplicationStateProvider.h"
 #include "preferences/ZVNorvoPreferences.h"
+
+namespace {
+/// Gives an address that came in on a login's scheme to the login that
+/// waits for it; the trade of its code for tokens runs off the main thread.
+void ZVOpenRedirectURL(const std::string& url) {
+    // The query holds the code: only the rest goes into the log.
+    const std::string shown = url.substr(0, url.find('?'));
+    ZVLog([&] { return "Received " + shown + " from the desktop"; });
+    ZV_PERFORM_BLOCK_ASYNC([url, shown] {
+        const bool taken = ZVOAuth2Client::handleRedirectURL(url);
+        ZVLog([&] { return shown + (taken ? " answered a waiting login" : ": no login waits for it"); });
+    });
+}
+}  // namespace
 
 int main(int argc, char** argv) {
     auto stateProvider = std::make_shared<ZVNorvoApplicationStateProvider>();
@@ -52,8 +68,15 @@ int main(int argc, char** argv) {
     // runtime folders still meet at it.
     const std::string dataFolder = ZVPaths::dataDirectory();
     ZVSingleInstance singleInstance(ZVSingleInstance::defaultRuntimeDirectory(), QString::fromStdString(dataFolder));
+    // The desktop starts "norvo <address>" for the schemes of the desktop
+    // entry: the answer of a login that the running Norvo waits for.
+    QString openedURL;
+    for (const QString& argument : QApplication::arguments().mid(1))
+        if (argument.contains(QStringLiteral("://"))) openedURL = argument;
     if (!singleInstance.becomePrimaryInstance()) {
-        if (!singleInstance.activateRunningInstance()) {
+        const bool reached = openedURL.isEmpty() ? singleInstance.activateRunningInstance()
+                                                 : singleInstance.openURLInRunningInstance(openedURL);
+        if (!reached) {
             std::fprintf(stderr, "norvo: another Norvo is already running on %s and cannot be reached from here\n",
                          dataFolder.c_str());
             return 1;
@@ -88,6 +111,10 @@ int main(int argc, char** argv) {
         delegate.awakeFromNib();
         QObject::connect(&singleInstance, &ZVSingleInstance::activationRequested, &delegate,
                          [&delegate] { delegate.showTimerWindow(); });
+        QObject::connect(&singleInstance, &ZVSingleInstance::URLReceived, &delegate,
+                         [](const QString& url) { ZVOpenRedirectURL(url.toStdString()); });
+        if (!openedURL.isEmpty())
+            QTimer::singleShot(0, &delegate, [openedURL] { ZVOpenRedirectURL(openedURL.toStdString()); });
         ZVDBusService scriptingService(delegate);
         QTimer::singleShot(0, &delegate, [&delegate, &scriptingService] {
             delegate.applicationDidFinishLaunching();

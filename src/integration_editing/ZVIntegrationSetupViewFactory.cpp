@@ -8,8 +8,8 @@
 #include <QFormLayout>
 #include <QLabel>
 #include <QLineEdit>
-#include <QGroupBox>
 #include <QPushButton>
+#include <QStyle>
 #include <algorithm>
 #include <functional>
 
@@ -44,6 +44,18 @@ QLineEdit* textField(const char* objectName, const std::string& text, std::funct
     if (secure) field->setEchoMode(QLineEdit::Password);
     QObject::connect(field, &QLineEdit::textChanged, field,
                      [changed = std::move(changed)](const QString& value) { changed(value.toStdString()); });
+    return field;
+}
+
+/// A field that hands its text to `finished` once the user is done with it
+/// (Return, or the focus going elsewhere), for what is costly to store.
+QLineEdit* finishedTextField(const char* objectName, const std::string& text,
+                             std::function<void(const std::string&)> finished, bool secure = false) {
+    auto* field = new QLineEdit(QString::fromStdString(text));
+    field->setObjectName(QString::fromUtf8(objectName));
+    if (secure) field->setEchoMode(QLineEdit::Password);
+    QObject::connect(field, &QLineEdit::editingFinished, field,
+                     [field, finished = std::move(finished)] { finished(field->text().toStdString()); });
     return field;
 }
 
@@ -258,36 +270,48 @@ QWidget* ZVIntegrationSetupViewFactory::makeCredentialView(const std::shared_ptr
         // An application the user registered with the service, for a build
         // without one of its own or a user who prefers theirs.
         if (auto* withOAuth2 = dynamic_cast<ZVIntegrationWithOAuth2*>(integration.get())) {
-            auto* advanced = new QGroupBox(ZVLocalizedQString("Advanced"));
+            // A switch and the fields below it, which are gone while it is off.
+            auto* advanced = new QCheckBox(ZVLocalizedQString("Advanced"));
             advanced->setObjectName(QStringLiteral("advancedOAuth2Box"));
-            advanced->setCheckable(true);
             const auto [ownID, ownSecret] = withOAuth2->ownClientCredentials();
             advanced->setChecked(!ownID.empty());
-            auto* fields = new QFormLayout(advanced);
+            auto* body = new QWidget();
+            body->setObjectName(QStringLiteral("advancedOAuth2Fields"));
+            auto* fields = new QFormLayout(body);
+            // The fields stand under the switch's label.
+            fields->setContentsMargins(advanced->style()->pixelMetric(QStyle::PM_IndicatorWidth) +
+                                           advanced->style()->pixelMetric(QStyle::PM_CheckBoxLabelSpacing),
+                                       0, 0, 0);
             auto client = std::make_shared<std::pair<std::string, std::string>>(ownID, ownSecret);
             const auto store = [weakIntegration, client] {
                 if (auto owner = std::dynamic_pointer_cast<ZVIntegrationWithOAuth2>(weakIntegration.lock()))
                     owner->setOwnClient(client->first, client->second);
             };
-            fields->addRow(ZVLocalizedQString("Client ID"), textField("clientIDField", ownID, [client, store](const std::string& value) {
+            // The key store is written when a field is done with, not at each keystroke.
+            fields->addRow(ZVLocalizedQString("Client ID"),
+                           finishedTextField("clientIDField", ownID, [client, store](const std::string& value) {
+                               if (value == client->first) return;
                                client->first = value;
                                store();
                            }));
             fields->addRow(ZVLocalizedQString("Client Secret"),
-                           textField("clientSecretField", ownSecret, [client, store](const std::string& value) {
+                           finishedTextField("clientSecretField", ownSecret, [client, store](const std::string& value) {
+                               if (value == client->second) return;
                                client->second = value;
                                store();
                            }, true));
-            for (auto* child : advanced->findChildren<QWidget*>()) child->setVisible(advanced->isChecked());
-            QObject::connect(advanced, &QGroupBox::toggled, advanced, [advanced, weakIntegration, store](bool on) {
-                for (auto* child : advanced->findChildren<QWidget*>()) child->setVisible(on);
+            form->addRow(advanced);
+            form->addRow(body);
+            const auto fold = [form, body](bool open) { form->setRowVisible(body, open); };
+            fold(advanced->isChecked());
+            QObject::connect(advanced, &QCheckBox::toggled, advanced, [fold, weakIntegration, store](bool on) {
+                fold(on);
                 if (on) {
                     store();
                 } else if (auto owner = std::dynamic_pointer_cast<ZVIntegrationWithOAuth2>(weakIntegration.lock())) {
                     owner->setOwnClient({}, {});
                 }
             });
-            form->addRow(advanced);
         }
     } else {
         ZVLog([&] { return "No credential view named " + name; });

@@ -45,6 +45,11 @@ icon=$(sed -n 's/^Icon=//p' "$entry")
 [ -f "$share/icons/hicolor/scalable/apps/$icon.svg" ] || fail "Icon=$icon has no installed icon"
 grep -q '^Categories=.*Office;' "$entry" || fail "the entry is not in the Office category"
 grep -q '^StartupWMClass=' "$entry" || fail "the entry has no StartupWMClass"
+# The answers of logins on a scheme of their own reach the program through the entry.
+grep -q '^Exec=[^ ]* %u$' "$entry" || fail "the entry does not pass the opened address"
+for scheme in norvomavenlink norvoredbooth; do
+  grep -q "^MimeType=.*x-scheme-handler/$scheme;" "$entry" || fail "the entry does not open $scheme:"
+done
 
 # AppStream: the component launches this entry and its newest release is this version.
 meta=$share/metainfo/$id.metainfo.xml

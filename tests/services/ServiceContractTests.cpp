@@ -28,10 +28,12 @@ std::optional<std::string> formValue(const std::string& body, const std::string&
     std::istringstream pairs(body);
     for (std::string pair; std::getline(pairs, pair, '&');) {
         const std::size_t equals = pair.find('=');
-        if (pair.substr(0, equals) != name) continue;
-        std::string value = equals == std::string::npos ? "" : pair.substr(equals + 1);
-        std::replace(value.begin(), value.end(), '+', ' ');
-        return ZVPercentDecoded(value);
+        const auto decoded = [](std::string text) {
+            std::replace(text.begin(), text.end(), '+', ' ');
+            return ZVPercentDecoded(text);
+        };
+        if (decoded(pair.substr(0, equals)) != name) continue;
+        return decoded(equals == std::string::npos ? "" : pair.substr(equals + 1));
     }
     return std::nullopt;
 }
@@ -48,12 +50,13 @@ protected:
     /// there too, or to where nothing listens), with the test credentials.
     std::shared_ptr<ZVAddressBasedIntegration> account(bool reachable = true) {
         auto made = std::dynamic_pointer_cast<ZVAddressBasedIntegration>(GetParam().makeNew());
-        if (made->hasHardcodedAddress()) {
-            redirectServiceHost(*made, !reachable);
-        } else {
+        if (!made->hasHardcodedAddress()) {
             made->setAddress(reachable ? serverAddress() : deadAddress());
             made->setSSLEnabled(false);
         }
+        // A service whose interface lives on its own host, whatever the address.
+        if (made->hasHardcodedAddress() || made->serviceBaseURL() != made->baseURL())
+            redirectServiceHost(*made, !reachable);
         storeCredentials(*made);
         ZVDictionary dictionary = made->dictionaryRepresentation();
         for (const auto& [key, value] : scenario.settings) dictionary[key] = value;

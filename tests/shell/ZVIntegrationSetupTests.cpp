@@ -1,6 +1,5 @@
 #include <QCheckBox>
 #include <QFormLayout>
-#include <QGroupBox>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
@@ -203,15 +202,24 @@ TEST_F(ZVIntegrationSetupTest, ServiceWithAFixedHostShowsItReadOnlyAndNoSSLSwitc
 TEST_F(ZVIntegrationSetupTest, AnOAuth2AccountTakesAnApplicationOfTheUsersOwnUnderAdvanced) {
     ZVIntegrationSetupViewController& setup = openSetup();
     choose(setup, "FreeAgent");
-    auto* advanced = setup.setupView()->findChild<QGroupBox*>(u"advancedOAuth2Box"_s);
+    auto* advanced = setup.setupView()->findChild<QCheckBox*>(u"advancedOAuth2Box"_s);
     ASSERT_NE(advanced, nullptr);
     ASSERT_NE(field(setup, "clientIDField"), nullptr);
-    EXPECT_TRUE(field(setup, "clientIDField")->isHidden()) << "folded away until asked for";
+    auto* fields = setup.setupView()->findChild<QWidget*>(u"advancedOAuth2Fields"_s);
+    ASSERT_NE(fields, nullptr);
+    EXPECT_TRUE(fields->isHidden()) << "folded away until asked for, taking no room";
     advanced->setChecked(true);
-    field(setup, "clientIDField")->setText(u"own-client"_s);
-    field(setup, "clientSecretField")->setText(u"own-secret"_s);
+    EXPECT_FALSE(fields->isHidden());
     auto* withOAuth2 = dynamic_cast<ZVIntegrationWithOAuth2*>(setup.currentIntegration().get());
     ASSERT_NE(withOAuth2, nullptr);
+    // Typing writes nothing; a field that is done with writes the key store once.
+    const auto saves = keychain.saveCount();
+    field(setup, "clientIDField")->insert(u"own-client"_s);
+    field(setup, "clientSecretField")->insert(u"own-secret"_s);
+    EXPECT_EQ(keychain.saveCount(), saves);
+    Q_EMIT field(setup, "clientIDField")->editingFinished();
+    Q_EMIT field(setup, "clientSecretField")->editingFinished();
+    EXPECT_EQ(keychain.saveCount(), saves + 2);
     EXPECT_EQ(withOAuth2->ownClientCredentials().first + "/" + withOAuth2->ownClientCredentials().second, "own-client/own-secret");
     EXPECT_EQ(ZVPropertyList::writeXML(ZVValue(setup.currentIntegration()->dictionaryRepresentation())).find("own-secret"),
               std::string::npos);

@@ -9,6 +9,8 @@
 
 namespace {
 
+using namespace Qt::StringLiterals;
+
 class SingleInstanceTests : public ::testing::Test {
 protected:
     /// Runs `work` on a thread of its own, as a later start runs in its own
@@ -28,11 +30,13 @@ protected:
         auto running = std::make_unique<ZVSingleInstance>(runtime.path());
         EXPECT_TRUE(running->becomePrimaryInstance());
         QObject::connect(running.get(), &ZVSingleInstance::activationRequested, [this] { ++activations; });
+        QObject::connect(running.get(), &ZVSingleInstance::URLReceived, [this](const QString& url) { urls << url; });
         return running;
     }
 
     QTemporaryDir runtime;
     int activations = 0;
+    QStringList urls;
 };
 
 TEST_F(SingleInstanceTests, OnlyOneHolderOfTheLockUntilItEnds) {
@@ -72,6 +76,23 @@ TEST_F(SingleInstanceTests, LaterStartAsksTheRunningOneToComeToTheFront) {
     }));
     EXPECT_TRUE(reached);
     EXPECT_EQ(activations, 1);
+}
+
+TEST_F(SingleInstanceTests, AnAddressALaterStartWasOpenedWithReachesTheRunningOneWhole) {
+    const auto running = startRunning();
+    const QString answer = u"norvoredbooth://oauth2/callback?code=x%20y&state=\u00e9t\u00e9"_s;
+    const QString tooLong = u"norvoredbooth://oauth2/callback?code="_s + QString(9000, u'a');
+    bool sent = false, refused = true;
+    EXPECT_TRUE(runBeside([&] {
+        ZVSingleInstance secondStart(runtime.path());
+        sent = secondStart.openURLInRunningInstance(answer, 5000);
+        refused = !secondStart.openURLInRunningInstance(tooLong, 5000) &&
+                  !secondStart.openURLInRunningInstance(u"a://b\nactivate"_s, 5000);
+    }, [&] { return !urls.isEmpty(); }));
+    EXPECT_TRUE(sent);
+    EXPECT_TRUE(refused);
+    EXPECT_EQ(urls, QStringList{answer});
+    EXPECT_EQ(activations, 0) << "an address does not bring the window forward by itself";
 }
 
 TEST_F(SingleInstanceTests, SocketLeftByACrashedInstanceIsReplaced) {

@@ -15,6 +15,8 @@
 #include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
 #include "core/integrations/address_based/jira/ZVJIRAIntegration.h"
 #include "core/integrations/address_based/kashflow/ZVKashflowIntegration.h"
+#include "core/integrations/address_based/mavenlink/ZVMavenlinkIntegration.h"
+#include "core/integrations/address_based/teambox/ZVTeamboxIntegration.h"
 
 namespace {
 using Auth = ZVAuthenticationType;
@@ -257,6 +259,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .sslSupport = SSL::mandatory,
         .hasHardcodedAddress = true,
         .usernameLabel = ZVLocalizable("User ID"),
+        .make = built<ZVMavenlinkIntegration>(),
     },
     {
         .className = "Norvo.ZVMinuteDockIntegration",
@@ -353,6 +356,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .name = "Redbooth",
         .authenticationType = Auth::oAuth2,
         .sslSupport = SSL::mandatory,
+        .make = built<ZVTeamboxIntegration>(),
     },
     {
         .className = "Norvo.ZVTeamLabIntegration",

@@ -1,10 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <httplib.h>
-
 #include "ZVPropertyList.h"
 #include "core/integrations/address_based/freeagent/ZVFreeAgentIntegration.h"
 #include "core/ui/ZVUserInterface.h"
+#include "services/kit/FakeAuthorization.h"
 #include "services/kit/ServiceScenario.h"
 #include "services/kit/ServiceTestCase.h"
 #include "testkit/ScriptedUserInterface.h"
@@ -111,34 +110,14 @@ protected:
 
     /// Follows the last opened page as a browser: the service's answer, then Norvo's page.
     std::string browse(const std::string& code) {
-        const std::string opened = ui.openedURLs().back();
-        const std::string query = opened.substr(opened.find('?') + 1);
-        httplib::Client service("127.0.0.1", server.port());
-        const auto approval = service.Get("/v2/approve_app?" + query + "&answer=" + code);
-        const std::string location = approval ? approval->get_header_value("Location") : "";
-        const std::string rest = location.substr(location.find("127.0.0.1:") + 10);
-        httplib::Client norvo("127.0.0.1", std::stoi(rest));
-        const auto page = norvo.Get(rest.substr(rest.find('/')));
-        return page ? page->body : "<no page>";
+        return FakeAuthorization::openLoopbackPage(authorization.approve(ui.openedURLs().back(), code));
     }
 
+    FakeAuthorization authorization{server, "/v2/approve_app", "/v2/token_endpoint"};
     ScriptedUserInterface ui;
 };
 
 TEST_F(FreeAgentAuthorizationTests, AuthorizesThroughTheBrowserAndRefreshesTokens) {
-    server.route("GET", "/v2/approve_app", [](const FakeRequest& request) {
-        const std::string code = request.queryValue("answer");
-        return FakeResponse::redirect(request.queryText("redirect_uri") +
-                                      (code == "deny" ? "?error=access_denied" : "?code=" + code) +
-                                      "&state=" + request.queryValue("state"));
-    });
-    int issued = 0;
-    server.route("POST", "/v2/token_endpoint", [&](const FakeRequest& request) {
-        if (request.body.find("code=good") == std::string::npos && request.body.find("refresh_token=") == std::string::npos)
-            return FakeResponse::json(R"({"error": "invalid_grant"})", 400);
-        return FakeResponse::json(nlohmann::json{{"access_token", "token-" + std::to_string(++issued)},
-                                                 {"refresh_token", "rt-secret"}, {"expires_in", 3600}}.dump());
-    });
     serveAccounts(server, false);
     auto account = ZVIntegration::makeNew<FreeAgent>();
     redirectServiceHost(*account);

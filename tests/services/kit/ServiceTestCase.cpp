@@ -98,9 +98,17 @@ void ServiceTestCase::redirectFixedHost(const std::string& host, bool toDeadAddr
 }
 
 void ServiceTestCase::redirectServiceHost(const ZVAddressBasedIntegration& account, bool toDeadAddress) {
-    std::string host = account.serviceBaseURL();
-    host.erase(0, host.find("://") + 3);
-    redirectFixedHost(host, toDeadAddress);
+    const auto hostOf = [](std::string url) {
+        url.erase(0, url.find("://") + 3);
+        return url.substr(0, url.find('/'));
+    };
+    redirectFixedHost(hostOf(account.serviceBaseURL()), toDeadAddress);
+    // The login's pages and tokens may live on a host of their own.
+    if (const auto* withOAuth2 = dynamic_cast<const ZVOAuth2BasedIntegration*>(&account)) {
+        const auto configuration = withOAuth2->authenticationConfiguration();
+        for (const auto& url : {configuration.authorizationBaseURL, configuration.tokenEndpointURL})
+            if (hostOf(url) != hostOf(account.serviceBaseURL())) redirectFixedHost(hostOf(url), toDeadAddress);
+    }
 }
 
 ZVIntegrationProject::Pointer trackedProject(const std::shared_ptr<ZVIntegration>& account, const std::string& name,

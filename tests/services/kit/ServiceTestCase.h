@@ -116,7 +116,7 @@ protected:
     /// Sends what a service with a fixed host asks of "https://<host>" to the
     /// fake server (or, with `toDeadAddress`, to where nothing listens).
     void redirectFixedHost(const std::string& host, bool toDeadAddress = false);
-    /// The same for wherever the account's requests go.
+    /// The same for wherever the account's requests go, its OAuth2 login's included.
     void redirectServiceHost(const ZVAddressBasedIntegration& account, bool toDeadAddress = false);
 
     ServiceCredentials credentials;

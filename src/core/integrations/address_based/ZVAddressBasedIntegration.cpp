@@ -4,6 +4,7 @@
 #include <cctype>
 
 #include "ZVDownloadCenter.h"
+#include "ZVJSON.h"
 #include "ZVLocalization.h"
 #include "ZVLog.h"
 #include "core/integrations/ZVIntegrationServiceInfo.h"
@@ -363,6 +364,11 @@ ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) 
             endpoint = path == std::string::npos ? std::string("/") : endpoint.substr(path);
             throw ZVIntegrationErrorWithFailureReason(
                 ZVLocalizedFormat("The server has removed the endpoint %@ (410 Gone).", {endpoint}));
+        }
+        if (const std::string path = refusalMessagePath(); !path.empty() && status >= 400) {
+            const auto body = ZVServiceReply{std::move(*response)}.json();
+            if (const auto words = body ? ZVJSON::string(*body, path) : std::nullopt; words && !words->empty())
+                throw ZVIntegrationErrorWithFailureReason(*words);
         }
         if (request.purpose == ZVServiceRequest::Purpose::posting) throw ZVIntegrationGenericTimePostingError();
         throw ZVIntegrationErrorWithFailureReason(malformedReplyReason());

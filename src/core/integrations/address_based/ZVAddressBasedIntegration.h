@@ -98,13 +98,19 @@ public:
     virtual void addAccountHeaders(ZVURLRequest& request) const;
     /// The failure reason of a reply of the wrong shape.
     virtual std::string malformedReplyReason() const;
+    /// Where the JSON body of a refused request (a status of 400 and up
+    /// but for the refused credentials and 410) gives the service's own
+    /// words for the refusal, which then are the failure reason; none by
+    /// default, and a body without them fails as usual.
+    virtual std::string refusalMessagePath() const { return {}; }
 
     /// Sends the request for this account and gives the reply when its
     /// status is 200 to 299. Otherwise it throws, the same way for every
     /// service: no answer is ZVIntegrationNoConnectionError; 401 and 403
     /// say that the account's credentials were refused; 410 names the
-    /// removed endpoint; any other status is the posting error when posting
-    /// and the service's failure reason when loading. Credentials go only to
+    /// removed endpoint; the service's words at refusalMessagePath() are
+    /// the failure reason; any other status is the posting error when
+    /// posting and the service's failure reason when loading. Credentials go only to
     /// the account's own host: a redirect elsewhere is followed without them.
     ZVServiceReply send(const ZVServiceRequest& request);
     /// send(), whose body must be JSON; else the given reason, or malformedReplyReason().

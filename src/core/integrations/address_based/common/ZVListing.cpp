@@ -81,6 +81,7 @@ std::vector<nlohmann::json> items(ZVAddressBasedIntegration& account, const ZVSe
         const auto isRecord = [](const nlohmann::json& item) { return item.is_object(); };
         if (!list || !list->is_array() || !std::all_of(list->begin(), list->end(), isRecord)) throw ZVIntegrationErrorWithFailureReason(missingList.value_or(malformedReason));
 
+        if (paging.afterPage) paging.afterPage(*body);
         if (paging.kind == Kind::single) return list->get<std::vector<nlohmann::json>>();
         if (list->empty()) return all;
         guard.notePage(ZVPaging::arrayFingerprint(*list));

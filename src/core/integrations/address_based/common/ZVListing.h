@@ -53,6 +53,9 @@ struct ZVPagingStyle {
     std::size_t maximumPages = ZVPaging::defaultMaximumPages;
     /// Told each page's number (from 1) before it is asked for, for a log line.
     std::function<void(std::size_t page)> beforePage = nullptr;
+    /// Told each page's whole reply once its list passed, for a service
+    /// whose list names records that sit elsewhere in the same reply.
+    std::function<void(const nlohmann::json& reply)> afterPage = nullptr;
 };
 
 /// Where a record keeps what a tree needs. In JSON each is a key path, in

@@ -41,6 +41,9 @@ appstreamcli validate --no-net "$share/metainfo/$id.metainfo.xml" >/dev/null ||
 entry=$share/applications/$id.desktop
 exec_name=$(sed -n 's/^Exec=\([^ ]*\).*/\1/p' "$entry")
 [ -x "$prefix/bin/$exec_name" ] || fail "Exec=$exec_name is not an installed program"
+# TryExec is a file name alone: a desktop hides an entry whose TryExec names no file.
+try_exec=$(sed -n 's/^TryExec=//p' "$entry")
+[ -z "$try_exec" ] || [ -x "$prefix/bin/$try_exec" ] || fail "TryExec=$try_exec is not an installed program"
 icon=$(sed -n 's/^Icon=//p' "$entry")
 [ -f "$share/icons/hicolor/scalable/apps/$icon.svg" ] || fail "Icon=$icon has no installed icon"
 grep -q '^Categories=.*Office;' "$entry" || fail "the entry is not in the Office category"

@@ -10,6 +10,29 @@
 #include <stdexcept>
 #include <thread>
 
+#include "ZVHelpers.h"
+
+std::vector<std::pair<std::string, std::string>> decodedPairs(const std::string& text) {
+    std::vector<std::pair<std::string, std::string>> pairs;
+    for (size_t start = 0; start < text.size();) {
+        const size_t end = std::min(text.find('&', start), text.size());
+        const std::string part = text.substr(start, end - start);
+        const size_t equals = std::min(part.find('='), part.size());
+        const std::string value = equals < part.size() ? part.substr(equals + 1) : std::string();
+        pairs.emplace_back(ZVPercentDecoded(part.substr(0, equals)), ZVPercentDecoded(value));
+        start = end + 1;
+    }
+    return pairs;
+}
+
+std::string queryValueOf(const std::string& url, const std::string& name) {
+    const auto mark = url.find('?');
+    if (mark == std::string::npos) return {};
+    for (const auto& [key, value] : decodedPairs(url.substr(mark + 1)))
+        if (key == name) return value;
+    return {};
+}
+
 std::string FakeRequest::header(const std::string& name) const {
     for (const auto& [key, value] : headers) {
         if (strcasecmp(key.c_str(), name.c_str()) == 0) return value;
@@ -18,10 +41,8 @@ std::string FakeRequest::header(const std::string& name) const {
 }
 
 bool FakeRequest::hasHeader(const std::string& name) const {
-    for (const auto& entry : headers) {
-        if (strcasecmp(entry.first.c_str(), name.c_str()) == 0) return true;
-    }
-    return false;
+    return std::any_of(headers.begin(), headers.end(),
+                       [&](const auto& entry) { return strcasecmp(entry.first.c_str(), name.c_str()) == 0; });
 }
 
 std::string FakeRequest::queryValue(const std::string& name) const {
@@ -29,59 +50,28 @@ std::string FakeRequest::queryValue(const std::string& name) const {
     return it == query.end() ? std::string() : it->second;
 }
 
-std::string FakeRequest::queryText(const std::string& name) const {
-    const auto mark = target.find('?');
-    if (mark == std::string::npos) return {};
-    const std::string text = target.substr(mark + 1);
-    for (size_t start = 0; start <= text.size();) {
-        size_t end = text.find('&', start);
-        if (end == std::string::npos) end = text.size();
-        const std::string part = text.substr(start, end - start);
-        const auto equals = part.find('=');
-        if (part.substr(0, equals) == name)
-            return equals == std::string::npos ? std::string() : httplib::detail::decode_url(part.substr(equals + 1), true);
-        start = end + 1;
-    }
-    return {};
-}
+std::string FakeRequest::queryText(const std::string& name) const { return queryValueOf(target, name); }
 
-FakeResponse FakeResponse::json(std::string body, int status) {
-    FakeResponse response;
-    response.body = std::move(body);
-    response.status = status;
-    return response;
-}
+FakeResponse FakeResponse::json(std::string body, int status) { return {.status = status, .body = std::move(body)}; }
 
 FakeResponse FakeResponse::xml(std::string body, int status) {
-    FakeResponse response = json(std::move(body), status);
-    response.contentType = "application/xml";
-    return response;
+    return {.status = status, .body = std::move(body), .contentType = "application/xml"};
 }
 
 FakeResponse FakeResponse::text(std::string body, int status) {
-    FakeResponse response = json(std::move(body), status);
-    response.contentType = "text/plain; charset=utf-8";
-    return response;
+    return {.status = status, .body = std::move(body), .contentType = "text/plain; charset=utf-8"};
 }
 
 FakeResponse FakeResponse::redirect(std::string location, int status) {
-    FakeResponse response;
-    response.status = status;
-    response.redirectTo = std::move(location);
-    response.contentType = "text/plain";
-    return response;
+    return {.status = status, .contentType = "text/plain", .redirectTo = std::move(location)};
 }
 
 FakeResponse FakeResponse::endlessBody(std::string chunk) {
-    FakeResponse response = json(std::move(chunk));
-    response.endless = true;
-    return response;
+    return {.body = std::move(chunk), .endless = true};
 }
 
 FakeResponse FakeResponse::hugeContentLength(std::uint64_t length, std::string chunk) {
-    FakeResponse response = json(std::move(chunk));
-    response.declaredContentLength = length;
-    return response;
+    return {.body = std::move(chunk), .declaredContentLength = length};
 }
 
 FakeResponse FakeResponse::deeplyNestedJSON(std::size_t depth) {

@@ -10,6 +10,12 @@
 #include <string>
 #include <vector>
 
+/// The name=value pairs of a query or form text ("a=1&b=x%20y"), decoded
+/// ("+" as a space), in order; a value is all after its pair's first "=".
+std::vector<std::pair<std::string, std::string>> decodedPairs(const std::string& text);
+/// The first value of that name in the query of `url`, empty when absent.
+std::string queryValueOf(const std::string& url, const std::string& name);
+
 /// One request as the fake server received it.
 struct FakeRequest {
     std::string method;

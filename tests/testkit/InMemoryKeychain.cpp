@@ -28,18 +28,3 @@ bool InMemoryKeychain::removePassword(const std::string& username, const std::st
     std::lock_guard lock(_mutex);
     return _items.erase({username, account}) > 0;
 }
-
-void InMemoryKeychain::setFailsToSave(bool fails) {
-    std::lock_guard lock(_mutex);
-    _failsToSave = fails;
-}
-
-size_t InMemoryKeychain::itemCount() const {
-    std::lock_guard lock(_mutex);
-    return _items.size();
-}
-
-size_t InMemoryKeychain::saveCount() const {
-    std::lock_guard lock(_mutex);
-    return _saveCount;
-}

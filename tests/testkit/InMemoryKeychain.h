@@ -19,9 +19,18 @@ public:
     bool removePassword(const std::string& username, const std::string& account) override;
 
     /// Makes every save fail, as a locked key store would.
-    void setFailsToSave(bool fails);
-    size_t itemCount() const;
-    size_t saveCount() const;
+    void setFailsToSave(bool fails) {
+        std::lock_guard lock(_mutex);
+        _failsToSave = fails;
+    }
+    size_t itemCount() const {
+        std::lock_guard lock(_mutex);
+        return _items.size();
+    }
+    size_t saveCount() const {
+        std::lock_guard lock(_mutex);
+        return _saveCount;
+    }
 
 private:
     mutable std::mutex _mutex;

@@ -1,5 +1,7 @@
 #include "testkit/LogCapture.h"
 
+#include <algorithm>
+
 #include "ZVLog.h"
 
 LogCapture::LogCapture() : _wasEnabled(ZVLogIsEnabled()) {
@@ -23,11 +25,8 @@ std::vector<std::string> LogCapture::lines() const {
 bool LogCapture::contains(const std::string& text) const { return count(text) > 0; }
 
 size_t LogCapture::count(const std::string& text) const {
-    std::lock_guard guard(_mutex);
-    size_t found = 0;
-    for (const auto& line : _lines)
-        if (line.find(text) != std::string::npos) ++found;
-    return found;
+    const auto all = lines();
+    return std::count_if(all.begin(), all.end(), [&](const auto& line) { return line.find(text) != std::string::npos; });
 }
 
 std::string LogCapture::joined() const {

@@ -53,92 +53,10 @@ std::optional<std::string> ScriptedUserInterface::runModalWithTextField(const ZV
     return answer;
 }
 
-void ScriptedUserInterface::setAlertObserver(std::function<void(const ZVAlert&)> observer) {
-    std::lock_guard<std::mutex> guard(_mutex);
-    _alertObserver = std::move(observer);
-}
-
-void ScriptedUserInterface::showAlert(const ZVAlert& alert) {
-    std::lock_guard<std::mutex> guard(_mutex);
-    _alerts.push_back(alert);
-}
-
-void ScriptedUserInterface::beep() {
-    std::lock_guard<std::mutex> guard(_mutex);
-    ++_beeps;
-}
-
-void ScriptedUserInterface::showBanner(const std::string& title, const std::string& text) {
-    std::lock_guard<std::mutex> guard(_mutex);
-    _banners.emplace_back(title, text);
-}
-
-bool ScriptedUserInterface::openURL(const std::string& url) {
-    std::lock_guard<std::mutex> guard(_mutex);
-    _openedURLs.push_back(url);
-    return true;
-}
-
-std::vector<std::string> ScriptedUserInterface::openedURLs() const {
-    std::lock_guard<std::mutex> guard(_mutex);
-    return _openedURLs;
-}
-
-void ScriptedUserInterface::activateApplication() {
-    std::lock_guard<std::mutex> guard(_mutex);
-    ++_activations;
-}
-
-void ScriptedUserInterface::answerWith(const std::string& buttonTitle) {
-    std::lock_guard<std::mutex> guard(_mutex);
-    _answers.push_back({buttonTitle, 0});
-}
-
-void ScriptedUserInterface::answerWithIndex(int buttonIndex) {
-    std::lock_guard<std::mutex> guard(_mutex);
-    _answers.push_back({std::nullopt, buttonIndex});
-}
-
-void ScriptedUserInterface::answerTextPromptWith(std::optional<std::string> text) {
-    std::lock_guard<std::mutex> guard(_mutex);
-    _textAnswers.push_back(std::move(text));
-}
-
-std::vector<ZVAlert> ScriptedUserInterface::alerts() const {
-    std::lock_guard<std::mutex> guard(_mutex);
-    return _alerts;
-}
-
 std::vector<std::string> ScriptedUserInterface::alertMessages() const {
-    std::lock_guard<std::mutex> guard(_mutex);
     std::vector<std::string> messages;
-    for (const auto& alert : _alerts) messages.push_back(alert.messageText);
+    for (const auto& alert : alerts()) messages.push_back(alert.messageText);
     return messages;
-}
-
-std::vector<ScriptedUserInterface::TextPrompt> ScriptedUserInterface::textPrompts() const {
-    std::lock_guard<std::mutex> guard(_mutex);
-    return _textPrompts;
-}
-
-std::vector<std::pair<std::string, std::string>> ScriptedUserInterface::banners() const {
-    std::lock_guard<std::mutex> guard(_mutex);
-    return _banners;
-}
-
-int ScriptedUserInterface::beepCount() const {
-    std::lock_guard<std::mutex> guard(_mutex);
-    return _beeps;
-}
-
-int ScriptedUserInterface::activationCount() const {
-    std::lock_guard<std::mutex> guard(_mutex);
-    return _activations;
-}
-
-size_t ScriptedUserInterface::unusedAnswerCount() const {
-    std::lock_guard<std::mutex> guard(_mutex);
-    return _answers.size();
 }
 
 void ScriptedUserInterface::clearRecords() {
@@ -148,11 +66,4 @@ void ScriptedUserInterface::clearRecords() {
     _banners.clear();
     _openedURLs.clear();
     _beeps = 0;
-    _activations = 0;
-}
-
-void ScriptedUserInterface::discardUnusedAnswers() {
-    std::lock_guard<std::mutex> guard(_mutex);
-    _answers.clear();
-    _textAnswers.clear();
 }

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "ZVCurlSession.h"
-#include "ZVHelpers.h"
 #include "ZVOAuth2Client.h"
 #include "testkit/FakeServer.h"
 #include "testkit/InMemoryKeychain.h"
@@ -10,24 +9,8 @@
 namespace {
 
 std::map<std::string, std::string> formOf(const std::string& body) {
-    std::map<std::string, std::string> form;
-    size_t start = 0;
-    while (start < body.size()) {
-        size_t end = body.find('&', start);
-        if (end == std::string::npos) end = body.size();
-        std::string pair = body.substr(start, end - start);
-        auto equals = pair.find('=');
-        form[ZVPercentDecoded(pair.substr(0, equals))] = ZVPercentDecoded(pair.substr(equals + 1));
-        start = end + 1;
-    }
-    return form;
-}
-
-std::string queryValue(const std::string& url, const std::string& key) {
-    auto start = url.find(key + "=");
-    if (start == std::string::npos) return {};
-    start += key.size() + 1;
-    return ZVPercentDecoded(url.substr(start, url.find('&', start) - start));
+    const auto pairs = decodedPairs(body);
+    return {pairs.begin(), pairs.end()};
 }
 
 class ZVOAuth2ClientTests : public ::testing::Test {
@@ -47,7 +30,7 @@ protected:
         std::optional<ZVOAuth2Client::AuthorizationResult> result;
         client.startAccountAuthorization([&](const auto& r) { result = r; });
         EXPECT_TRUE(client.handleRedirect("norvofreeagent://oauth2/callback?code=the-code&state=" +
-                                          queryValue(opened.back(), "state")));
+                                          queryValueOf(opened.back(), "state")));
         EXPECT_TRUE(result);
         return result ? result->account : nullptr;
     }
@@ -71,11 +54,11 @@ TEST_F(ZVOAuth2ClientTests, codeIsTradedForTokensThatSignRequests) {
     // The browser was sent to the approval page with the client, the redirect and a state.
     const std::string& approval = opened.back();
     EXPECT_EQ(approval.rfind(server.url("/v2/approve_app?"), 0), 0u) << approval;
-    EXPECT_EQ(queryValue(approval, "client_id"), "client-22-characters!!");
-    EXPECT_EQ(queryValue(approval, "redirect_uri"), "norvofreeagent://oauth2/callback");
-    EXPECT_EQ(queryValue(approval, "response_type"), "code");
-    EXPECT_FALSE(queryValue(approval, "state").empty());
-    EXPECT_EQ(queryValue(client.authorizationURL("xyz 1"), "state"), "xyz 1");
+    EXPECT_EQ(queryValueOf(approval, "client_id"), "client-22-characters!!");
+    EXPECT_EQ(queryValueOf(approval, "redirect_uri"), "norvofreeagent://oauth2/callback");
+    EXPECT_EQ(queryValueOf(approval, "response_type"), "code");
+    EXPECT_FALSE(queryValueOf(approval, "state").empty());
+    EXPECT_EQ(queryValueOf(client.authorizationURL("xyz 1"), "state"), "xyz 1");
 
     auto tokenRequest = server.requests("/v2/token_endpoint").at(0);
     auto form = formOf(tokenRequest.body);
@@ -135,7 +118,7 @@ TEST_F(ZVOAuth2ClientTests, failuresAreReportedAndLeaveNoAccount) {
     std::vector<ZVOAuth2Client::AuthorizationResult> results;
     auto record = [&](const auto& r) { results.push_back(r); };
     client.startAccountAuthorization(record);
-    client.handleRedirect("norvofreeagent://oauth2/callback?code=c&state=" + queryValue(opened.back(), "state"));
+    client.handleRedirect("norvofreeagent://oauth2/callback?code=c&state=" + queryValueOf(opened.back(), "state"));
     client.startAccountAuthorization(record);
     client.handleRedirect("norvofreeagent://oauth2/callback?code=c&state=forged");
     client.startAccountAuthorization(record);

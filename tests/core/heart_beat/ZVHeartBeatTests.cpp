@@ -7,14 +7,12 @@
 #include "core/heart_beat/ZVHeartBeat.h"
 #include "core/heart_beat/ZVHeartBeatVein.h"
 #include "core/integrations/center/ZVIntegrationCenter.h"
-#include "core/integrations/helper/TimerTestDoubles.h"
+#include "core/integrations/IntegrationTestDoubles.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
 #include "core/notifications/ZVNotificationCenter.h"
 
 namespace {
 
-using norvo_timer_tests::RecordingIntegration;
-using norvo_timer_tests::TimerTestEnvironment;
 
 /// Records what it is told and what the heart beat's text was at that moment.
 class RecordingVein : public ZVHeartBeatVein {
@@ -104,26 +102,18 @@ TEST_F(HeartBeatTest, ClockMovedBackwardsMakesTheTimeJumpForward) {
     EXPECT_EQ(heartBeat().currentTime(), 130u);
 }
 
-struct ClockTextCase {
-    std::uint64_t seconds;
-    const char* text;
-};
-
-class HeartBeatClockTextTest : public HeartBeatTest, public testing::WithParamInterface<ClockTextCase> {};
-
-TEST_P(HeartBeatClockTextTest, VeinsReadHoursMinutesAndSeconds) {
-    RecordingVein vein;
-    heartBeat().addVein(&vein);
-    heartBeat().setCurrentTime(GetParam().seconds);
-    ASSERT_EQ(vein.texts.size(), 1u);
-    EXPECT_EQ(vein.texts[0], GetParam().text);
-    EXPECT_EQ(heartBeat().currentTimeString(), GetParam().text);
+TEST_F(HeartBeatTest, VeinsReadHoursMinutesAndSeconds) {
+    const std::pair<std::uint64_t, const char*> cases[] = {
+        {0, "00:00:00"}, {59, "00:00:59"}, {3725, "01:02:05"}, {86399, "23:59:59"}, {360000, "100:00:00"}};
+    for (const auto& [seconds, text] : cases) {
+        RecordingVein vein;
+        heartBeat().addVein(&vein);
+        heartBeat().setCurrentTime(seconds);
+        heartBeat().removeVein(&vein);
+        EXPECT_EQ(vein.texts, std::vector<std::string>{text});
+        EXPECT_EQ(heartBeat().currentTimeString(), text);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Texts, HeartBeatClockTextTest,
-                         testing::Values(ClockTextCase{0, "00:00:00"}, ClockTextCase{59, "00:00:59"},
-                                         ClockTextCase{3725, "01:02:05"}, ClockTextCase{86399, "23:59:59"},
-                                         ClockTextCase{360000, "100:00:00"}));
 
 TEST_F(HeartBeatTest, VeinsAreToldInOrderAndSeeThePreviousText) {
     RecordingVein first;

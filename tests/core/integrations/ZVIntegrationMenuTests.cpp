@@ -5,22 +5,6 @@
 
 namespace {
 
-/// A menu target that records what reaches it.
-class RecordingTarget : public ZVIntegrationProjectMenuItemTarget {
-public:
-    void selectProject(const ZVMenuItem& item) override { selected.push_back(item.representedProject()); }
-    bool respondsToMenuAction(const std::string& action) const override {
-        return action == "_editAccount:" || action == "manageNorvoProjects:";
-    }
-    void performMenuAction(const std::string& action, const ZVMenuItem& item) override {
-        actions.push_back(action);
-        edited = item.representedIntegration();
-    }
-    std::vector<ZVIntegrationProject::Pointer> selected;
-    std::vector<std::string> actions;
-    std::shared_ptr<ZVIntegration> edited;
-};
-
 std::vector<std::string> titles(const ZVMenu& menu) {
     std::vector<std::string> result;
     for (const auto& item : menu.items) result.push_back(item->isSeparator ? "---" : item->title);

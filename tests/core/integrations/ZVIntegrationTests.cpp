@@ -1,4 +1,3 @@
-#include <regex>
 #include <set>
 
 #include "ZVPaths.h"
@@ -11,11 +10,6 @@
 #include "core/log_entries/ZVTimeSetLogEntry.h"
 
 namespace {
-
-bool isUUID(const std::string& text) {
-    static const std::regex form("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
-    return std::regex_match(text, form);
-}
 
 ZVDictionary storedAccount(const std::string& className) {
     return {{"KDIntegrationClass", className}, {"KDIntegrationName", "Stored"}, {"KDIntegrationUID", "uid-1"}};
@@ -184,9 +178,7 @@ TEST_F(IntegrationTests, ProjectsWithNonZeroTimeAreLeavesWithTime) {
     account->addProject(makeNode("Leaf", "3", 1));
     account->addProject(makeNode("Idle", "4"));
 
-    std::vector<std::string> names;
-    for (const auto& node : account->projectsWithNonZeroTime()) names.push_back(node->name());
-    EXPECT_EQ(names, (std::vector<std::string>{"Timed", "Deeper", "Leaf"}));
+    EXPECT_EQ(namesOf(account->projectsWithNonZeroTime()), (std::vector<std::string>{"Timed", "Deeper", "Leaf"}));
 
     // Unposted time is found at any depth.
     auto other = ZVIntegration::makeNew<ZVTestIntegration>();

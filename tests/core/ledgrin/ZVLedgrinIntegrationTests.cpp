@@ -3,10 +3,10 @@
 #include <string>
 #include <vector>
 
-#include "ZVHelpers.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
 #include "core/ledgrin/ZVLedgrinIntegration.h"
 #include "core/log_entries/ZVTimeLogEntry.h"
+#include "testkit/FakeServer.h"
 
 namespace {
 
@@ -36,23 +36,6 @@ protected:
     ZVLedgrinIntegration& ledgrin = ZVLedgrinIntegration::sharedIntegration();
     std::shared_ptr<FakeLedgrinEnvironment> environment = std::make_shared<FakeLedgrinEnvironment>();
 };
-
-/// The query of a "ledgrin://timeentry?" URL as decoded pairs, in order.
-std::vector<std::pair<std::string, std::string>> queryPairs(const std::string& url) {
-    const std::string prefix = "ledgrin://timeentry?";
-    EXPECT_EQ(url.rfind(prefix, 0), 0u) << url;
-    std::vector<std::pair<std::string, std::string>> pairs;
-    std::string query = url.substr(prefix.size());
-    size_t start = 0;
-    while (start <= query.size()) {
-        const size_t end = std::min(query.find('&', start), query.size());
-        const std::string pair = query.substr(start, end - start);
-        const size_t equals = pair.find('=');
-        pairs.emplace_back(ZVPercentDecoded(pair.substr(0, equals)), ZVPercentDecoded(pair.substr(equals + 1)));
-        start = end + 1;
-    }
-    return pairs;
-}
 
 }  // namespace
 
@@ -118,7 +101,9 @@ TEST_F(ZVLedgrinIntegrationTest, TimeEntryOfAProjectInHoursWithItsLastNoteIsHand
 TEST_F(ZVLedgrinIntegrationTest, URLCarriesTimePriceAndEscapedNote) {
     const std::string url = ZVLedgrinIntegration::invoiceItemURL({80.5, "Footer & header = 100% done?", 1.5});
     EXPECT_EQ(url.find(' '), std::string::npos);
-    const auto pairs = queryPairs(url);
+    const std::string prefix = "ledgrin://timeentry?";
+    ASSERT_EQ(url.rfind(prefix, 0), 0u) << url;
+    const auto pairs = decodedPairs(url.substr(prefix.size()));
     ASSERT_EQ(pairs.size(), 3u);
     EXPECT_EQ(pairs[0], std::make_pair(std::string("time"), std::string("1.5")));
     EXPECT_EQ(pairs[1], std::make_pair(std::string("price"), std::string("80.5")));

@@ -35,39 +35,34 @@ struct FactoryCase {
     const char* errorName;  // the name in the error line, or nullptr when there is none
 };
 
-class LogEntryFactoryTest : public testing::TestWithParam<FactoryCase> {};
-
-TEST_P(LogEntryFactoryTest, BuildsTheNamedClassOrNothing) {
-    const FactoryCase& row = GetParam();
-    ZVDictionary dictionary{{"KDLogEntryText", "Writing"}, {"KDLogEntryDate", ManualClock::defaultStart()}};
-    if (!row.storedClass.isNull()) dictionary["KDLogEntryClass"] = row.storedClass;
-
-    LogCapture log;
-    const auto entry = ZVLogEntry::logEntryWithDictionary(dictionary);
-
-    EXPECT_EQ(kindOf(entry), row.expected);
-    if (row.errorName) {
-        EXPECT_TRUE(log.contains(std::string("******** ERROR: Cannot find class named ") + row.errorName + "!"));
-    } else {
-        EXPECT_FALSE(log.contains("Cannot find class named"));
+TEST(LogEntryFactoryTest, BuildsTheNamedClassOrNothing) {
+    const FactoryCase cases[] = {
+        {"missing", ZVValue(), Kind::run, nullptr},
+        {"number", ZVValue(7), Kind::run, nullptr},
+        {"oldReset", ZVValue("KDResetLogEntry"), Kind::reset, nullptr},
+        {"reset", ZVValue("Norvo.ZVResetLogEntry"), Kind::reset, nullptr},
+        {"oldRun", ZVValue("KDTimeLogEntry"), Kind::run, nullptr},
+        {"timeSet", ZVValue("Norvo.ZVTimeSetLogEntry"), Kind::timeSet, nullptr},
+        {"oldTimeSet", ZVValue("KDTimeSetLogEntry"), Kind::timeSet, nullptr},
+        {"base", ZVValue("Norvo.ZVLogEntry"), Kind::base, nullptr},
+        {"withoutModule", ZVValue("ZVResetLogEntry"), Kind::none, "ZVResetLogEntry"},
+        {"oldUnknown", ZVValue("KDCoffeeBreak"), Kind::none, "Norvo.ZVCoffeeBreak"},
+        {"notAnEntry", ZVValue("Norvo.ZVIntegrationProject"), Kind::none, "Norvo.ZVIntegrationProject"},
+    };
+    for (const FactoryCase& row : cases) {
+        SCOPED_TRACE(row.label);
+        ZVDictionary dictionary{{"KDLogEntryText", "Writing"}, {"KDLogEntryDate", ManualClock::defaultStart()}};
+        if (!row.storedClass.isNull()) dictionary["KDLogEntryClass"] = row.storedClass;
+        LogCapture log;
+        const auto entry = ZVLogEntry::logEntryWithDictionary(dictionary);
+        EXPECT_EQ(kindOf(entry), row.expected);
+        if (row.errorName) {
+            EXPECT_TRUE(log.contains(std::string("******** ERROR: Cannot find class named ") + row.errorName + "!"));
+        } else {
+            EXPECT_FALSE(log.contains("Cannot find class named"));
+        }
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    StoredClassNames, LogEntryFactoryTest,
-    testing::Values(FactoryCase{"missing", ZVValue(), Kind::run, nullptr},
-                    FactoryCase{"number", ZVValue(7), Kind::run, nullptr},
-                    FactoryCase{"oldReset", ZVValue("KDResetLogEntry"), Kind::reset, nullptr},
-                    FactoryCase{"reset", ZVValue("Norvo.ZVResetLogEntry"), Kind::reset, nullptr},
-                    FactoryCase{"oldRun", ZVValue("KDTimeLogEntry"), Kind::run, nullptr},
-                    FactoryCase{"timeSet", ZVValue("Norvo.ZVTimeSetLogEntry"), Kind::timeSet, nullptr},
-                    FactoryCase{"oldTimeSet", ZVValue("KDTimeSetLogEntry"), Kind::timeSet, nullptr},
-                    FactoryCase{"base", ZVValue("Norvo.ZVLogEntry"), Kind::base, nullptr},
-                    FactoryCase{"withoutModule", ZVValue("ZVResetLogEntry"), Kind::none, "ZVResetLogEntry"},
-                    FactoryCase{"oldUnknown", ZVValue("KDCoffeeBreak"), Kind::none, "Norvo.ZVCoffeeBreak"},
-                    FactoryCase{"notAnEntry", ZVValue("Norvo.ZVIntegrationProject"), Kind::none,
-                                "Norvo.ZVIntegrationProject"}),
-    [](const testing::TestParamInfo<FactoryCase>& row) { return std::string(row.param.label); });
 
 TEST(LogEntryTest, BareBaseEntryHasTextButNoDate) {
     const auto entry = ZVLogEntry::logEntryWithDictionary({{"KDLogEntryClass", "Norvo.ZVLogEntry"}, {"KDLogEntryText", "x"}});

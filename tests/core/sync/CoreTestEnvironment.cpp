@@ -2,11 +2,6 @@
 
 #include <chrono>
 
-#include "ZVPreferences.h"
-#include "core/heart_beat/ZVHeartBeat.h"
-#include "core/integrations/center/ZVIntegrationCenter.h"
-#include "core/integrations/helper/ZVIntegrationProject.h"
-#include "core/integrations/local/ZVNorvoIntegration.h"
 #include "core/notifications/ZVNotificationCenter.h"
 #include "core/sync/TestServiceIntegration.h"
 #include "core/sync/ZVSynchronizationThread.h"
@@ -24,9 +19,7 @@ CoreTestEnvironment::CoreTestEnvironment() {
 
 CoreTestEnvironment::~CoreTestEnvironment() {
     if (ZVIntegrationCenter::sharedIfExists()) waitForSynchronization();
-    ZVIntegrationCenter::resetShared();
-    ZVHeartBeat::resetSharedHeartBeat();
-    ZVNorvoIntegration::resetSharedIntegration();
+    resetSharedObjects();
     for (auto token : _observerTokens) ZVNotificationCenter::shared().removeObserver(token);
 }
 

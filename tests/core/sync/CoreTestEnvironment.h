@@ -7,22 +7,15 @@
 #include <string>
 #include <vector>
 
-#include "testkit/InMemoryKeychain.h"
-#include "testkit/ManualClock.h"
+#include "core/integrations/IntegrationTestDoubles.h"
 #include "testkit/ManualMainQueue.h"
-#include "testkit/ManualTimerFactory.h"
-#include "testkit/ScriptedUserInterface.h"
-#include "testkit/TemporaryHome.h"
 
 class TestServiceIntegration;
-class ZVIntegrationCenter;
-class ZVIntegrationProject;
 
-/// Everything a test of the time tracking core runs in: a throw-away home,
-/// a key store in memory, a manual clock, timers and main queue, and a
-/// scripted user. The shared centre, heart beat and local account are
-/// dropped at the end.
-struct CoreTestEnvironment {
+/// Everything a test of the time tracking core runs in: the timer's
+/// environment, a manual main queue, and the runs of the synchronization
+/// counted, so that a test can wait for them.
+struct CoreTestEnvironment : TimerTestEnvironment {
     CoreTestEnvironment();
     ~CoreTestEnvironment();
 
@@ -41,12 +34,7 @@ struct CoreTestEnvironment {
                                                      std::uint64_t time, const std::string& name = {});
     void setCurrentProject(const std::shared_ptr<ZVIntegrationProject>& project);
 
-    TemporaryHome home;
-    InMemoryKeychain keychain;
-    ManualClock clock;
-    ManualTimerFactory timers{clock};
     ManualMainQueue mainQueue;
-    ScriptedUserInterface ui;
 
 private:
     // Every run posts its start and its end; the count of runs in progress

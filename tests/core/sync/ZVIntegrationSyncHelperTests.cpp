@@ -53,12 +53,6 @@ protected:
         helper.mergeProjects(local, nullptr, remote);
     }
 
-    static std::vector<std::string> names(const ProjectList& projects) {
-        std::vector<std::string> result;
-        for (const auto& project : projects) result.push_back(project->name());
-        return result;
-    }
-
     CoreTestEnvironment env;
     std::shared_ptr<TestServiceIntegration> account;
 };
@@ -85,7 +79,7 @@ TEST_F(MergeTest, DuplicateRemoteNodesMergeIntoTheFirstOne) {
     // The second listing of the node is merged into the first as a refresh
     // would be: its children are the ones that survive, and "a", without
     // time, is gone from it.
-    EXPECT_EQ(names(first->subprojects()), (std::vector<std::string>{"b"}));
+    EXPECT_EQ(namesOf(first->subprojects()), (std::vector<std::string>{"b"}));
 }
 
 TEST_F(MergeTest, VanishedNodesWithoutTimeGoSilentlyAndAParentWithTimeIsAskedAbout) {
@@ -95,7 +89,7 @@ TEST_F(MergeTest, VanishedNodesWithoutTimeGoSilentlyAndAParentWithTimeIsAskedAbo
     ProjectList projects{node("Empty", "1"), parent, node("Also empty", "2")};
     env.ui.answerWith("Remove");
     merge(projects, {});
-    EXPECT_EQ(names(parent->subprojects()), (std::vector<std::string>{"Five"}));
+    EXPECT_EQ(namesOf(parent->subprojects()), (std::vector<std::string>{"Five"}));
     ASSERT_EQ(env.ui.alerts().size(), 1u);
     const auto alert = env.ui.alerts()[0];
     EXPECT_EQ(alert.messageText, questionFor("Parent"));

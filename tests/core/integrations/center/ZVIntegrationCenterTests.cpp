@@ -18,7 +18,7 @@
 #include "core/heart_beat/ZVHeartBeat.h"
 #include "core/integrations/center/ZVDatabaseJournal.h"
 #include "core/integrations/center/ZVIntegrationCenter.h"
-#include "core/integrations/helper/TimerTestDoubles.h"
+#include "core/integrations/IntegrationTestDoubles.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
 #include "core/integrations/local/ZVNorvoIntegration.h"
 #include "core/log_entries/ZVResetLogEntry.h"
@@ -28,8 +28,6 @@
 
 namespace {
 
-using norvo_timer_tests::RecordingIntegration;
-using norvo_timer_tests::TimerTestEnvironment;
 using Pointer = ZVIntegrationProject::Pointer;
 namespace fs = std::filesystem;
 
@@ -133,23 +131,15 @@ TEST_F(IntegrationCenterTest, WithoutAFileThereIsOnlyTheLocalAccount) {
     EXPECT_FALSE(fs::exists(databasePath()));
 }
 
-struct SyncPeriodCase {
-    std::optional<std::int64_t> stored;
-    std::int64_t period;
-};
-
-class IntegrationCenterSyncPeriodTest : public IntegrationCenterTest,
-                                        public testing::WithParamInterface<SyncPeriodCase> {};
-
-TEST_P(IntegrationCenterSyncPeriodTest, PeriodsBelowFiveMinutesFallBackToAnHour) {
-    if (GetParam().stored) setStoredPreference("KDIntegrationCenterSyncPeriod", ZVValue(*GetParam().stored));
-    EXPECT_EQ(center().syncPeriod(), GetParam().period);
+TEST_F(IntegrationCenterTest, SyncPeriodsBelowFiveMinutesFallBackToAnHour) {
+    EXPECT_EQ(center().syncPeriod(), 3600) << "without a stored period";
+    const std::pair<std::int64_t, std::int64_t> cases[] = {{299, 3600}, {300, 300}, {7200, 7200}, {-1, 3600}};
+    for (const auto& [stored, period] : cases) {
+        restart();
+        setStoredPreference("KDIntegrationCenterSyncPeriod", ZVValue(stored));
+        EXPECT_EQ(center().syncPeriod(), period) << stored;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Periods, IntegrationCenterSyncPeriodTest,
-                         testing::Values(SyncPeriodCase{std::nullopt, 3600}, SyncPeriodCase{299, 3600},
-                                         SyncPeriodCase{300, 300}, SyncPeriodCase{7200, 7200},
-                                         SyncPeriodCase{-1, 3600}));
 
 TEST_F(IntegrationCenterTest, AccountsWithTreesAndLogsSurviveARestart) {
     auto first = accountWithTree("Client A");

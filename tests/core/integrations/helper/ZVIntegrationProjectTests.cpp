@@ -3,13 +3,12 @@
 #include <chrono>
 #include <limits>
 #include <optional>
-#include <regex>
 #include <string>
 #include <type_traits>
 
 #include "core/heart_beat/ZVHeartBeat.h"
 #include "core/integrations/center/ZVIntegrationCenter.h"
-#include "core/integrations/helper/TimerTestDoubles.h"
+#include "core/integrations/IntegrationTestDoubles.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
 #include "core/integrations/local/ZVNorvoIntegration.h"
 #include "core/log_entries/ZVResetLogEntry.h"
@@ -17,8 +16,6 @@
 
 namespace {
 
-using norvo_timer_tests::RecordingIntegration;
-using norvo_timer_tests::TimerTestEnvironment;
 using Pointer = ZVIntegrationProject::Pointer;
 using OptionalID = std::optional<std::string>;
 
@@ -51,69 +48,56 @@ Pointer withIdentity(const Identity& identity, const std::string& name) {
     return project;
 }
 
-class ProjectEqualityTest : public testing::TestWithParam<EqualityCase> {};
-
-TEST_P(ProjectEqualityTest, ComparesRemoteIdentifiersOnly) {
-    const auto& row = GetParam();
-    auto first = withIdentity(row.first, "One");
-    auto second = withIdentity(row.second, "Two");
-    first->setTimeWithoutSaving(10);
-    EXPECT_EQ(first->isEqualToProject(*second), row.equal);
-    EXPECT_EQ(second->isEqualToProject(*first), row.equal);
+TEST(ProjectEqualityTest, ComparesRemoteIdentifiersOnly) {
+    const auto none = std::nullopt;
+    const EqualityCase cases[] = {
+        {"sameProjectID", {"1", none, none, none}, {"1", none, none, none}, true},
+        {"otherProjectID", {"1", none, none, none}, {"2", none, none, none}, false},
+        {"emptySubprojectIDsAreBlank", {"1", "", none, none}, {"1", "", none, none}, true},
+        {"emptyAgainstAbsentIsBlankToo", {"1", "", none, none}, {"1", none, "", none}, true},
+        {"emptySubprojectAgainstAdditionalOnly", {"1", "", none, none}, {"1", none, "7", none}, false},
+        {"sameSubprojectID", {"1", "a", none, none}, {"1", "a", none, none}, true},
+        {"otherSubprojectID", {"1", "a", none, none}, {"1", "b", none, none}, false},
+        {"subprojectAgainstAbsent", {"1", "a", none, none}, {"1", none, none, none}, false},
+        {"subprojectAgainstEmpty", {"1", "a", none, none}, {"1", "", none, none}, false},
+        {"sameSubprojectOtherProject", {"1", "a", none, none}, {"2", "a", none, none}, false},
+        {"allThreeEqual", {"1", "a", "x", none}, {"1", "a", "x", none}, true},
+        {"otherAdditionalID", {"1", "a", "x", none}, {"1", "a", "y", none}, false},
+        {"additionalAgainstAbsent", {"1", "a", "x", none}, {"1", "a", none, none}, false},
+        {"fourthIDPlaysNoPart", {"1", "a", none, "p"}, {"1", "a", none, "q"}, true},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.label);
+        auto first = withIdentity(row.first, "One");
+        auto second = withIdentity(row.second, "Two");
+        first->setTimeWithoutSaving(10);
+        EXPECT_EQ(first->isEqualToProject(*second), row.equal);
+        EXPECT_EQ(second->isEqualToProject(*first), row.equal);
+    }
 }
-
-const auto none = std::nullopt;
-
-INSTANTIATE_TEST_SUITE_P(
-    IdentityRules, ProjectEqualityTest,
-    testing::Values(
-        EqualityCase{"sameProjectID", {"1", none, none, none}, {"1", none, none, none}, true},
-        EqualityCase{"otherProjectID", {"1", none, none, none}, {"2", none, none, none}, false},
-        EqualityCase{"emptySubprojectIDsAreBlank", {"1", "", none, none}, {"1", "", none, none}, true},
-        EqualityCase{"emptyAgainstAbsentIsBlankToo", {"1", "", none, none}, {"1", none, "", none}, true},
-        EqualityCase{"emptySubprojectAgainstAdditionalOnly", {"1", "", none, none}, {"1", none, "7", none}, false},
-        EqualityCase{"sameSubprojectID", {"1", "a", none, none}, {"1", "a", none, none}, true},
-        EqualityCase{"otherSubprojectID", {"1", "a", none, none}, {"1", "b", none, none}, false},
-        EqualityCase{"subprojectAgainstAbsent", {"1", "a", none, none}, {"1", none, none, none}, false},
-        EqualityCase{"subprojectAgainstEmpty", {"1", "a", none, none}, {"1", "", none, none}, false},
-        EqualityCase{"sameSubprojectOtherProject", {"1", "a", none, none}, {"2", "a", none, none}, false},
-        EqualityCase{"allThreeEqual", {"1", "a", "x", none}, {"1", "a", "x", none}, true},
-        EqualityCase{"otherAdditionalID", {"1", "a", "x", none}, {"1", "a", "y", none}, false},
-        EqualityCase{"additionalAgainstAbsent", {"1", "a", "x", none}, {"1", "a", none, none}, false},
-        EqualityCase{"fourthIDPlaysNoPart", {"1", "a", none, "p"}, {"1", "a", none, "q"}, true}),
-    [](const testing::TestParamInfo<EqualityCase>& row) { return std::string(row.param.label); });
 
 // Time and its save threshold.
 
-struct SaveCase {
-    std::uint64_t from;
-    std::uint64_t to;
-    bool saves;
-};
-
-class ProjectTimeSaveTest : public testing::TestWithParam<SaveCase> {};
-
-TEST_P(ProjectTimeSaveTest, SavesTheAccountFromAChangeOfThreeSeconds) {
-    const auto& row = GetParam();
-    auto account = RecordingIntegration::make("Work");
-    auto project = node("Task");
-    project->setIntegration(account);
-    project->setTimeWithoutSaving(row.from);
-
-    project->setTime(row.to);
-    EXPECT_EQ(project->time(), row.to);
-    EXPECT_EQ(account->saveCount, row.saves ? 1 : 0);
+TEST(ProjectTimeTest, SavesTheAccountFromAChangeOfThreeSeconds) {
+    const struct {
+        std::uint64_t from, to;
+        bool saves;
+    } cases[] = {{10, 12, false}, {10, 13, true}, {13, 10, true}, {12, 10, false}, {10, 10, false}, {0, 3600, true}};
+    for (const auto& row : cases) {
+        SCOPED_TRACE(std::to_string(row.from) + " -> " + std::to_string(row.to));
+        auto account = RecordingIntegration::make("Work");
+        auto project = node("Task", row.from);
+        project->setIntegration(account);
+        project->setTime(row.to);
+        EXPECT_EQ(project->time(), row.to);
+        EXPECT_EQ(account->saveCount, row.saves ? 1 : 0);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Threshold, ProjectTimeSaveTest,
-                         testing::Values(SaveCase{10, 12, false}, SaveCase{10, 13, true}, SaveCase{13, 10, true},
-                                         SaveCase{12, 10, false}, SaveCase{10, 10, false}, SaveCase{0, 3600, true}));
 
 TEST(ProjectTimeDeathTest, ChangesThatCannotBeSavedAreProgrammingErrors) {
     auto orphan = node("Orphan", 10);
     orphan->setTime(12);  // below the threshold nothing needs the account
     EXPECT_DEATH(orphan->setTime(20), "");
-
 }
 
 TEST(ProjectTimeTest, TimesOutOfRangeAreBroughtIntoRangeNotFatal) {
@@ -229,9 +213,7 @@ TEST(ProjectTreeTest, SortingIsByteWiseAndOnlyOneLevel) {
     root->addSubproject(node("\u00c4pfel"));
 
     root->sortSubprojectsByName();
-    std::vector<std::string> names;
-    for (const auto& child : root->subprojects()) names.push_back(child->name());
-    EXPECT_EQ(names, (std::vector<std::string>{"B", "a", "b", "\u00c4pfel"}));
+    EXPECT_EQ(namesOf(root->subprojects()), (std::vector<std::string>{"B", "a", "b", "\u00c4pfel"}));
     EXPECT_EQ(lower->subprojects()[0]->name(), "z");
 }
 
@@ -320,25 +302,15 @@ TEST(ProjectLogStringTest, LongLogIsBuiltInOnePass) {
     EXPECT_GT(text.size(), static_cast<std::size_t>(entries) * 10);
 }
 
-struct TotalCase {
-    std::uint64_t seconds;
-    const char* text;
-};
-
-class ProjectTotalTimeTest : public testing::TestWithParam<TotalCase> {};
-
-TEST_P(ProjectTotalTimeTest, CountsHoursModuloSixty) {
-    auto project = node("Task", GetParam().seconds);
-    EXPECT_EQ(project->totalTimeString(), GetParam().text);
+TEST(ProjectTotalTimeTest, CountsHoursModuloSixty) {
+    const std::pair<std::uint64_t, const char*> cases[] = {
+        {0, "0 SECONDS"},           {59, "59 SECONDS"},          {60, "1 MINUTE 0 SECONDS"},
+        {3599, "59 MINUTES 59 SECONDS"}, {3600, "1 HOUR 0 MINUTES"}, {3725, "1 HOUR 2 MINUTES"},
+        {7321, "2 HOURS 2 MINUTES"},  {215999, "59 HOURS 59 MINUTES"}, {216000, "0 SECONDS"},
+        {216061, "1 MINUTE 1 SECOND"}, {219600, "1 HOUR 0 MINUTES"},
+    };
+    for (const auto& [seconds, text] : cases) EXPECT_EQ(node("Task", seconds)->totalTimeString(), text) << seconds;
 }
-
-INSTANTIATE_TEST_SUITE_P(Totals, ProjectTotalTimeTest,
-                         testing::Values(TotalCase{0, "0 SECONDS"}, TotalCase{59, "59 SECONDS"},
-                                         TotalCase{60, "1 MINUTE 0 SECONDS"}, TotalCase{3599, "59 MINUTES 59 SECONDS"},
-                                         TotalCase{3600, "1 HOUR 0 MINUTES"}, TotalCase{3725, "1 HOUR 2 MINUTES"}, TotalCase{7321, "2 HOURS 2 MINUTES"},
-                                         TotalCase{215999, "59 HOURS 59 MINUTES"}, TotalCase{216000, "0 SECONDS"},
-                                         TotalCase{216061, "1 MINUTE 1 SECOND"},
-                                         TotalCase{219600, "1 HOUR 0 MINUTES"}));
 
 // The dictionary form.
 
@@ -355,11 +327,10 @@ TEST(ProjectDictionaryTest, WrongTypesReadAsDefaultsAndAMissingIdentifierAsAFres
     EXPECT_TRUE(project->logEntries().empty());
     EXPECT_FALSE(project->hasSubprojects());
 
-    const std::regex uuid("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
     auto second = ZVIntegrationProject::createWithDictionary(dictionary, {});
-    EXPECT_TRUE(std::regex_match(project->projectID(), uuid)) << project->projectID();
+    EXPECT_TRUE(isUUID(project->projectID())) << project->projectID();
     EXPECT_NE(project->projectID(), second->projectID());
-    EXPECT_TRUE(std::regex_match(ZVIntegrationProject::create()->projectID(), uuid));
+    EXPECT_TRUE(isUUID(ZVIntegrationProject::create()->projectID()));
 }
 
 TEST(ProjectDictionaryTest, RecordsThatCannotBeReadAreSkipped) {

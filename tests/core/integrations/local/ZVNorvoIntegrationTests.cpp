@@ -7,12 +7,6 @@
 
 namespace {
 
-std::vector<std::string> projectNames(const ZVIntegration& account) {
-    std::vector<std::string> names;
-    for (const auto& project : account.availableProjects()) names.push_back(project->name());
-    return names;
-}
-
 std::vector<std::string> storedNames() {
     std::vector<std::string> names;
     const auto stored = ZVPreferences::shared().value("KDNorvoIntegration");
@@ -89,7 +83,7 @@ TEST_F(NorvoIntegrationTests, EmptyOrTakenNamesAreRefusedWithTheirAlerts) {
             EXPECT_EQ(ui.alerts()[0].informativeText, "Please, choose a different name.");
             EXPECT_EQ(ui.alerts()[0].buttons, (std::vector<std::string>{"OK"}));
         }
-        EXPECT_EQ(projectNames(*local), c.namesAfter);
+        EXPECT_EQ(namesOf(local->availableProjects()), c.namesAfter);
     }
     EXPECT_EQ(ui.unusedAnswerCount(), 0u);
 }
@@ -100,26 +94,17 @@ TEST_F(NorvoIntegrationTests, MovingReordersWithoutSaving) {
         local->addProjectAction();
     }
     local->moveProjectAtIndex(0, 2);
-    EXPECT_EQ(projectNames(*local), (std::vector<std::string>{"B", "C", "A"}));
+    EXPECT_EQ(namesOf(local->availableProjects()), (std::vector<std::string>{"B", "C", "A"}));
     EXPECT_EQ(storedNames(), (std::vector<std::string>{"A", "B", "C"}));
     local->moveProjectAtIndex(2, 0);
     local->moveProjectAtIndex(7, 0);
-    EXPECT_EQ(projectNames(*local), (std::vector<std::string>{"A", "B", "C"}));
+    EXPECT_EQ(namesOf(local->availableProjects()), (std::vector<std::string>{"A", "B", "C"}));
     local->save();
     EXPECT_EQ(storedNames(), (std::vector<std::string>{"A", "B", "C"}));
 }
 
 TEST_F(NorvoIntegrationTests, MenuHasRemoveAlternatesAndLocalUtilityItemsOnly) {
-    class Target : public ZVIntegrationProjectMenuItemTarget {
-    public:
-        void selectProject(const ZVMenuItem&) override {}
-        bool respondsToMenuAction(const std::string& action) const override {
-            return action == "manageNorvoProjects:";
-        }
-        void performMenuAction(const std::string& action, const ZVMenuItem&) override { performed = action; }
-        std::string performed;
-    } target;
-
+    RecordingTarget target;
     auto empty = local->integrationMenu(&target, nullptr, true);
     ASSERT_EQ(empty->size(), 4u);
     EXPECT_EQ(empty->items[0]->title, "No Projects");
@@ -130,7 +115,7 @@ TEST_F(NorvoIntegrationTests, MenuHasRemoveAlternatesAndLocalUtilityItemsOnly) {
     EXPECT_EQ(empty->itemWithTitle("Synchronize Now"), nullptr);
     EXPECT_EQ(empty->itemWithTitle("Post All Times"), nullptr);
     empty->items[3]->perform();
-    EXPECT_EQ(target.performed, "manageNorvoProjects:");
+    EXPECT_EQ(target.actions, std::vector<std::string>{"manageNorvoProjects:"});
 
     ui.answerTextPromptWith("Beta");
     empty->items[2]->perform();  // "Add Project..."

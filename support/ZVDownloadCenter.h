@@ -55,6 +55,9 @@ public:
     /// The owner is not owned and may be null. Without a session the shared
     /// one is used.
     explicit ZVDownloadCenter(ZVDownloadCenterOwner* owner = nullptr, std::shared_ptr<ZVHTTPSession> session = nullptr);
+    /// Centres that sign their requests derive from this one and are owned
+    /// through it.
+    virtual ~ZVDownloadCenter() = default;
 
     /// GET unless the modifier sets another method; the body parsed as JSON.
     std::optional<nlohmann::json> downloadJSON(const std::optional<std::string>& url,

@@ -400,6 +400,10 @@ int killLoss(const std::string& home, int kills) {
 int load(const std::string& home) {
     useHome(home);
     loadCenter();
+    // What stays resident once the reading is over, beside the peak.
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("VmRSS:")) report("resident_after_load_mb", std::stod(line.substr(6)) / 1024);
     std::_Exit(0);
 }
 

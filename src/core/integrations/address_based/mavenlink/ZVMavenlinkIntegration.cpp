@@ -69,7 +69,9 @@ ZVIntegration::ProjectList ZVMavenlinkIntegration::loadRemoteProjects() {
 
     const auto self = shared_from_this();
     std::unordered_map<std::string, ZVIntegrationProject::Pointer> nodes;
-    for (const auto& [id, workspace] : workspaces) {
+    for (const auto& entry : workspaces) {
+        const std::string& id = entry.first;
+        const nlohmann::json& workspace = entry.second;
         const auto title = ZVListing::text(ZVJSON::value(workspace, "title"));
         if (!title) {
             ZVLog([&] { return "No title in workspace " + workspace.dump(); });
@@ -101,7 +103,8 @@ ZVIntegration::ProjectList ZVMavenlinkIntegration::loadRemoteProjects() {
         parent->second->addSubproject(ZVIntegrationProject::create(*title, workspaceID, *id));
     }
     ProjectList result;
-    for (auto& [id, workspace] : nodes) {
+    for (auto& entry : nodes) {
+        const ZVIntegrationProject::Pointer& workspace = entry.second;
         if (!workspace->hasSubprojects()) {
             ZVLog([&] {
                 return "Workspace " + workspace->name() + " has no subprojects, skipping.";

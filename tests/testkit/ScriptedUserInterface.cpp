@@ -53,6 +53,36 @@ std::optional<std::string> ScriptedUserInterface::runModalWithTextField(const ZV
     return answer;
 }
 
+std::optional<std::size_t> ScriptedUserInterface::runModalWithChoice(const ZVAlert& alert,
+                                                                     const std::vector<std::string>& choices,
+                                                                     std::size_t preselected) {
+    std::lock_guard<std::mutex> guard(_mutex);
+    _choicePrompts.push_back({alert, choices, preselected});
+    if (_choiceAnswers.empty()) {
+        if (_requiresScriptedAnswers) ADD_FAILURE() << "a choice without a scripted answer: " << alert.messageText;
+        return preselected;
+    }
+    const auto answer = _choiceAnswers.front();
+    _choiceAnswers.pop_front();
+    if (!answer) return std::nullopt;
+    const auto found = std::find(choices.begin(), choices.end(), *answer);
+    if (found == choices.end()) {
+        ADD_FAILURE() << "The pop-up of \"" << alert.messageText << "\" has no choice \"" << *answer << "\"";
+        return std::nullopt;
+    }
+    return static_cast<std::size_t>(found - choices.begin());
+}
+
+void ScriptedUserInterface::answerChoiceWith(std::optional<std::string> title) {
+    std::lock_guard<std::mutex> guard(_mutex);
+    _choiceAnswers.push_back(std::move(title));
+}
+
+std::vector<ScriptedUserInterface::ChoicePrompt> ScriptedUserInterface::choicePrompts() const {
+    std::lock_guard<std::mutex> guard(_mutex);
+    return _choicePrompts;
+}
+
 void ScriptedUserInterface::setAlertObserver(std::function<void(const ZVAlert&)> observer) {
     std::lock_guard<std::mutex> guard(_mutex);
     _alertObserver = std::move(observer);
@@ -138,13 +168,14 @@ int ScriptedUserInterface::activationCount() const {
 
 size_t ScriptedUserInterface::unusedAnswerCount() const {
     std::lock_guard<std::mutex> guard(_mutex);
-    return _answers.size();
+    return _answers.size() + _choiceAnswers.size();
 }
 
 void ScriptedUserInterface::clearRecords() {
     std::lock_guard<std::mutex> guard(_mutex);
     _alerts.clear();
     _textPrompts.clear();
+    _choicePrompts.clear();
     _banners.clear();
     _openedURLs.clear();
     _beeps = 0;
@@ -155,4 +186,5 @@ void ScriptedUserInterface::discardUnusedAnswers() {
     std::lock_guard<std::mutex> guard(_mutex);
     _answers.clear();
     _textAnswers.clear();
+    _choiceAnswers.clear();
 }

@@ -20,6 +20,11 @@ public:
         ZVAlert alert;
         std::string initialText;
     };
+    struct ChoicePrompt {
+        ZVAlert alert;
+        std::vector<std::string> choices;
+        std::size_t preselected = 0;
+    };
 
     ScriptedUserInterface();
     ~ScriptedUserInterface() override;
@@ -29,6 +34,9 @@ public:
     ZVAlertResponse runModal(const ZVAlert& alert) override;
     std::optional<std::string> runModalWithTextField(const ZVAlert& alert, const std::string& initialText,
                                                      bool secure) override;
+    /// Answers with the next scripted choice, or the preselected one.
+    std::optional<std::size_t> runModalWithChoice(const ZVAlert& alert, const std::vector<std::string>& choices,
+                                                  std::size_t preselected) override;
     /// Recorded with the modal alerts; it uses no scripted answer.
     void showAlert(const ZVAlert& alert) override;
     void beep() override;
@@ -45,6 +53,8 @@ public:
     void answerWithIndex(int buttonIndex);
     /// The next text prompt gives this text; nothing means "Cancel".
     void answerTextPromptWith(std::optional<std::string> text);
+    /// The next pop-up alert gives the choice of that title; nothing means "Cancel".
+    void answerChoiceWith(std::optional<std::string> title);
     /// Runs while each alert is up, before it is answered (what the user or
     /// a timer might do meanwhile).
     void setAlertObserver(std::function<void(const ZVAlert&)> observer);
@@ -52,6 +62,7 @@ public:
     std::vector<ZVAlert> alerts() const;
     std::vector<std::string> alertMessages() const;
     std::vector<TextPrompt> textPrompts() const;
+    std::vector<ChoicePrompt> choicePrompts() const;
     std::vector<std::pair<std::string, std::string>> banners() const;
     int beepCount() const;
     int activationCount() const;
@@ -74,6 +85,8 @@ private:
     std::deque<std::optional<std::string>> _textAnswers;
     std::vector<ZVAlert> _alerts;
     std::vector<TextPrompt> _textPrompts;
+    std::deque<std::optional<std::string>> _choiceAnswers;
+    std::vector<ChoicePrompt> _choicePrompts;
     std::vector<std::pair<std::string, std::string>> _banners;
     std::vector<std::string> _openedURLs;
     bool _requiresScriptedAnswers = false;

@@ -16,6 +16,7 @@
 #include "core/integrations/address_based/jira/ZVJIRAIntegration.h"
 #include "core/integrations/address_based/kashflow/ZVKashflowIntegration.h"
 #include "core/integrations/address_based/mavenlink/ZVMavenlinkIntegration.h"
+#include "core/integrations/address_based/redmine/ZVRedmineIntegration.h"
 #include "core/integrations/address_based/teambox/ZVTeamboxIntegration.h"
 
 namespace {
@@ -309,6 +310,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .authenticationType = Auth::apiToken,
         .sslSupport = SSL::optional,
         .setupViewName = "Redmine",
+        .make = built<ZVRedmineIntegration>(),
     },
     {
         .className = "Norvo.ZVRoninIntegration",

@@ -11,6 +11,7 @@
 #include "ZVLog.h"
 
 // Service classes, one include each, in the order of the table.
+#include "core/integrations/address_based/activecollab/ZVActiveCollab5Integration.h"
 #include "core/integrations/address_based/freeagent/ZVFreeAgentIntegration.h"
 #include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
 #include "core/integrations/address_based/jira/ZVJIRAIntegration.h"
@@ -44,6 +45,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .sslSupport = SSL::optional,
         .usernameLabel = ZVLocalizable("Email"),
         .setupViewName = "ActiveCollab5",
+        .make = built<ZVActiveCollab5Integration>(),
     },
     {
         .className = "Norvo.ZVActiveCollabIntegration",

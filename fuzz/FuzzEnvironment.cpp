@@ -63,6 +63,10 @@ public:
     std::optional<std::string> runModalWithTextField(const ZVAlert&, const std::string&, bool) override {
         return std::nullopt;
     }
+    std::optional<std::size_t> runModalWithChoice(const ZVAlert&, const std::vector<std::string>&,
+                                                  std::size_t) override {
+        return std::nullopt;
+    }
     void beep() override {}
     void showBanner(const std::string&, const std::string&) override {}
     bool openURL(const std::string&) override { return false; }

@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QDesktopServices>
 #include <QDialog>
 #include <QElapsedTimer>
@@ -146,10 +147,12 @@ void ZVQtUserInterface::showAlert(const ZVAlert& alert) {
     box->show();
 }
 
-std::optional<std::string> ZVQtUserInterface::runModalWithTextField(const ZVAlert& alert,
-                                                                    const std::string& initialText, bool secure) {
+namespace {
+/// Fills the dialog with the alert's texts, `accessory` below them and the
+/// buttons in a row, and runs it; whether the first button closed it. The
+/// accessory lives as long as the dialog, so that its value can be read.
+bool runAccessoryDialog(QDialog& dialog, const ZVAlert& alert, QWidget* accessory) {
     const std::vector<std::string> titles = buttonTitles(alert);
-    QDialog dialog(dialogParent(_parentWindow));
     dialog.setWindowTitle(QStringLiteral("Norvo"));
     auto* layout = new QVBoxLayout(&dialog);
 
@@ -164,17 +167,12 @@ std::optional<std::string> ZVQtUserInterface::runModalWithTextField(const ZVAler
         informative->setWordWrap(true);
         layout->addWidget(informative);
     }
+    layout->addWidget(accessory);
 
-    auto* field = new QLineEdit(ZVQt(initialText));
-    field->setObjectName(QStringLiteral("alertTextField"));
-    field->setMinimumWidth(300);
-    if (secure) field->setEchoMode(QLineEdit::Password);
-    layout->addWidget(field);
-
-    // The first button accepts the text; every other one cancels.
+    // The first button accepts; every other one cancels.
     auto* row = new QHBoxLayout();
     row->addStretch();
-    const int escapeIndex = escapeButtonIndex(titles);
+    const int escapeIndex = ZVQtUserInterface::escapeButtonIndex(titles);
     int clicked = escapeIndex >= 0 ? escapeIndex : 1;
     for (std::size_t i = 0; i < titles.size(); ++i) {
         auto* button = new QPushButton(ZVQt(titles[i]));
@@ -195,11 +193,33 @@ std::optional<std::string> ZVQtUserInterface::runModalWithTextField(const ZVAler
         row->addWidget(button);
     }
     layout->addLayout(row);
-    field->setFocus();
-    field->selectAll();
+    accessory->setFocus();
+    return dialog.exec() == QDialog::Accepted && clicked == 0;
+}
+}  // namespace
 
-    if (dialog.exec() != QDialog::Accepted || clicked != 0) return std::nullopt;
+std::optional<std::string> ZVQtUserInterface::runModalWithTextField(const ZVAlert& alert,
+                                                                    const std::string& initialText, bool secure) {
+    QDialog dialog(dialogParent(_parentWindow));
+    auto* field = new QLineEdit(ZVQt(initialText), &dialog);
+    field->setObjectName(QStringLiteral("alertTextField"));
+    field->setMinimumWidth(300);
+    if (secure) field->setEchoMode(QLineEdit::Password);
+    field->selectAll();
+    if (!runAccessoryDialog(dialog, alert, field)) return std::nullopt;
     return field->text().toStdString();
+}
+
+std::optional<std::size_t> ZVQtUserInterface::runModalWithChoice(const ZVAlert& alert,
+                                                                 const std::vector<std::string>& choices,
+                                                                 std::size_t preselected) {
+    QDialog dialog(dialogParent(_parentWindow));
+    auto* popUp = new QComboBox(&dialog);
+    popUp->setObjectName(QStringLiteral("alertChoice"));
+    for (const auto& choice : choices) popUp->addItem(ZVQt(choice));
+    if (preselected < choices.size()) popUp->setCurrentIndex(static_cast<int>(preselected));
+    if (!runAccessoryDialog(dialog, alert, popUp) || popUp->currentIndex() < 0) return std::nullopt;
+    return static_cast<std::size_t>(popUp->currentIndex());
 }
 
 void ZVQtUserInterface::beep() { QApplication::beep(); }

@@ -25,6 +25,8 @@ public:
     ZVAlertResponse runModal(const ZVAlert& alert) override;
     std::optional<std::string> runModalWithTextField(const ZVAlert& alert, const std::string& initialText,
                                                      bool secure) override;
+    std::optional<std::size_t> runModalWithChoice(const ZVAlert& alert, const std::vector<std::string>& choices,
+                                                  std::size_t preselected) override;
     void showAlert(const ZVAlert& alert) override;
     void beep() override;
     void showBanner(const std::string& title, const std::string& text) override;

@@ -11,6 +11,7 @@
 #include "core/integrations/ZVIntegrationRegistry.h"
 #include "services/kit/ServiceScenario.h"
 #include "services/kit/ServiceTestCase.h"
+#include "testkit/ScriptedUserInterface.h"
 
 // gtest names a class by its stored name in its messages.
 void PrintTo(const ZVIntegrationClass& integrationClass, std::ostream* stream) { *stream << integrationClass.className; }
@@ -109,6 +110,8 @@ protected:
     }
 
     ServiceScenario scenario;
+    /// Answers what a service asks while it posts (an activity, a job type).
+    ScriptedUserInterface ui;
 };
 
 TEST_P(ServiceContractTests, LoadsItsTreeWithCredentialsOnEveryRequestAndSkipsABadRecord) {

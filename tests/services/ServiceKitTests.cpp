@@ -140,6 +140,17 @@ TEST_F(ServiceKitTests, ARedirectToAnotherHostCarriesNoCredentials) {
     EXPECT_TRUE(throwsGenericPostingError(
         [&] { service->send(ZVServiceRequest::postXML("/away", "<password>secret</password>")); }));
     EXPECT_EQ(elsewhere.requestCount(), 0u);
+    // An address that repeats the query, its token included, is not followed to another host.
+    server.route("GET", "/echo", [&](const FakeRequest& request) {
+        return FakeResponse::redirect(elsewhere.url(request.target));
+    });
+    for (const ZVCredentialStyle& style : {ZVCredentialStyle{Kind::queryParameter, "api_key"},
+                                           ZVCredentialStyle{Kind::session, "", Kind::queryParameter, "sessionID"}}) {
+        auto repeating = account(style);
+        EXPECT_TRUE(throwsFailureReason([&] { repeating->send(ZVServiceRequest::get("/echo")); },
+                                        repeating->malformedReplyReason()));
+        EXPECT_EQ(elsewhere.requestCount(), 0u);
+    }
 }
 
 // Paging: ten items ("item 0" to "item 9") served three to a page in each
@@ -315,6 +326,10 @@ TEST(PostingForms, HoursMinutesDatesAndSuccessTests) {
     const auto xml = ZVXMLDocument::parse("<time-session><id>4</id></time-session>");
     EXPECT_NO_THROW(ZVPostingText::requireNode(*xml, "time-session/id"));
     EXPECT_TRUE(throwsGenericPostingError([&] { ZVPostingText::requireNode(*xml, "time-session/error"); }));
+    EXPECT_EQ(ZVPostingText::numericID("4711"), 4711);
+    for (const std::optional<std::string>& id : {std::optional<std::string>(), std::optional<std::string>(""),
+                                                 std::optional<std::string>("12a"), std::optional<std::string>("x")})
+        EXPECT_TRUE(throwsGenericPostingError([&] { ZVPostingText::numericID(id); })) << id.value_or("<none>");
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include <QCheckBox>
+#include <QComboBox>
 #include <QElapsedTimer>
 #include <QKeyEvent>
 #include <QLineEdit>
@@ -131,6 +132,22 @@ TEST_F(ZVQtUserInterfaceTest, TextFieldAlertGivesTheTextOrNothing) {
     EXPECT_EQ(ui.runModalWithTextField(alertWith({"Post", "Cancel"}), "draft", false), std::nullopt);
     whenModalAppears([](QWidget& modal) { pressKey(modal, Qt::Key_Escape); });
     EXPECT_EQ(ui.runModalWithTextField(alertWith({"Post", "Cancel"}), "draft", false), std::nullopt);
+}
+
+TEST_F(ZVQtUserInterfaceTest, ChoiceAlertStartsOnThePreselectedEntryAndGivesTheChosenOneOrNothing) {
+    const std::vector<std::string> choices{"Design", "Development", "Testing"};
+    int shownFirst = -1;
+    whenModalAppears([&](QWidget& modal) {
+        auto* popUp = modal.findChild<QComboBox*>(u"alertChoice"_s);
+        ASSERT_NE(popUp, nullptr);
+        shownFirst = popUp->currentIndex();
+        popUp->setCurrentIndex(2);
+        buttonsLeftToRight(modal).at(0)->click();
+    });
+    EXPECT_EQ(ui.runModalWithChoice(alertWith({"OK", "Cancel"}), choices, 1), std::optional<std::size_t>(2));
+    EXPECT_EQ(shownFirst, 1);
+    whenModalAppears([](QWidget& modal) { buttonsLeftToRight(modal).at(1)->click(); });
+    EXPECT_EQ(ui.runModalWithChoice(alertWith({"OK", "Cancel"}), choices, 0), std::nullopt);
 }
 
 // An alert that comes up by itself takes no key until it has been up for a

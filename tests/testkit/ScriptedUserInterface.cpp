@@ -53,6 +53,26 @@ std::optional<std::string> ScriptedUserInterface::runModalWithTextField(const ZV
     return answer;
 }
 
+std::optional<std::size_t> ScriptedUserInterface::runModalWithChoice(const ZVAlert& alert,
+                                                                     const std::vector<std::string>& choices,
+                                                                     std::size_t preselected) {
+    std::lock_guard<std::mutex> guard(_mutex);
+    _choicePrompts.push_back({alert, choices, preselected});
+    if (_choiceAnswers.empty()) {
+        if (_requiresScriptedAnswers) ADD_FAILURE() << "a choice without a scripted answer: " << alert.messageText;
+        return preselected;
+    }
+    const auto answer = _choiceAnswers.front();
+    _choiceAnswers.pop_front();
+    if (!answer) return std::nullopt;
+    const auto found = std::find(choices.begin(), choices.end(), *answer);
+    if (found == choices.end()) {
+        ADD_FAILURE() << "The pop-up of \"" << alert.messageText << "\" has no choice \"" << *answer << "\"";
+        return std::nullopt;
+    }
+    return static_cast<std::size_t>(found - choices.begin());
+}
+
 std::vector<std::string> ScriptedUserInterface::alertMessages() const {
     std::vector<std::string> messages;
     for (const auto& alert : alerts()) messages.push_back(alert.messageText);
@@ -63,6 +83,7 @@ void ScriptedUserInterface::clearRecords() {
     std::lock_guard<std::mutex> guard(_mutex);
     _alerts.clear();
     _textPrompts.clear();
+    _choicePrompts.clear();
     _banners.clear();
     _openedURLs.clear();
     _beeps = 0;

@@ -20,6 +20,11 @@ public:
         ZVAlert alert;
         std::string initialText;
     };
+    struct ChoicePrompt {
+        ZVAlert alert;
+        std::vector<std::string> choices;
+        std::size_t preselected = 0;
+    };
 
     ScriptedUserInterface();
     ~ScriptedUserInterface() override;
@@ -30,6 +35,9 @@ public:
     std::optional<std::string> runModalWithTextField(const ZVAlert& alert,
                                                      const std::string& initialText,
                                                      bool secure) override;
+    /// Answers with the next scripted choice, or the preselected one.
+    std::optional<std::size_t> runModalWithChoice(const ZVAlert& alert, const std::vector<std::string>& choices,
+                                                  std::size_t preselected) override;
     /// Recorded with the modal alerts; it uses no scripted answer.
     void showAlert(const ZVAlert& alert) override {
         locked([&] { _alerts.push_back(alert); });
@@ -61,6 +69,10 @@ public:
     void answerTextPromptWith(std::optional<std::string> text) {
         locked([&] { _textAnswers.push_back(std::move(text)); });
     }
+    /// The next pop-up alert gives the choice of that title; nothing means "Cancel".
+    void answerChoiceWith(std::optional<std::string> title) {
+        locked([&] { _choiceAnswers.push_back(std::move(title)); });
+    }
     /// Runs while each alert is up, before it is answered (what the user or
     /// a timer might do meanwhile).
     void setAlertObserver(std::function<void(const ZVAlert&)> observer) {
@@ -73,6 +85,9 @@ public:
     std::vector<std::string> alertMessages() const;
     std::vector<TextPrompt> textPrompts() const {
         return locked([&] { return _textPrompts; });
+    }
+    std::vector<ChoicePrompt> choicePrompts() const {
+        return locked([&] { return _choicePrompts; });
     }
     std::vector<std::pair<std::string, std::string>> banners() const {
         return locked([&] { return _banners; });
@@ -93,6 +108,7 @@ public:
         locked([&] {
             _answers.clear();
             _textAnswers.clear();
+            _choiceAnswers.clear();
         });
     }
 
@@ -113,6 +129,8 @@ private:
     std::deque<std::optional<std::string>> _textAnswers;
     std::vector<ZVAlert> _alerts;
     std::vector<TextPrompt> _textPrompts;
+    std::deque<std::optional<std::string>> _choiceAnswers;
+    std::vector<ChoicePrompt> _choicePrompts;
     std::vector<std::pair<std::string, std::string>> _banners;
     std::vector<std::string> _openedURLs;
     bool _requiresScriptedAnswers = false;

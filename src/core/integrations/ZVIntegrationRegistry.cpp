@@ -11,11 +11,13 @@
 #include "ZVLog.h"
 
 // Service classes, one include each, in the order of the table.
+#include "core/integrations/address_based/activecollab/ZVActiveCollab5Integration.h"
 #include "core/integrations/address_based/freeagent/ZVFreeAgentIntegration.h"
 #include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
 #include "core/integrations/address_based/jira/ZVJIRAIntegration.h"
 #include "core/integrations/address_based/kashflow/ZVKashflowIntegration.h"
 #include "core/integrations/address_based/mavenlink/ZVMavenlinkIntegration.h"
+#include "core/integrations/address_based/redmine/ZVRedmineIntegration.h"
 #include "core/integrations/address_based/teambox/ZVTeamboxIntegration.h"
 
 namespace {
@@ -43,6 +45,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .sslSupport = SSL::optional,
         .usernameLabel = ZVLocalizable("Email"),
         .setupViewName = "ActiveCollab5",
+        .make = built<ZVActiveCollab5Integration>(),
     },
     {
         .className = "Norvo.ZVActiveCollabIntegration",
@@ -309,6 +312,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .authenticationType = Auth::apiToken,
         .sslSupport = SSL::optional,
         .setupViewName = "Redmine",
+        .make = built<ZVRedmineIntegration>(),
     },
     {
         .className = "Norvo.ZVRoninIntegration",

@@ -14,7 +14,7 @@
 
 namespace {
 
-bool isBlank(const std::optional<std::string>& identifier) { return !identifier || identifier->empty(); }
+bool isBlankIdentifier(const std::optional<std::string>& identifier) { return !identifier || identifier->empty(); }
 
 void appendComponent(std::string& key, const std::string& component) {
     key += std::to_string(component.size());
@@ -53,10 +53,10 @@ std::string ZVIntegrationSyncHelper::identityKey(const ZVIntegrationProject& pro
     std::string key;
     const auto& subprojectID = project.subprojectID();
     const auto& additionalID = project.additionalID();
-    if (isBlank(subprojectID) && isBlank(additionalID)) {
+    if (isBlankIdentifier(subprojectID) && isBlankIdentifier(additionalID)) {
         key = "P";
         appendComponent(key, project.projectID());
-    } else if (isBlank(additionalID)) {
+    } else if (isBlankIdentifier(additionalID)) {
         key = "S";
         appendComponent(key, project.projectID());
         appendComponent(key, *subprojectID);

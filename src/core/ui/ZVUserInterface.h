@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
@@ -39,6 +40,10 @@ public:
     /// An alert with one input field; nothing when cancelled.
     virtual std::optional<std::string> runModalWithTextField(const ZVAlert& alert, const std::string& initialText,
                                                              bool secure) = 0;
+    /// An alert with a pop-up of `choices` under its texts, `preselected`
+    /// chosen at first; the chosen index, nothing when cancelled.
+    virtual std::optional<std::size_t> runModalWithChoice(const ZVAlert& alert, const std::vector<std::string>& choices,
+                                                          std::size_t preselected) = 0;
     /// An alert that asks nothing and blocks nothing: it stays up until the
     /// user closes it while the program goes on.
     virtual void showAlert(const ZVAlert& alert) { showBanner(alert.messageText, alert.informativeText); }

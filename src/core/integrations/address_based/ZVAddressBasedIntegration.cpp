@@ -337,10 +337,14 @@ ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) 
                 sendsBody = false;
             }
             // A body may carry the credentials (inside a SOAP envelope) or
-            // the user's entries: it never goes on to another host.
+            // the user's entries: it never goes on to another host. Nor does
+            // an address that names a token of the query again.
             const bool hasBody = request.json || request.xml || request.form;
-            if (sendsBody && hasBody && origin(url) != home) {
-                ZVLog([&] { return name() + ": not sending the body of " + request.path + " on to " + url; });
+            const std::string secret = usesSession ? *session : token;
+            const bool namesSecret = request.sendsCredentials && !secret.empty() &&
+                                     url.find(percentEncoded(secret)) != std::string::npos;
+            if (((sendsBody && hasBody) || namesSecret) && origin(url) != home) {
+                ZVLog([&] { return name() + ": not sending what " + request.path + " carries on to " + origin(url); });
                 if (request.purpose == ZVServiceRequest::Purpose::posting) throw ZVIntegrationGenericTimePostingError();
                 throw ZVIntegrationErrorWithFailureReason(malformedReplyReason());
             }

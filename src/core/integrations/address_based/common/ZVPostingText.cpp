@@ -73,3 +73,11 @@ void ZVPostingText::requireValue(const nlohmann::json& reply, std::string_view k
 void ZVPostingText::requireNode(const ZVXMLDocument& reply, const std::string& xpath) {
     if (reply.nodes(xpath).empty()) throw ZVIntegrationGenericTimePostingError();
 }
+
+std::int64_t ZVPostingText::numericID(const std::optional<std::string>& id) {
+    std::int64_t number = 0;
+    const auto result = id ? std::from_chars(id->data(), id->data() + id->size(), number) : std::from_chars_result{};
+    if (!id || id->empty() || result.ec != std::errc() || result.ptr != id->data() + id->size())
+        throw ZVIntegrationGenericTimePostingError();
+    return number;
+}

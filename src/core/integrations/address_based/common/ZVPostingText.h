@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -49,4 +50,7 @@ public:
     static void requireValue(const nlohmann::json& reply, std::string_view keyPath);
     /// Throws the posting error unless the reply has a node at the XPath.
     static void requireNode(const ZVXMLDocument& reply, const std::string& xpath);
+    /// A node's id that a service takes as a number; the posting error when
+    /// the node has none or it is no whole number (a node of the wrong level).
+    static std::int64_t numericID(const std::optional<std::string>& id);
 };

@@ -1,7 +1,6 @@
 #include "core/integrations/address_based/teambox/ZVTeamboxIntegration.h"
 
 #include <algorithm>
-#include <cctype>
 #include <iterator>
 
 #include "ZVJSON.h"
@@ -98,16 +97,11 @@ ZVIntegration::ProjectList ZVTeamboxIntegration::loadRemoteProjects() {
 
 void ZVTeamboxIntegration::postTime(ZVIntegrationProject& project) {
     if (!account()) throw ZVIntegrationErrorWithFailureReason(notAuthorizedReason());
-    const std::string task = project.additionalID().value_or("");
-    if (task.empty() ||
-        !std::all_of(task.begin(), task.end(), [](unsigned char c) { return std::isdigit(c); })) {
-        ZVLog([&] { return "No task to comment on in " + project.name(); });
-        throw ZVIntegrationGenericTimePostingError();
-    }
+    const std::int64_t task = ZVPostingText::numericID(project.additionalID());
     const auto reply = sendForJSON(ZVServiceRequest::postJSON(
         redbooth::commentsPath, {{"body", ZVPostingText::title(project)},
                                  {"minutes", ZVPostingText::wholeMinutes(project.time())},
                                  {"target_type", "task"},
-                                 {"target_id", std::stoll(task)}}));
+                                 {"target_id", task}}));
     ZVPostingText::requireValue(reply, "id");
 }

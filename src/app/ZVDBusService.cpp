@@ -198,7 +198,8 @@ bool ZVDBusService::eventFilter(QObject* watched, QEvent* event) {
     auto* widget = qobject_cast<QWidget*>(watched);
     if (!widget || !widget->isWindow() || !widget->isModal()) return false;
     const auto* box = qobject_cast<QMessageBox*>(widget);
-    QString question = box ? box->text() : widget->windowTitle();
+    QString question = box ? box->text() : widget->accessibleName();
+    if (question.isEmpty()) question = widget->windowTitle();
     question.replace(QLatin1Char('\n'), QLatin1Char(' '));
     for (const auto& pending : _pendingReplies) {
         if (pending->answered) continue;

@@ -154,6 +154,9 @@ namespace {
 bool runAccessoryDialog(QDialog& dialog, const ZVAlert& alert, QWidget* accessory) {
     const std::vector<std::string> titles = buttonTitles(alert);
     dialog.setWindowTitle(QStringLiteral("Norvo"));
+    // What a screen reader announces, and what a script that meets the
+    // prompt is told it waits for.
+    dialog.setAccessibleName(ZVQt(alert.messageText));
     auto* layout = new QVBoxLayout(&dialog);
 
     auto* message = new QLabel(ZVQt(alert.messageText));

@@ -118,16 +118,21 @@ TEST_F(ZVQtUserInterfaceTest, SuppressionCheckBoxIsReported) {
 
 TEST_F(ZVQtUserInterfaceTest, TextFieldAlertGivesTheTextOrNothing) {
     bool secureEcho = false;
+    QString announced;
     whenModalAppears([&](QWidget& modal) {
         auto* field = modal.findChild<QLineEdit*>(u"alertTextField"_s);
         ASSERT_NE(field, nullptr);
         secureEcho = field->echoMode() == QLineEdit::Password;
+        announced = modal.accessibleName();
         field->setText(u"Fixed the login page"_s);
         buttonsLeftToRight(modal).at(0)->click();
     });
     EXPECT_EQ(ui.runModalWithTextField(alertWith({"Post", "Cancel"}), "draft", true),
               std::optional<std::string>("Fixed the login page"));
     EXPECT_TRUE(secureEcho);
+    // The prompt's message, not the window's title, names it to a screen
+    // reader and to a script that meets it.
+    EXPECT_EQ(announced, u"Are you sure you want to reset the timer?"_s);
     whenModalAppears([](QWidget& modal) { buttonsLeftToRight(modal).at(1)->click(); });
     EXPECT_EQ(ui.runModalWithTextField(alertWith({"Post", "Cancel"}), "draft", false), std::nullopt);
     whenModalAppears([](QWidget& modal) { pressKey(modal, Qt::Key_Escape); });

@@ -21,7 +21,16 @@ ZVQtTimerFactory qtTimers;
 
 class ShellEnvironment final : public ::testing::Environment {
 public:
-    void SetUp() override { shellApplication(); }
+    void SetUp() override {
+        // Tests switch these while Qt's, D-Bus's and the key store's threads
+        // read the environment (gettext reads LANGUAGE at every lookup).
+        // Adding a variable reallocates the environment under those readers;
+        // replacing the value of one that exists does not. So each is
+        // defined, empty meaning unset, before the first thread starts.
+        for (const char* name : {"LANGUAGE", "XDG_CONFIG_DIRS"})
+            if (!std::getenv(name)) setenv(name, "", 1);
+        shellApplication();
+    }
 };
 
 [[maybe_unused]] const auto* registeredEnvironment = ::testing::AddGlobalTestEnvironment(new ShellEnvironment);

@@ -37,7 +37,7 @@ class ZVQtRepeatingTimer final : public ZVRepeatingTimer {
 public:
     ZVQtRepeatingTimer(double intervalSeconds, std::function<void()> tick) {
         auto* timer = new QTimer();
-        // A precise timer keeps a half-second clock from drifting visibly.
+        // A precise timer keeps a short period from drifting visibly.
         timer->setTimerType(intervalSeconds < 2.0 ? Qt::PreciseTimer : Qt::CoarseTimer);
         timer->setInterval(milliseconds(intervalSeconds));
         QObject::connect(timer, &QTimer::timeout, timer, std::move(tick));
@@ -72,8 +72,8 @@ private:
 
 // Every repeating timer of a whole number of half seconds beats on one
 // shared metronome, whose period is the largest that all of them divide: the
-// half-second clock and the one-second idle check then wake the program
-// together, twice a second, instead of three times. A timer fires on the
+// one-second clock, the idle check and the autosave then wake the program
+// together, once a second, instead of each on its own. A timer fires on the
 // first beat at or after its time; a late beat makes no burst of catching up.
 class ZVMetronome final {
 public:
@@ -86,8 +86,13 @@ public:
 
     // Main thread only.
     void add(std::uint64_t identifier, int interval, std::function<void()> tick) {
+        // The beats fall on the times of the newest of the fastest timers:
+        // a clock started now ticks a whole second after its start, not at
+        // some point within the second that an older timer chose.
+        bool fastest = true;
+        for (const auto& entry : _clients) fastest = fastest && interval <= entry.second.interval;
         _clients[identifier] = {interval, _clock.elapsed() + interval, std::move(tick)};
-        _retune();
+        _retune(fastest);
     }
     void remove(std::uint64_t identifier) {
         if (_clients.erase(identifier) > 0) _retune();
@@ -109,12 +114,12 @@ private:
         QObject::connect(_timer, &QTimer::timeout, _timer, [this] { _beat(); });
     }
 
-    void _retune() {
+    void _retune(bool restart = false) {
         int period = 0;
         for (const auto& entry : _clients) period = std::gcd(period, entry.second.interval);
         if (period == 0) {
             _timer->stop();
-        } else if (period != _timer->interval() || !_timer->isActive()) {
+        } else if (restart || period != _timer->interval() || !_timer->isActive()) {
             _timer->start(period);
         }
     }

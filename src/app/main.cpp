@@ -48,6 +48,10 @@ int main(int argc, char** argv) {
     stateProvider->setPreferencesSource([] { return ZVNorvoPreferences::shared().dictionaryRepresentation(); });
     ZVApplicationSetup::setApplicationStateProvider(stateProvider);
 
+    // Over X11, a window painted through shared memory has the server
+    // answer every paint with an event, which wakes two threads each time
+    // the clock changes. Norvo's windows are small enough to send whole.
+    if (!qEnvironmentVariableIsSet("QT_XCB_NO_MITSHM")) qputenv("QT_XCB_NO_MITSHM", "1");
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Norvo"));
     QApplication::setApplicationVersion(QStringLiteral(NORVO_VERSION));

@@ -56,11 +56,20 @@ double ZVIdleTimeHandler::_idleTimeThreshold() {
 }
 
 void ZVIdleTimeHandler::idleCheck() {
+    const double threshold = _idleTimeThreshold();
+    // A reading is a round trip to the display server. Idle time grows no
+    // faster than the clock: while the last reading and the time since stay
+    // a second under the threshold, nobody can have been away that long.
+    const auto now = ZVNow();
+    if (_lastReadingDate && !_sleepStartDate) {
+        const double mostIdle = _idleTimeInterval + std::fabs((now - *_lastReadingDate).count());
+        if (threshold == 0 || mostIdle + 1 < threshold) return;
+    }
     // Where the desktop does not tell the idle time, the check stays off.
     const auto reading = _idleTimeSource.secondsSinceLastInput();
     if (!reading) return;
+    _lastReadingDate = now;
     const double current = *reading;
-    const double threshold = _idleTimeThreshold();
     _adjustIdleTimeBySleepTime();
     if (threshold != 0 && std::fabs(current) < returnedWithinSeconds && _idleTimeInterval > threshold &&
         ZVHeartBeat::sharedHeartBeat().isBeating()) {

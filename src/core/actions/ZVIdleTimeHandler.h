@@ -23,6 +23,7 @@ public:
     ZVIdleTimeHandler& operator=(const ZVIdleTimeHandler&) = delete;
 
     /// Starts the check once a second and follows the desktop's sleep and wake.
+    /// The idle time is read only when it may have passed the threshold.
     void start();
 
     /// The check: at the first reading after input resumed, an idle time
@@ -51,6 +52,7 @@ private:
     ZVIdleTimeSource& _idleTimeSource;
     double _idleTimeInterval = 0;
     std::optional<ZVDate> _sleepStartDate;
+    std::optional<ZVDate> _lastReadingDate;
     std::unique_ptr<ZVRepeatingTimer> _idleTimer;
     std::vector<ZVNotificationCenter::Token> _observations;
 };

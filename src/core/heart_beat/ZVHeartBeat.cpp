@@ -22,9 +22,11 @@ std::unique_ptr<ZVHeartBeat>& sharedInstance() {
     return instance;
 }
 
-/// Whole seconds from `from` to now, whichever way the clock went.
-std::uint64_t wholeSecondsSince(ZVDate from) {
-    const double seconds = std::fabs((ZVNow() - from).count());
+/// Whole seconds from `from` to now, whichever way the clock went. A tick
+/// lands a hair after its whole second; the leeway keeps the millisecond
+/// the timer and the clock may disagree by from showing a second twice.
+std::uint64_t wholeSecondsSince(ZVDate from, double leeway = 0) {
+    const double seconds = std::fabs((ZVNow() - from).count()) + leeway;
     return seconds >= 9.2e18 ? std::numeric_limits<std::uint64_t>::max() / 2 : static_cast<std::uint64_t>(seconds);
 }
 
@@ -96,9 +98,13 @@ void ZVHeartBeat::start() {
     }
 }
 
+std::uint64_t ZVHeartBeat::_runningTime() const {
+    return std::min(addSeconds(_timeAtStartDate, wholeSecondsSince(*_startDate, tickLeeway)), ZVIntegrationProject::maximumTime);
+}
+
 void ZVHeartBeat::_updateTime() {
     if (!_startDate) return;
-    _currentTime = std::min(addSeconds(_timeAtStartDate, wholeSecondsSince(*_startDate)), ZVIntegrationProject::maximumTime);
+    _currentTime = _runningTime();
     _notifyVeins();
     // A crash must not take more than a few seconds of the run with it: the
     // running time goes into the database's journal on the beat's own tick.
@@ -133,6 +139,8 @@ void ZVHeartBeat::stop() {
         if (!_beat) return;
         _beat->invalidate();
         _beat.reset();
+        // The seconds since the last tick count too.
+        if (_startDate) _currentTime = _runningTime();
     }
     ZVNotificationCenter::shared().post(ZVHeartBeatStateDidChangeNotification);
     _notifyVeins();

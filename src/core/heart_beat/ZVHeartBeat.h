@@ -75,7 +75,9 @@ public:
     static constexpr const char* totalNumberOfBeatsKey = "KDHeartBeatTotalNumberOfBeats";
     static constexpr const char* askedForReviewKey = "KDHeartBeatAskedForReview";
     static constexpr const char* automaticallyPostTimeKey = "KDAutomaticallyPostTimeAfterStoppingTimer";
-    static constexpr double tickInterval = 0.5;
+    /// The clock ticks once a second, on the whole seconds of the run.
+    static constexpr double tickInterval = 1.0;
+    static constexpr double tickLeeway = 0.05;
     /// The review prompt belongs to the first twelve hours of use.
     static constexpr std::uint64_t reviewPromptTimeLimit = 43199;
 
@@ -85,6 +87,7 @@ private:
     friend class ZVIntegrationCenter;
 
     void _updateTime();
+    std::uint64_t _runningTime() const;
     void _notifyVeins();
     void _noticeExternalTimeChange();
     void _offerReview();

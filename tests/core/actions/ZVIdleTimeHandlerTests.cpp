@@ -15,8 +15,12 @@ namespace {
 
 class ScriptedIdleTimeSource : public ZVIdleTimeSource {
 public:
-    std::optional<double> secondsSinceLastInput() override { return seconds; }
+    std::optional<double> secondsSinceLastInput() override {
+        ++reads;
+        return seconds;
+    }
     std::optional<double> seconds = 0.0;
+    int reads = 0;
 };
 
 class IdleTest : public ::testing::Test {
@@ -32,6 +36,7 @@ protected:
 
     /// The user was away for `seconds` and is back now.
     void awayThenBack(double seconds) {
+        env.clock.set(env.clock.now() + std::chrono::duration<double>(seconds));
         source.seconds = seconds;
         handler.idleCheck();
         source.seconds = 0.5;
@@ -106,6 +111,28 @@ TEST_F(IdleTest, MovingBackTakesTheTimeActuallyIdleButNeverGoesBelowZeroAndKeepT
     handler.idleCheck();
     EXPECT_EQ(env.ui.alerts().size(), 3u);
     EXPECT_EQ(heartBeat().currentTime(), 5700u);
+}
+
+// Reading the idle time wakes the display server: it is read only once the
+// user may have been away for the threshold, then at every check.
+TEST_F(IdleTest, IdleTimeIsReadOnlyWhenItMayHavePassedTheThreshold) {
+    source.seconds = 10;
+    handler.idleCheck();
+    const std::tuple<double, std::int64_t, int> checks[] = {
+        {100, 5, 0},   // at most 110 s away of 300
+        {188, 5, 0},   // 298 s: a second short of the threshold
+        {1, 5, 1},     // 299 s: it may pass before the next check
+        {0, 5, 0},     // the reading said 10 s again: 10 s away at most
+        {400, 0, 0},   // the check is off
+        {0, 5, 1},     // and on again: 410 s may have passed
+    };
+    for (const auto& [seconds, idleTime, reads] : checks) {
+        env.clock.set(env.clock.now() + std::chrono::duration<double>(seconds));
+        setIdleTime(idleTime);
+        source.reads = 0;
+        handler.idleCheck();
+        EXPECT_EQ(source.reads, reads) << seconds << " s later";
+    }
 }
 
 TEST_F(IdleTest, SleepLongerThanTenSecondsIsNotIdleTime) {

@@ -430,7 +430,10 @@ void ZVIntegrationCenter::journalRunningTime(std::uint64_t seconds) {
     // does not cover: their running time is written there on the same beat.
     if (auto account = project->integration(); account && account->isLocalAccount()) {
         project->setTimeWithoutSaving(seconds);
-        account->save();
+        if (seconds >= _localRunningTimeSaved + localRunningTimeSaveInterval || seconds < _localRunningTimeSaved) {
+            _localRunningTimeSaved = seconds;
+            account->save();
+        }
         return;
     }
     if (!_journal) return;

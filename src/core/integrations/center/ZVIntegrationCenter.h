@@ -134,6 +134,9 @@ public:
     static constexpr std::uint64_t journalFloor = 64ull << 10;
     /// Seconds between two records of the running time.
     static constexpr std::uint64_t runningTimeJournalInterval = 5;
+    /// Seconds between two writes of a running local project's time: each is
+    /// a whole rewrite of the preferences, which costs more than a record.
+    static constexpr std::uint64_t localRunningTimeSaveInterval = 10;
 
 private:
     // The refresh thread counts itself in `_number_of_sync_threads` under `_syncLock`.
@@ -187,6 +190,8 @@ private:
     std::unique_ptr<ZVDatabaseJournal> _journal;
     ZVDatabaseChangeTracker _tracker;
     std::mutex _journalingLock;
+    // The running time of a local project that the preferences last received.
+    std::uint64_t _localRunningTimeSaved = 0;
     // While the accounts are read, a node marked selected becomes the current
     // project without touching the stored recents, which are restored next.
     bool _isReadingAccounts = false;

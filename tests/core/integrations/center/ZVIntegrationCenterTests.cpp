@@ -287,7 +287,7 @@ TEST_F(IntegrationCenterTest, RunningTimeIsJournaledEveryFewSecondsWithoutWritin
 }
 
 // Local projects live in the preferences, outside the journal: a running
-// one's seconds are written there on the same beat.
+// one's seconds are written there every few seconds.
 TEST_F(IntegrationCenterTest, RunningTimeOfALocalProjectReachesThePreferencesEveryFewSeconds) {
     auto local = ZVIntegrationProject::create("Local", "local-1");
     local->setIntegration(ZVNorvoIntegration::sharedIntegration());
@@ -298,7 +298,7 @@ TEST_F(IntegrationCenterTest, RunningTimeOfALocalProjectReachesThePreferencesEve
     const auto stored = ZVPreferences::shared().value(ZVNorvoIntegrationPreferencesKey);
     ASSERT_TRUE(stored && stored->array() && !stored->array()->empty());
     EXPECT_GE(ZVUnsignedValue(*stored->array()->back().dictionary(), "KDIntegrationProjectTime") +
-                  ZVIntegrationCenter::runningTimeJournalInterval,
+                  ZVIntegrationCenter::localRunningTimeSaveInterval,
               61u);
 }
 

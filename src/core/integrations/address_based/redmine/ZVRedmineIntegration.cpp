@@ -223,7 +223,9 @@ void ZVRedmineIntegration::postTime(ZVIntegrationProject& project) {
 
     std::optional<ZVXMLDocument> reply;
     try {
-        reply = sendForXML(ZVServiceRequest::postXML(redmine::timeEntriesPath, body.str()));
+        ZVServiceRequest post = ZVServiceRequest::postXML(redmine::timeEntriesPath, body.str());
+        post.headers = {{"Accept", "application/xml"}};
+        reply = sendForXML(post);
     } catch (const ZVIntegrationError& error) {
         redmine::explainMissingActivity(error.localizedFailureReason().value_or(""));
         throw;

@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
-#include "core/integrations/ZVIntegrationRegistry.h"
 #include "core/integrations/address_based/activecollab/ZVActiveCollabIntegration.h"
 #include "services/kit/ServiceScenario.h"
 #include "services/kit/ServiceTestCase.h"
@@ -64,11 +61,6 @@ const bool scenario = ServiceScenarios::add("Norvo.ZVActiveCollabIntegration", [
 class ActiveCollabTests : public ServiceTestCase {};
 
 TEST_F(ActiveCollabTests, AStoredAccountOfAnOldClassNameLoadsWithItsTimeAndSaysTheHostedServiceClosed) {
-    const auto rows = ZVIntegrationRegistry::availableIntegrationClasses();
-    const auto row = std::find_if(rows.begin(), rows.end(),
-                                  [](const auto& entry) { return entry.className == "Norvo.ZVActiveCollabIntegration"; });
-    ASSERT_NE(row, rows.end()) << "a user can add it";
-    EXPECT_EQ(row->integrationIdentifier, "com.tesselwick.norvo.activecollab");
     auto account = makeAccount<ActiveCollab>();
     EXPECT_EQ(account->authenticationType(), ZVAuthenticationType::apiToken);
     EXPECT_EQ(account->SSLSupport(), ZVSSLSupport::optional);

@@ -145,9 +145,12 @@ void presentCredentials(QWidget* part, const ZVIntegration& account) {
     auto* hint = part->findChild<QLabel*>(QStringLiteral("credentialHint"));
     auto* link = part->findChild<QPushButton*>(QStringLiteral("APITokenPageButton"));
     if (hint) hint->setText(QString::fromStdString(presentation->hint));
-    if (auto* username = part->findChild<QLineEdit*>(QStringLiteral("usernameField")))
+    // A label the service leaves empty stays as the credential names it.
+    auto* username = part->findChild<QLineEdit*>(QStringLiteral("usernameField"));
+    if (username && !presentation->usernameLabel.empty())
         setRowLabel(form, username, QString::fromStdString(presentation->usernameLabel));
-    if (auto* secret = part->findChild<QLineEdit*>(QStringLiteral("passwordField")))
+    auto* secret = part->findChild<QLineEdit*>(QStringLiteral("passwordField"));
+    if (secret && !presentation->secretLabel.empty())
         setRowLabel(form, secret, QString::fromStdString(presentation->secretLabel));
     if (link) {
         link->setText(QString::fromStdString(presentation->linkTitle));
@@ -255,8 +258,10 @@ QWidget* ZVIntegrationSetupViewFactory::makeCredentialView(const std::shared_ptr
                      textField("usernameField", named->username(),
                                [named](const std::string& value) { named->setUsername(value); }));
         form->addRow(ZVLocalizedQString("API Token"), APITokenField(named));
+        addCredentialPresentation(form, part, integration);
     } else if (auto token = std::dynamic_pointer_cast<ZVAPITokenAuthentication>(authentication)) {
         form->addRow(ZVLocalizedQString("API Token"), APITokenField(token));
+        addCredentialPresentation(form, part, integration);
     } else if (std::dynamic_pointer_cast<ZVOAuth2Authentication>(authentication)) {
         auto* authorize = new QPushButton(ZVLocalizedQString("Authorize"));
         authorize->setObjectName(QStringLiteral("authorizeButton"));

@@ -249,6 +249,13 @@ TEST_F(ServiceKitTests, AWalkThatWouldNeverEndFailsAndAListOfTheWrongShapeIsTheS
     server.route("GET", "/items", FakeResponse::json(tenItems(0, 3).dump()));
     EXPECT_EQ(failureOf({ZVPagingStyle::Kind::pageNumber, "page"}, ""),
               "The server sent the same page twice, so the list could not be loaded completely.");
+    server.route("GET", "/xml", FakeResponse::xml("<items><item>1</item></items>"));
+    EXPECT_TRUE(throwsFailureReason(
+        [&] {
+            ZVListing::eachXMLPage(*service, ZVServiceRequest::get("/xml"), {ZVPagingStyle::Kind::pageNumber, "page"},
+                                   "items/item", [](const auto&) {});
+        },
+        "The server sent the same page twice, so the list could not be loaded completely."));
     // New items on every page, but no end.
     server.clearRequests();
     server.route("GET", "/items", [&](const FakeRequest& request) {

@@ -351,6 +351,17 @@ TEST_F(ZVIntegrationSetupTest, JIRACredentialViewSaysWhatEachDeploymentTakes) {
     EXPECT_EQ(rowLabel(password), u"Password"_s);
 }
 
+TEST_F(ZVIntegrationSetupTest, ATokenAccountSaysTheServicesLineAboveTheToken) {
+    ZVIntegrationSetupViewController& setup = openSetup();
+    choose(setup, "ActiveCollab");
+    auto* hint = setup.setupView()->findChild<QLabel*>(u"credentialHint"_s);
+    auto* tokenPage = setup.setupView()->findChild<QPushButton*>(u"APITokenPageButton"_s);
+    ASSERT_TRUE(hint && tokenPage);
+    EXPECT_TRUE(hint->text().contains(u"hosted service has closed this API"_s)) << hint->text().toStdString();
+    EXPECT_TRUE(tokenPage->isHidden());
+    EXPECT_EQ(rowLabel(field(setup, "APITokenField")), u"API Token"_s);
+}
+
 /// The local projects' names as the preferences store holds them now.
 Names namesInTheStore() {
     Names names;

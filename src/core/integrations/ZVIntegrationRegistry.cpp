@@ -12,6 +12,7 @@
 
 // Service classes, one include each, in the order of the table.
 #include "core/integrations/address_based/activecollab/ZVActiveCollab5Integration.h"
+#include "core/integrations/address_based/activecollab/ZVActiveCollabIntegration.h"
 #include "core/integrations/address_based/freeagent/ZVFreeAgentIntegration.h"
 #include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
 #include "core/integrations/address_based/jira/ZVJIRAIntegration.h"
@@ -54,6 +55,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .authenticationType = Auth::apiToken,
         .sslSupport = SSL::optional,
         .setupViewName = "ActiveCollab",
+        .make = built<ZVActiveCollabIntegration>(),
     },
     {
         .className = "Norvo.ZVApolloIntegration",

@@ -52,21 +52,46 @@ TEST_F(ActiveCollab5Tests, AHostedAccountTradesTheCentralLoginsIntentForATokenOn
         redirectFixedHost(host);
     server.route("POST", "/api/v1/external/login",
                  FakeResponse::json(R"({"is_ok": true, "user": {"intent": "i-42"}})"));
-    server.route("POST", "/123/api/v1/issue-token-intent",
-                 FakeResponse::json(R"({"is_ok": true, "token": "t-9"})"));
+    server.route("POST", "/123/api/v1/issue-token-intent", [](const FakeRequest& request) {
+        if (jsonBody(request)["intent"] != "i-42") return FakeResponse::json(R"({"message": "Invalid intent"})", 401);
+        return FakeResponse::json(R"({"is_ok": true, "token": "t-9"})");
+    });
     server.route("GET", "/123/api/v1/job-types", FakeResponse::json(R"([])"));
     auto account = makeAccountAt<ActiveCollab5>("app.activecollab.com/123");
     account->setSSLEnabled(true);
+    // An intent of an earlier login that the host no longer takes: the central login gives a new one.
+    keychain.savePassword("stale", ActiveCollab5::intentItem, account->integrationID());
     EXPECT_TRUE(throwsFailureReason([&] { account->loadRemoteProjects(); },
                                     "Couldn't load any job types."));
+    EXPECT_EQ(server.requests("/123/api/v1/issue-token-intent").size(), 2u);
+    EXPECT_EQ(keychain.password(ActiveCollab5::intentItem, account->integrationID()), "i-42");
     const auto login = jsonBody(server.requests("/api/v1/external/login").at(0));
     EXPECT_EQ(login["email"], credentials.username);
     EXPECT_EQ(login["password"], credentials.password);
-    const auto trade = jsonBody(server.requests("/123/api/v1/issue-token-intent").at(0));
+    const auto trade = jsonBody(server.requests("/123/api/v1/issue-token-intent").back());
     EXPECT_EQ(trade, (nlohmann::json{{"intent", "i-42"},
                                      {"client_name", "Norvo"},
                                      {"client_vendor", "Ostrand Software"}}));
     EXPECT_EQ(server.requests("/123/api/v1/job-types").at(0).header("X-Angie-AuthApiToken"), "t-9");
+}
+
+TEST_F(ActiveCollab5Tests, TheTokenOutlivesARestartInTheKeyStoreWhereAnOlderDatabaseMovesIt) {
+    serveActiveCollab5(server, false);
+    auto account = makeAccount<ActiveCollab5>();
+    account->loadRemoteProjects();
+    ZVDictionary stored = account->dictionaryRepresentation();
+    EXPECT_FALSE(stored.contains(ActiveCollab5::APITokenItem));
+    ZVIntegration::makeWithDictionary<ActiveCollab5>(stored)->loadRemoteProjects();
+    EXPECT_EQ(server.requests("/api/v1/issue-token").size(), 1u) << "no new login after a restart";
+
+    stored[ZVIntegrationUIDKey] = std::string("older");
+    stored[ActiveCollab5::APITokenItem] = std::string("kept-token");
+    const auto older = ZVIntegration::makeWithDictionary<ActiveCollab5>(stored);
+    EXPECT_EQ(keychain.password(ActiveCollab5::APITokenItem, "older"), "kept-token");
+    EXPECT_FALSE(older->dictionaryRepresentation().contains(ActiveCollab5::APITokenItem));
+    older->loadRemoteProjects();
+    EXPECT_EQ(server.requests("/api/v1/job-types").back().header("X-Angie-AuthApiToken"), "kept-token");
+    EXPECT_EQ(server.requests("/api/v1/issue-token").size(), 1u);
 }
 
 TEST_F(ActiveCollab5Tests, ARefusedTokenIsIssuedAnewOnceAndTheValueIsHoursAndMinutes) {

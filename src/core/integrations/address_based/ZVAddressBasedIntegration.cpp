@@ -370,9 +370,13 @@ ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) 
                 ZVLocalizedFormat("The server has removed the endpoint %@ (410 Gone).", {endpoint}));
         }
         if (const std::string path = refusalMessagePath(); !path.empty() && status >= 400) {
-            const auto body = ZVServiceReply{std::move(*response)}.json();
-            if (const auto words = body ? ZVJSON::string(*body, path) : std::nullopt; words && !words->empty())
-                throw ZVIntegrationErrorWithFailureReason(*words);
+            const ZVServiceReply refused{std::move(*response)};
+            std::optional<std::string> words;
+            if (const auto json = refused.json())
+                words = ZVJSON::string(*json, path);
+            else if (const auto xml = refused.xml())
+                words = xml->string(path);
+            if (words && !words->empty()) throw ZVIntegrationErrorWithFailureReason(*words);
         }
         if (request.purpose == ZVServiceRequest::Purpose::posting) throw ZVIntegrationGenericTimePostingError();
         throw ZVIntegrationErrorWithFailureReason(malformedReplyReason());

@@ -98,10 +98,11 @@ public:
     virtual void addAccountHeaders(ZVURLRequest& request) const;
     /// The failure reason of a reply of the wrong shape.
     virtual std::string malformedReplyReason() const;
-    /// Where the JSON body of a refused request (a status of 400 and up
-    /// but for the refused credentials and 410) gives the service's own
-    /// words for the refusal, which then are the failure reason; none by
-    /// default, and a body without them fails as usual.
+    /// Where the body of a refused request (a status of 400 and up but for
+    /// the refused credentials and 410) gives the service's own words for
+    /// the refusal, which then are the failure reason: a key path in a JSON
+    /// body, an XPath in an XML one. None by default, and a body without
+    /// them fails as usual.
     virtual std::string refusalMessagePath() const { return {}; }
 
     /// Sends the request for this account and gives the reply when its

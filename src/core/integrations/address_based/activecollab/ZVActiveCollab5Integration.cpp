@@ -4,6 +4,7 @@
 
 #include "ZVClock.h"
 #include "ZVJSON.h"
+#include "ZVKeychainAccess.h"
 #include "ZVLocalization.h"
 #include "ZVLog.h"
 #include "core/integrations/ZVIntegrationError.h"
@@ -53,7 +54,34 @@ const std::vector<ZVIntegrationSetting>& ZVActiveCollab5Integration::settings() 
     return declared;
 }
 
+std::optional<std::string> ZVActiveCollab5Integration::_storedSecret(const char* item) const {
+    auto stored = ZVKeychainAccess::sharedAccess().password(item, integrationID());
+    if (stored && stored->empty()) return std::nullopt;
+    return stored;
+}
+
+void ZVActiveCollab5Integration::_storeSecret(const char* item, const std::string& value) const {
+    auto& keychain = ZVKeychainAccess::sharedAccess();
+    if (value.empty())
+        keychain.removePassword(item, integrationID());
+    else if (!keychain.savePassword(value, item, integrationID()))
+        ZVLog([&] { return name() + ": the key store did not take " + item; });
+}
+
+void ZVActiveCollab5Integration::initializeWithDictionary(const ZVDictionary& dictionary) {
+    ZVAddressBasedIntegration::initializeWithDictionary(dictionary);
+    for (const char* item : {intentItem, APITokenItem})
+        if (const std::string stored = ZVStringValue(dictionary, item); !stored.empty()) _storeSecret(item, stored);
+}
+
+bool ZVActiveCollab5Integration::endsRefusedSession(const ZVCredentialStyle& sent) {
+    _storeSecret(APITokenItem, {});
+    _storeSecret(intentItem, {});
+    return ZVAddressBasedIntegration::endsRefusedSession(sent);
+}
+
 std::string ZVActiveCollab5Integration::logIn() {
+    if (auto stored = _storedSecret(APITokenItem)) return std::move(*stored);
     const auto& credential = usernamePasswordAuthentication();
     const auto token = [this](ZVServiceRequest request) {
         // The login carries the credentials in its body, not in the session's header.
@@ -61,6 +89,7 @@ std::string ZVActiveCollab5Integration::logIn() {
         request.purpose = ZVServiceRequest::Purpose::loading;
         const auto issued = ZVJSON::string(sendForJSON(request), "token");
         if (!issued || issued->empty()) throw ZVIntegrationAuthenticationError();
+        _storeSecret(APITokenItem, *issued);
         return *issued;
     };
     if (!isHostedUnder(activecollab5::cloudDomain))
@@ -71,16 +100,27 @@ std::string ZVActiveCollab5Integration::logIn() {
                                                  {"client_vendor", activecollab5::clientVendor}}));
     // A hosted account: the central login names an intent, which the account's host trades for a
     // token.
+    const auto trade = [&](const std::string& intent) {
+        return token(ZVServiceRequest::postJSON(std::string(activecollab5::api) + "issue-token-intent",
+                                                {{"intent", intent},
+                                                 {"client_name", activecollab5::clientName},
+                                                 {"client_vendor", activecollab5::clientVendor}}));
+    };
+    if (const auto stored = _storedSecret(intentItem)) {
+        try {
+            return trade(*stored);
+        } catch (const ZVIntegrationError&) {
+            // A stale intent: the central login gives a new one.
+            _storeSecret(intentItem, {});
+        }
+    }
     ZVServiceRequest login = ZVServiceRequest::postJSON(
-        activecollab5::cloudLoginURL,
-        {{"email", credential.username()}, {"password", credential.password()}});
+        activecollab5::cloudLoginURL, {{"email", credential.username()}, {"password", credential.password()}});
     login.sendsCredentials = false;
     const auto intent = ZVJSON::string(sendForJSON(login), "[user][intent]");
     if (!intent || intent->empty()) throw ZVIntegrationAuthenticationError();
-    return token(ZVServiceRequest::postJSON(std::string(activecollab5::api) + "issue-token-intent",
-                                            {{"intent", *intent},
-                                             {"client_name", activecollab5::clientName},
-                                             {"client_vendor", activecollab5::clientVendor}}));
+    _storeSecret(intentItem, *intent);
+    return trade(*intent);
 }
 
 ZVIntegration::ProjectList ZVActiveCollab5Integration::loadRemoteProjects() {

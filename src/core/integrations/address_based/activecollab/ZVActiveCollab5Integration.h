@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,16 +21,33 @@ public:
     std::string addressPlaceholder() const override { return "app.activecollab.com/account_id"; }
     const std::vector<ZVIntegrationSetting>& settings() const override;
 
-    /// The token travels in a header of the service's own; it is kept in
-    /// memory and issued anew when the server refuses it.
+    /// The key store items of the central login's intent and of the token,
+    /// under the account's identifier: a login outlives a restart.
+    static constexpr const char* intentItem = "ZVActiveCollabIntent";
+    static constexpr const char* APITokenItem = "ZVActiveCollabAPIToken";
+
+    /// The token travels in a header of the service's own; it is issued
+    /// anew when the server refuses it.
     ZVCredentialStyle credentialStyle() const override {
         return {.kind = ZVCredentialStyle::Kind::session,
                 .sessionStyle = ZVCredentialStyle::Kind::tokenHeader,
                 .sessionName = "X-Angie-AuthApiToken"};
     }
+    /// The stored token, or a new one from a login.
     std::string logIn() override;
+    /// Forgets the stored intent and token too: the next request logs in anew.
+    bool endsRefusedSession(const ZVCredentialStyle& sent) override;
     std::string refusalMessagePath() const override { return "message"; }
 
     ProjectList loadRemoteProjects() override;
     void postTime(ZVIntegrationProject& project) override;
+
+protected:
+    /// An older database kept the intent and the token in the account's
+    /// dictionary: they move to the key store.
+    void initializeWithDictionary(const ZVDictionary& dictionary) override;
+
+private:
+    std::optional<std::string> _storedSecret(const char* item) const;
+    void _storeSecret(const char* item, const std::string& value) const;
 };

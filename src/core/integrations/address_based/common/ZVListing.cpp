@@ -101,6 +101,38 @@ std::vector<nlohmann::json> items(ZVAddressBasedIntegration& account, const ZVSe
     }
 }
 
+void eachXMLPage(ZVAddressBasedIntegration& account, const ZVServiceRequest& request, const ZVPagingStyle& paging,
+                 const std::string& itemsXPath,
+                 const std::function<void(const std::vector<pugi::xml_node>& page)>& eachPage) {
+    using Kind = ZVPagingStyle::Kind;
+    const std::string listXPath = itemsXPath.substr(0, itemsXPath.rfind('/'));
+    ZVPaging::Guard guard(paging.maximumPages);
+    std::size_t itemsSoFar = 0;
+    for (std::size_t page = 0;; ++page) {
+        guard.beforePage();
+        if (paging.beforePage) paging.beforePage(page + 1);
+        ZVServiceRequest asked = request;
+        if (paging.kind == Kind::pageNumber)
+            setParameter(asked, paging.parameter, std::to_string(paging.firstPage + page));
+        else if (paging.kind == Kind::offset)
+            setParameter(asked, paging.parameter, std::to_string(itemsSoFar));
+        if (paging.kind != Kind::single && !paging.sizeParameter.empty())
+            setParameter(asked, paging.sizeParameter, std::to_string(paging.pageSize));
+
+        const ZVXMLDocument document = account.sendForXML(asked);
+        if (document.nodes(listXPath).empty()) throw ZVIntegrationErrorWithFailureReason(account.malformedReplyReason());
+        const auto items = document.nodes(itemsXPath);
+        if (paging.kind == Kind::single) return eachPage(items);
+        if (items.empty()) return;
+        std::ostringstream printed;
+        for (const auto& item : items) item.print(printed, "", pugi::format_raw);
+        guard.notePage(std::hash<std::string>{}(printed.str()));
+        eachPage(items);
+        itemsSoFar += items.size();
+        if (paging.shortPageIsLast && items.size() < paging.pageSize) return;
+    }
+}
+
 namespace {
 /// Logs and drops a record without an id or a name; keeps the rest.
 std::optional<ZVRecord> checked(ZVRecord record, bool complete, std::string_view skippedLine,

@@ -96,6 +96,16 @@ std::vector<nlohmann::json> items(ZVAddressBasedIntegration& account, const ZVSe
                                   const std::optional<std::string>& missingList = std::nullopt,
                                   const std::optional<std::string>& malformed = std::nullopt);
 
+/// The item nodes at `itemsXPath` ("projects/project") of an XML list,
+/// page by page as `paging` says (single, pageNumber or offset), each
+/// page handed to `eachPage` as it comes, so that what a page's items need
+/// is asked before the next page. A reply without the list's element (the
+/// XPath's steps but the last) fails with the account's malformed reply
+/// reason; the walk ends on an empty page or as the style says.
+void eachXMLPage(ZVAddressBasedIntegration& account, const ZVServiceRequest& request, const ZVPagingStyle& paging,
+                 const std::string& itemsXPath,
+                 const std::function<void(const std::vector<pugi::xml_node>& page)>& eachPage);
+
 /// The records of JSON items. A record without an id or a name is logged
 /// as `skippedLine` followed by the record, and left out: one bad record
 /// never costs the others.

@@ -11,9 +11,12 @@
 #include "core/log_entries/ZVTimeLogEntry.h"
 
 std::string ZVPostingText::title(const ZVIntegrationProject& project) {
+    return title(project, ZVTime::timeString(project.time()));
+}
+
+std::string ZVPostingText::title(const ZVIntegrationProject& project, const std::string& clock) {
     const auto entry = project.lastTimeLogEntry();
     std::string text = entry ? entry->text() : std::string();
-    const std::string clock = ZVTime::timeString(project.time());
     const std::string placeholder = "%@";
     for (auto at = text.find(placeholder); at != std::string::npos; at = text.find(placeholder, at + clock.size()))
         text.replace(at, placeholder.size(), clock);

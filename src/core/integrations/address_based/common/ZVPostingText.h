@@ -19,6 +19,8 @@ public:
     /// none), with every "%@" replaced by the tracked time as a clock
     /// string: this is how a user puts the time into a description.
     static std::string title(const ZVIntegrationProject& project);
+    /// The same with `timeText` in place of every "%@" (a service's own form of the hours).
+    static std::string title(const ZVIntegrationProject& project, const std::string& timeText);
     /// A number in its plain decimal text: the shortest digits that read
     /// back as the same number, with ".0" on whole numbers ("1.5", "1.0").
     static std::string decimalText(double value);

@@ -146,6 +146,12 @@ ZVIntegration::ProjectList ZVActiveCollabIntegration::_loadRemoteProjects(Versio
                 leaf->setAdditionalID(*typeID);
                 child->addSubproject(leaf);
             }
+            // Version 3 takes time only on a job type: a task without one
+            // would be a leaf that every post fails on.
+            if (!jobTypes.empty() && !child->hasSubprojects()) {
+                ZVLog([&] { return "Skipping task " + *childName + " as there are no jobs."; });
+                continue;
+            }
             project->addSubproject(child);
         }
         if (project->hasSubprojects()) result.push_back(std::move(project));
@@ -169,8 +175,11 @@ std::optional<std::string> ZVActiveCollabIntegration::_getUserID() {
 
 void ZVActiveCollabIntegration::postTime(ZVIntegrationProject& project) {
     const bool version3 = activeCollabVersion() == Version::version3;
-    if (version3 && (!project.subprojectID() || !project.additionalID()))
-        ZVFatalError("An ActiveCollab 3 time record is posted on a job type of a task");
+    // A tree read under version 2 has no job types until the next refresh.
+    if (version3 && (!project.subprojectID() || !project.additionalID())) {
+        ZVLog([&] { return "Not posting on " + project.name() + ": version 3 takes time only on a job type of a task"; });
+        throw ZVIntegrationGenericTimePostingError();
+    }
     const auto user = _getUserID();
     if (!user) throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Cannot fetch user ID."));
 

@@ -84,8 +84,16 @@ TEST_F(AtTaskTests, EachPostSignsOutTheSessionBeforeAndASynchronizationSignsOutA
 TEST_F(AtTaskTests, TheGeneralHoursBranchComesOnlyInTheAssignedModeAndWithHourTypes) {
     serveAtTask(server, false);
     EXPECT_TRUE(ZVIntegration::makeNew<AtTask>()->synchronizesAllTasks());
-    EXPECT_FALSE(makeAccount<AtTask>({{AtTask::synchronizeAllTasksKey, ZVValue()}})->synchronizesAllTasks())
-        << "an account stored without the key";
+    // An account stored under the old class name and without the key.
+    auto stored = makeAccount<AtTask>();
+    stored->addProject(trackedProject(stored, "Website", "p1", std::nullopt, 600));
+    ZVDictionary dictionary = stored->dictionaryRepresentation();
+    dictionary.erase(AtTask::synchronizeAllTasksKey);
+    dictionary["KDIntegrationClass"] = std::string("KDAtTaskIntegration");
+    const auto old = std::dynamic_pointer_cast<AtTask>(ZVIntegration::integrationWithDictionary(dictionary));
+    ASSERT_TRUE(old);
+    EXPECT_FALSE(old->synchronizesAllTasks());
+    EXPECT_EQ(old->availableProjects().at(0)->time(), 600u);
     const struct {
         bool allTasks;
         const char* hourTypes;
@@ -138,11 +146,16 @@ TEST_F(AtTaskTests, AnAPIKeyGoesInEveryAddressWithoutASessionAndTheWorkListPages
             page.push_back(workItem(("t" + std::to_string(n)).c_str(), "Task", "p1", "Website"));
         return FakeResponse::json(nlohmann::json{{"data", page}}.dump());
     });
-    auto account = makeAccount<AtTask>({{AtTask::usesAPIKeyKey, true}});
+    auto account = makeAccount<AtTask>();
+    auto task = trackedProject(account, "Task", "p1", "t1", 60);
+    account->postTime(*task);
+    // The session of the post is not signed out with the key.
+    account->setSettingValue(AtTask::usesAPIKeyKey, true);
+    server.clearRequests();
     const auto tree = account->loadRemoteProjects();
     ASSERT_EQ(tree.size(), 1u);
     EXPECT_EQ(tree[0]->subprojects().size(), 2500u);
-    account->postTime(*trackedProject(account, "Task", "p1", "t1", 60));
+    account->postTime(*task);
     EXPECT_EQ(calls(), "work/myWork() work/myWork() hour() ");
     for (const auto& request : server.requests()) EXPECT_EQ(request.queryValue("apiKey"), credentials.password);
     EXPECT_EQ(server.requests(api + "/work/myWork").at(1).queryValue("$$FIRST"), "2000");

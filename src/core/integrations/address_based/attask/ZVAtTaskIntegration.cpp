@@ -103,6 +103,12 @@ void ZVAtTaskIntegration::_loadToken() {
 
 void ZVAtTaskIntegration::_signOut() {
     if (!hasSession()) return;
+    // The account changed to an API key since: a request now carries the
+    // key, not the session, so the session is left to run out on the server.
+    if (usesAPIKey()) {
+        endSession();
+        return;
+    }
     _signingOut = true;
     try {
         send(ZVServiceRequest::get(attask::path(attask::logoutPath)));

@@ -20,10 +20,10 @@ class ZVIntegrationProject;
 ///
 /// The account signs in with its user name and password, which gives a
 /// session that every request names in the "SessionID" header and every
-/// write also in its address; each synchronization and each post first ends
-/// the session before and signs in anew, and a synchronization signs out
-/// at its end. With an API key instead, the key goes in the address of every
-/// request and there is no session.
+/// write also in its address. Each synchronization and each post first signs
+/// out the session left by the one before and signs in anew; a
+/// synchronization also signs out at its end. With an API key instead, the
+/// key goes in the address of every request and there is no session.
 class ZVAtTaskIntegration : public ZVAddressBasedIntegration {
 public:
     /// The key has no service word in it, as it always was stored.

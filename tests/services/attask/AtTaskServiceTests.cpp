@@ -9,7 +9,8 @@ namespace {
 using AtTask = ZVAtTaskIntegration;
 const std::string api = "/attask/api/v21.0";
 
-nlohmann::json workItem(const char* id, const char* name, const char* projectID, const char* projectName) {
+nlohmann::json workItem(const char* id, const char* name, const char* projectID,
+                        const char* projectName) {
     return {{"ID", id},
             {"name", name},
             {"objCode", "TASK"},
@@ -24,25 +25,32 @@ nlohmann::json workItem(const char* id, const char* name, const char* projectID,
 void serveAtTask(FakeServer& server, bool withBadRecord) {
     auto sessions = std::make_shared<int>(0);
     server.route("POST", api + "/login", [sessions](const FakeRequest&) {
-        return FakeResponse::json(
-            nlohmann::json{{"data", {{"sessionID", "s-" + std::to_string(++*sessions)}, {"userID", "u-7"}}}}.dump());
+        return FakeResponse::json(nlohmann::json{
+            {"data", {{"sessionID", "s-" + std::to_string(++*sessions)}, {"userID", "u-7"}}}}
+                                      .dump());
     });
     server.route("GET", api + "/logout", FakeResponse::json(R"({"data": {"success": true}})"));
-    nlohmann::json work{workItem("t1", "Homepage copy", "p1", "Website"), workItem("t2", "Launch mail", "p1", "Website"),
+    nlohmann::json work{workItem("t1", "Homepage copy", "p1", "Website"),
+                        workItem("t2", "Launch mail", "p1", "Website"),
                         workItem("t3", "Fix search", "p2", "Intranet")};
     if (withBadRecord) work.push_back({{"ID", "t4"}, {"name", "Orphan"}});
-    server.route("GET", api + "/work/myWork", FakeResponse::json(nlohmann::json{{"data", work}}.dump()));
-    server.route("GET", api + "/hourt/search",
-                 FakeResponse::json(R"({"data": [{"ID": "h1", "name": "Overhead", "objCode": "HOURT"}]})"));
-    server.route("POST", api + "/hour", FakeResponse::json(R"({"data": {"ID": "hr-1", "objCode": "HOUR"}})"));
+    server.route("GET", api + "/work/myWork",
+                 FakeResponse::json(nlohmann::json{{"data", work}}.dump()));
+    server.route(
+        "GET", api + "/hourt/search",
+        FakeResponse::json(R"({"data": [{"ID": "h1", "name": "Overhead", "objCode": "HOURT"}]})"));
+    server.route("POST", api + "/hour",
+                 FakeResponse::json(R"({"data": {"ID": "hr-1", "objCode": "HOUR"}})"));
 }
 
 const bool scenario = ServiceScenarios::add("Norvo.ZVAtTaskIntegration", [] {
     return ServiceScenario{
         .serve = serveAtTask,
-        .tree = "Website [p1|-|-]\n  Homepage copy [p1|t1|-]\n  Launch mail [p1|t2|-]\nIntranet [p2|-|-]\n"
-                "  Fix search [p2|t3|-]\nGeneral Hours [KDAtTaskInternalGeneralHoursID|-|-]\n"
-                "  Overhead [KDAtTaskInternalGeneralHoursID|h1|-]\n",
+        .tree =
+            "Website [p1|-|-]\n  Homepage copy [p1|t1|-]\n  Launch mail [p1|t2|-]\nIntranet "
+            "[p2|-|-]\n"
+            "  Fix search [p2|t3|-]\nGeneral Hours [KDAtTaskInternalGeneralHoursID|-|-]\n"
+            "  Overhead [KDAtTaskInternalGeneralHoursID|h1|-]\n",
         .posted = {.projectID = "p1", .subprojectID = "t1", .seconds = 5400, .title = "Review"},
         .postPath = api + "/hour",
         .postMembers = {{"taskID", "t1"}, {"hours", "1.50"}, {"description", "Review"}},
@@ -55,7 +63,8 @@ protected:
     std::string calls() const {
         std::string text;
         for (const auto& request : server.requests())
-            text += request.path.substr(api.size() + 1) + "(" + request.header("SessionID") + request.queryValue("sessionID") + ") ";
+            text += request.path.substr(api.size() + 1) + "(" + request.header("SessionID") +
+                    request.queryValue("sessionID") + ") ";
         return text;
     }
 };
@@ -90,7 +99,8 @@ TEST_F(AtTaskTests, TheGeneralHoursBranchComesOnlyInTheAssignedModeAndWithHourTy
     ZVDictionary dictionary = stored->dictionaryRepresentation();
     dictionary.erase(AtTask::synchronizeAllTasksKey);
     dictionary["KDIntegrationClass"] = std::string("KDAtTaskIntegration");
-    const auto old = std::dynamic_pointer_cast<AtTask>(ZVIntegration::integrationWithDictionary(dictionary));
+    const auto old =
+        std::dynamic_pointer_cast<AtTask>(ZVIntegration::integrationWithDictionary(dictionary));
     ASSERT_TRUE(old);
     EXPECT_FALSE(old->synchronizesAllTasks());
     EXPECT_EQ(old->availableProjects().at(0)->time(), 600u);
@@ -99,14 +109,17 @@ TEST_F(AtTaskTests, TheGeneralHoursBranchComesOnlyInTheAssignedModeAndWithHourTy
         const char* hourTypes;
         bool asksForHourTypes;
         bool hasBranch;
-    } cases[] = {{true, R"({"data": [{"ID": "h1", "name": "Overhead"}]})", false, false},
-                 {false, R"({"data": []})", true, false},
-                 {false, R"({"data": [{"ID": "h1", "name": "Overhead"}, {"name": "No id"}]})", true, true}};
+    } cases[] = {
+        {true, R"({"data": [{"ID": "h1", "name": "Overhead"}]})", false, false},
+        {false, R"({"data": []})", true, false},
+        {false, R"({"data": [{"ID": "h1", "name": "Overhead"}, {"name": "No id"}]})", true, true}};
     for (const auto& c : cases) {
         server.clearRequests();
         server.route("GET", api + "/hourt/search", FakeResponse::json(c.hourTypes));
-        const auto tree = makeAccount<AtTask>({{AtTask::synchronizeAllTasksKey, c.allTasks}})->loadRemoteProjects();
-        EXPECT_EQ(!server.requests(api + "/hourt/search").empty(), c.asksForHourTypes) << c.hourTypes;
+        const auto tree = makeAccount<AtTask>({{AtTask::synchronizeAllTasksKey, c.allTasks}})
+                              ->loadRemoteProjects();
+        EXPECT_EQ(!server.requests(api + "/hourt/search").empty(), c.asksForHourTypes)
+            << c.hourTypes;
         EXPECT_EQ(tree.back()->name() == "General Hours", c.hasBranch) << c.hourTypes;
     }
     EXPECT_TRUE(log.contains("genHourDict is missing name or ID: "));
@@ -122,15 +135,17 @@ TEST_F(AtTaskTests, TheGeneralHoursBranchComesOnlyInTheAssignedModeAndWithHourTy
 TEST_F(AtTaskTests, AnUnreadableWorkListIsAnEmptyTreeAndASignInWithoutSessionFails) {
     serveAtTask(server, false);
     auto account = makeAccount<AtTask>();
-    server.route("GET", api + "/work/myWork", FakeResponse::json(R"({"error": {"message": "busy"}})"));
+    server.route("GET", api + "/work/myWork",
+                 FakeResponse::json(R"({"error": {"message": "busy"}})"));
     EXPECT_TRUE(account->loadRemoteProjects().empty());
     EXPECT_TRUE(log.contains("No data in "));
 
     const struct {
         FakeResponse reply;
         const char* reason;
-    } logins[] = {{FakeResponse::json(R"({"data": {"userID": "u-7"}})"), "Invalid sign in response."},
-                  {FakeResponse::text("<html>Maintenance</html>"), "Cannot sign in."}};
+    } logins[] = {
+        {FakeResponse::json(R"({"data": {"userID": "u-7"}})"), "Invalid sign in response."},
+        {FakeResponse::text("<html>Maintenance</html>"), "Cannot sign in."}};
     for (const auto& login : logins) {
         server.route("POST", api + "/login", login.reply);
         EXPECT_TRUE(throwsFailureReason([&] { account->loadRemoteProjects(); }, login.reason));
@@ -157,7 +172,8 @@ TEST_F(AtTaskTests, AnAPIKeyGoesInEveryAddressWithoutASessionAndTheWorkListPages
     EXPECT_EQ(tree[0]->subprojects().size(), 2500u);
     account->postTime(*task);
     EXPECT_EQ(calls(), "work/myWork() work/myWork() hour() ");
-    for (const auto& request : server.requests()) EXPECT_EQ(request.queryValue("apiKey"), credentials.password);
+    for (const auto& request : server.requests())
+        EXPECT_EQ(request.queryValue("apiKey"), credentials.password);
     EXPECT_EQ(server.requests(api + "/work/myWork").at(1).queryValue("$$FIRST"), "2000");
 }
 

@@ -48,19 +48,27 @@ void ZVAtTaskIntegration::initialize() {
 const std::vector<ZVIntegrationSetting>& ZVAtTaskIntegration::settings() const {
     using Kind = ZVIntegrationSetting::Kind;
     static const std::vector<ZVIntegrationSetting> declared{
-        {synchronizeAllTasksKey, Kind::flag, ZVLocalizable("Synchronize all tasks"), "synchronizeAllTasksButton"},
-        {usesAPIKeyKey, Kind::flag, ZVLocalizable("Sign in with an API key"), "apiKeyButton", std::nullopt, {},
+        {synchronizeAllTasksKey, Kind::flag, ZVLocalizable("Synchronize all tasks"),
+         "synchronizeAllTasksButton"},
+        {usesAPIKeyKey,
+         Kind::flag,
+         ZVLocalizable("Sign in with an API key"),
+         "apiKeyButton",
+         std::nullopt,
+         {},
          true},
     };
     return declared;
 }
 
 std::optional<ZVCredentialPresentation> ZVAtTaskIntegration::credentialPresentation() const {
-    return ZVCredentialPresentation{ZVLocalizedString("User name and password, or an API key"), usernameLabel(),
-                                    usesAPIKey() ? ZVLocalizedString("API key") : ZVLocalizedString("Password"),
-                                    {},
-                                    {},
-                                    {}};
+    return ZVCredentialPresentation{
+        ZVLocalizedString("User name and password, or an API key"),
+        usernameLabel(),
+        usesAPIKey() ? ZVLocalizedString("API key") : ZVLocalizedString("Password"),
+        {},
+        {},
+        {}};
 }
 
 ZVCredentialStyle ZVAtTaskIntegration::credentialStyle() const {
@@ -73,10 +81,11 @@ ZVCredentialStyle ZVAtTaskIntegration::credentialStyle() const {
 
 std::string ZVAtTaskIntegration::logIn() {
     const auto& credential = usernamePasswordAuthentication();
-    ZVServiceRequest login{.method = "POST",
-                           .path = attask::path(attask::loginPath),
-                           .query = {{"username", credential.username()}, {"password", credential.password()}},
-                           .sendsCredentials = false};
+    ZVServiceRequest login{
+        .method = "POST",
+        .path = attask::path(attask::loginPath),
+        .query = {{"username", credential.username()}, {"password", credential.password()}},
+        .sendsCredentials = false};
     const auto reply = sendForJSON(login, ZVLocalizedString("Cannot sign in."));
     const auto session = ZVJSON::string(reply, "[data][sessionID]");
     if (!session || session->empty()) {
@@ -119,8 +128,8 @@ void ZVAtTaskIntegration::_signOut() {
     endSession();
 }
 
-std::optional<std::vector<nlohmann::json>> ZVAtTaskIntegration::_loadAtTaskObjectsAtURL(const std::string& path,
-                                                                                          const std::string& fields) {
+std::optional<std::vector<nlohmann::json>> ZVAtTaskIntegration::_loadAtTaskObjectsAtURL(
+    const std::string& path, const std::string& fields) {
     std::vector<nlohmann::json> objects;
     bool readable = true;
     ZVPaging::walkOffsetPages([&](std::size_t first) {
@@ -138,7 +147,9 @@ std::optional<std::vector<nlohmann::json>> ZVAtTaskIntegration::_loadAtTaskObjec
         const auto body = reply.json();
         const nlohmann::json* data = body ? ZVJSON::value(*body, "data") : nullptr;
         const bool isList = data && data->is_array() &&
-                            std::all_of(data->begin(), data->end(), [](const nlohmann::json& item) { return item.is_object(); });
+                            std::all_of(data->begin(), data->end(), [](const nlohmann::json& item) {
+                                return item.is_object();
+                            });
         if (!isList) {
             ZVLog([&] { return "No data in " + reply.body; });
             readable = false;
@@ -146,7 +157,8 @@ std::optional<std::vector<nlohmann::json>> ZVAtTaskIntegration::_loadAtTaskObjec
         }
         ZVLog([&] { return "Received data: " + data->dump(); });
         objects.insert(objects.end(), data->begin(), data->end());
-        return ZVPaging::OffsetPage{data->size(), data->size() < attask::pageSize, ZVPaging::arrayFingerprint(*data)};
+        return ZVPaging::OffsetPage{data->size(), data->size() < attask::pageSize,
+                                    ZVPaging::arrayFingerprint(*data)};
     });
     if (!readable) return std::nullopt;
     return objects;
@@ -166,7 +178,8 @@ ZVIntegration::ProjectList ZVAtTaskIntegration::loadRemoteProjects() {
         return _synchronizeTasksWithPostprocessingBlock([](ProjectTable&) {});
     }
     ZVLog([] { return std::string("Synchronizing assigned tasks."); });
-    return _synchronizeTasksWithPostprocessingBlock([this](ProjectTable& projects) { _synchronizeAssignedTasks(projects); });
+    return _synchronizeTasksWithPostprocessingBlock(
+        [this](ProjectTable& projects) { _synchronizeAssignedTasks(projects); });
 }
 
 ZVIntegration::ProjectList ZVAtTaskIntegration::_synchronizeTasksWithPostprocessingBlock(
@@ -187,8 +200,9 @@ ZVIntegration::ProjectList ZVAtTaskIntegration::_synchronizeTasksWithPostprocess
             ZVLog([&] { return "Can't find name, projectID, or subprojectID in " + item.dump(); });
             continue;
         }
-        auto node = std::find_if(projects.begin(), projects.end(),
-                                 [&](const auto& known) { return known->projectID() == *projectID; });
+        auto node = std::find_if(projects.begin(), projects.end(), [&](const auto& known) {
+            return known->projectID() == *projectID;
+        });
         if (node == projects.end()) {
             const auto projectName = attask::text(*project, "name");
             if (!projectName) {
@@ -227,7 +241,8 @@ void ZVAtTaskIntegration::_synchronizeAssignedTasks(ProjectTable& projects) {
 
 void ZVAtTaskIntegration::postTime(ZVIntegrationProject& project) {
     _loadToken();
-    if (!project.subprojectID()) ZVFatalError("An hour of AtTask goes to a task or an hour type, not to a project.");
+    if (!project.subprojectID())
+        ZVFatalError("An hour of AtTask goes to a task or an hour type, not to a project.");
     // A general hour is of an hour type and on no task.
     const char* target = project.projectID() == generalHoursID ? "hourTypeID" : "taskID";
     ZVServiceRequest hour{.method = "POST",

@@ -63,9 +63,10 @@ private:
     std::optional<std::vector<nlohmann::json>> _loadGeneralHours();
     /// Every object of the listing, page after page; nothing when a page
     /// cannot be read.
-    std::optional<std::vector<nlohmann::json>> _loadAtTaskObjectsAtURL(const std::string& path,
-                                                                       const std::string& fields = {});
-    ProjectList _synchronizeTasksWithPostprocessingBlock(const std::function<void(ProjectTable&)>& block);
+    std::optional<std::vector<nlohmann::json>> _loadAtTaskObjectsAtURL(
+        const std::string& path, const std::string& fields = {});
+    ProjectList _synchronizeTasksWithPostprocessingBlock(
+        const std::function<void(ProjectTable&)>& block);
     void _synchronizeAssignedTasks(ProjectTable& projects);
 
     std::atomic<bool> _signingOut{false};

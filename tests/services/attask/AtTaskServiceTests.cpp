@@ -7,7 +7,7 @@
 namespace {
 
 using AtTask = ZVAtTaskIntegration;
-const std::string api = "/attask/api/v21.0";
+const std::string api = "/attask/api/v22.0";
 
 nlohmann::json workItem(const char* id, const char* name, const char* projectID,
                         const char* projectName) {

@@ -17,7 +17,7 @@ namespace attask {
 namespace {
 // The newest version of the interface; the unversioned path lands on a
 // default that moves with every release.
-constexpr const char* api = "/attask/api/v21.0";
+constexpr const char* api = "/attask/api/v22.0";
 constexpr const char* loginPath = "/login";
 constexpr const char* logoutPath = "/logout";
 // The items of the user's own work list, tasks and issues, each naming its project.

@@ -13,7 +13,7 @@
 class ZVIntegrationProject;
 
 /// An account on AtTask, today Adobe Workfront, through its JSON interface
-/// under "/attask/api/v21.0". The user's work list gives the tree: a node
+/// under "/attask/api/v22.0". The user's work list gives the tree: a node
 /// per project of the list, the list's tasks below it; the assigned mode
 /// adds a branch "General Hours" with the hour types. Time goes out as an
 /// hour on the task, or as a general hour of its hour type.

@@ -24,6 +24,8 @@ TEST(ServiceFactsTests, MatchTheTableAndComeBackFromTheirStoredClassName) {
     const Facts table[] = {
         {"Norvo.ZVGenericAddressBasedIntegration", "com.tesselwick.norvo.generic", "Generic", ZVSSLSupport::optional,
          false, "Generic", "Your URL Without Trailing /"},
+        {"Norvo.ZVAtTaskIntegration", "com.tesselwick.norvo.attask", "AtTask", ZVSSLSupport::optional, false, "AtTask",
+         "<domain>.my.workfront.com"},
         {"Norvo.ZVJIRAIntegration", "com.tesselwick.norvo.jira", "JIRA", ZVSSLSupport::optional, false, "JIRA",
          "jira.example.com/jira"},
         {"Norvo.ZVKashflowIntegration", "com.tesselwick.norvo.kashflow", "KashFlow", ZVSSLSupport::mandatory, true,

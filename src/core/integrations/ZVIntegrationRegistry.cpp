@@ -13,6 +13,7 @@
 // Service classes, one include each, in the order of the table.
 #include "core/integrations/address_based/activecollab/ZVActiveCollab5Integration.h"
 #include "core/integrations/address_based/activecollab/ZVActiveCollabIntegration.h"
+#include "core/integrations/address_based/attask/ZVAtTaskIntegration.h"
 #include "core/integrations/address_based/freeagent/ZVFreeAgentIntegration.h"
 #include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
 #include "core/integrations/address_based/jira/ZVJIRAIntegration.h"
@@ -81,6 +82,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .authenticationType = Auth::usernamePassword,
         .sslSupport = SSL::optional,
         .setupViewName = "AtTask",
+        .make = built<ZVAtTaskIntegration>(),
     },
     {
         .className = "Norvo.ZVBigTimeIntegration",

@@ -33,7 +33,8 @@ struct ServiceScenario {
     /// The path the post goes to.
     std::string postPath;
     /// Members of the post's body and their text: JSON key paths, XPaths in
-    /// an XML body, or names in a form.
+    /// an XML body, names in a form, or, when the body is empty, names in
+    /// the query.
     std::vector<std::pair<std::string, std::string>> postMembers;
 
     /// Paths the service asks without credentials on purpose (a public

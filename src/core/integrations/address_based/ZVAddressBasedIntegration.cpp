@@ -264,6 +264,11 @@ void ZVAddressBasedIntegration::endSession() {
     _sessionToken.reset();
 }
 
+bool ZVAddressBasedIntegration::hasSession() const {
+    std::lock_guard guard(_addressLock);
+    return _sessionToken.has_value();
+}
+
 ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) {
     for (int attempt = 0;; ++attempt) {
         // Asked at each attempt: a refused session may change the style.
@@ -319,9 +324,11 @@ ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) 
                 }
                 if (!ownHost || !request.sendsCredentials) return;
                 addAccountHeaders(http);
-                if (usesSession)
+                if (usesSession) {
                     applyStyle(http, style.sessionStyle, style.sessionName, user, *session);
-                else
+                    if (!style.sessionWriteParameter.empty() && method != "GET" && method != "HEAD")
+                        http.url = withQuery(http.url, {{style.sessionWriteParameter, *session}});
+                } else
                     applyStyle(http, style.kind, style.name,
                                style.kind == ZVCredentialStyle::Kind::basicUsernamePassword ? user : std::string(),
                                style.kind == ZVCredentialStyle::Kind::basicUsernamePassword ? password : token);
@@ -338,11 +345,14 @@ ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) 
             }
             // A body may carry the credentials (inside a SOAP envelope) or
             // the user's entries: it never goes on to another host. Nor does
-            // an address that names a token of the query again.
+            // an address that names a secret of the account again: a token
+            // of the query, or the password of a log-in that travels there.
             const bool hasBody = request.json || request.xml || request.form;
             const std::string secret = usesSession ? *session : token;
-            const bool namesSecret = request.sendsCredentials && !secret.empty() &&
-                                     url.find(percentEncoded(secret)) != std::string::npos;
+            const auto names = [&url](const std::string& text) {
+                return !text.empty() && url.find(percentEncoded(text)) != std::string::npos;
+            };
+            const bool namesSecret = names(secret) || names(password) || names(token);
             if (((sendsBody && hasBody) || namesSecret) && origin(url) != home) {
                 ZVLog([&] { return name() + ": not sending what " + request.path + " carries on to " + origin(url); });
                 if (request.purpose == ZVServiceRequest::Purpose::posting) throw ZVIntegrationGenericTimePostingError();

@@ -123,6 +123,8 @@ public:
     std::string credentialToken() const;
     /// Forgets the session token (the session style logs in again).
     void endSession();
+    /// Whether a session token is held in memory.
+    bool hasSession() const;
 
 protected:
     void initialize() override;

@@ -42,6 +42,10 @@ struct ZVCredentialStyle {
     /// How the session token travels (for `session`): one of the kinds above.
     Kind sessionStyle = Kind::bearerToken;
     std::string sessionName;
+    /// For `session`: a query parameter that also names the token on every
+    /// request that writes (any method but GET and HEAD), for a service that
+    /// takes a write only with the session in its address ("sessionID").
+    std::string sessionWriteParameter;
 };
 
 /// One request of a service: where it goes, what it sends, and what it is

@@ -427,7 +427,7 @@ void ZVIntegrationCenter::journalRunningTime(std::uint64_t seconds) {
     const auto project = currentProject();
     if (!project) return;
     // Local projects live in the preferences, a small file that the journal
-    // does not cover: their running time is written there on the same beat.
+    // does not cover: their running time is written there every few beats.
     if (auto account = project->integration(); account && account->isLocalAccount()) {
         project->setTimeWithoutSaving(seconds);
         if (seconds >= _localRunningTimeSaved + localRunningTimeSaveInterval || seconds < _localRunningTimeSaved) {

@@ -105,6 +105,10 @@ int main(int argc, char** argv) {
     // Read before the main loop: a change needs a relaunch.
     const bool showsInTaskbar = ZVNorvoPreferences::shared().showDockIcon();
 
+    // The database can be large: it is read behind the window and the tray,
+    // which show at once and say that the projects are loading.
+    ZVIntegrationCenter::loadSharedInBackground();
+
     int result = 0;
     {
         ZVNorvoAppDelegate delegate(showsInTaskbar);
@@ -128,6 +132,9 @@ int main(int argc, char** argv) {
         QObject::connect(&terminationSignals, &ZVTerminationSignals::terminationRequested, &delegate,
                          [&delegate] { delegate.terminateWithoutQuestions(); });
         result = QApplication::exec();
+        // A quit while the database is read: what was read is dropped and
+        // nothing was written.
+        ZVIntegrationCenter::abandonLoading();
         // The timers of the heart beat belong to the application object.
         ZVHeartBeat::sharedHeartBeat().stopBeforeQuitting();
         ZVHeartBeat::resetSharedHeartBeat();

@@ -95,6 +95,10 @@ ZVIntegrationCenter& ZVIntegrationCenter::loadSharedInBackground() {
     sharedPointer().store(center);
     center->_isReadingAccounts = true;
     center->_loader = std::thread([center] {
+        struct Ending {
+            std::atomic<bool>& ended;
+            ~Ending() { ended = true; }
+        } ending{center->_loaderEnded};
         std::shared_ptr<ReadAccounts> read;
         try {
             read = std::make_shared<ReadAccounts>(center->_readAccounts());
@@ -113,11 +117,22 @@ ZVIntegrationCenter& ZVIntegrationCenter::loadSharedInBackground() {
     return *center;
 }
 
-void ZVIntegrationCenter::abandonLoading() {
+bool ZVIntegrationCenter::abandonLoading(std::chrono::milliseconds patience) {
     ZVIntegrationCenter* center = sharedPointer().load();
-    if (!center || !center->_loader.joinable()) return;
+    if (!center || !center->_loader.joinable()) return true;
     if (!center->_loaded) center->_loadingAbandoned = true;
+    if (patience != std::chrono::milliseconds::max()) {
+        const auto deadline = std::chrono::steady_clock::now() + patience;
+        while (!center->_loaderEnded && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        if (!center->_loaderEnded) {
+            ZVLog([] { return std::string("The reading of the database is left to the end of the process"); });
+            center->_loader.detach();
+            return false;
+        }
+    }
     center->_loader.join();
+    return true;
 }
 
 bool ZVIntegrationCenter::sharedIsLoading() {

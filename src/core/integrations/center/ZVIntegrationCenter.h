@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -60,9 +61,12 @@ public:
     /// is posted there. The centre that exists already is returned as it is.
     static ZVIntegrationCenter& loadSharedInBackground();
     /// Ends a reading that runs (a quit while the database is read): what
-    /// it read is dropped, nothing is written; returns when the worker has
-    /// ended.
-    static void abandonLoading();
+    /// it read is dropped and nothing is written. The worker stops at the
+    /// next account; this waits for it at most `patience` and answers
+    /// whether it ended. When it did not, it is left to the end of the
+    /// process, which must then end without destroying static objects
+    /// (std::_Exit): the worker still uses them.
+    static bool abandonLoading(std::chrono::milliseconds patience = std::chrono::milliseconds::max());
     /// The shared centre when it has been built, else nullptr; builds nothing.
     static ZVIntegrationCenter* sharedIfExists();
     /// The current project of the shared centre; none before the centre is
@@ -241,6 +245,7 @@ private:
     std::atomic<bool> _loaded{false};
     std::atomic<bool> _loadingAbandoned{false};
     std::thread _loader;
+    std::atomic<bool> _loaderEnded{false};
     std::vector<std::function<void()>> _whenLoaded;
     std::function<void(const ProjectPointer&)> _systemNotificationHandler;
     std::vector<ZVNotificationCenter::Token> _observations;

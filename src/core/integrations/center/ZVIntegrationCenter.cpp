@@ -247,7 +247,10 @@ ZVIntegrationCenter::ReadAccounts ZVIntegrationCenter::_readAccounts() {
             entry.second = ZVValue();
         }
     }
-    read.storedSelection = std::move(_storedSelection);
+    {
+        std::lock_guard<std::mutex> guard(_currentProjectMutex);
+        read.storedSelection = std::move(_storedSelection);
+    }
 #ifdef __GLIBC__
     // The reading made and freed far more than the accounts keep; what it
     // freed goes back to the system instead of staying with a program that
@@ -312,6 +315,9 @@ void ZVIntegrationCenter::performWhenLoaded(std::function<void()> block) {
 
 void ZVIntegrationCenter::storedSelectionWasRead(const ProjectPointer& project) {
     if (_isReadingAccounts) {
+        // The worker reads the accounts while the main thread may build the
+        // local account's projects.
+        std::lock_guard<std::mutex> guard(_currentProjectMutex);
         if (!_storedSelection) _storedSelection = project;
         return;
     }
@@ -723,6 +729,7 @@ bool ZVIntegrationCenter::_readAccountsStreaming(const ZVDatabaseJournal::Replay
         // The general reader decides; a node marked selected in what was
         // read so far must not become the current project.
         accounts.clear();
+        std::lock_guard<std::mutex> guard(_currentProjectMutex);
         _storedSelection.reset();
         return false;
     }

@@ -183,8 +183,8 @@ private:
         ProjectPointer storedSelection;
         std::unique_ptr<ZVDatabaseJournal> journal;
     };
-    /// Reads the journal and the database; runs on any thread and touches
-    /// nothing that the main thread uses.
+    /// Reads the journal and the database into accounts that no one else
+    /// sees yet; runs on any thread.
     ReadAccounts _readAccounts();
     /// Takes the accounts in and starts the centre's life: the recents, the
     /// current project, the timers and the first refresh (main thread).

@@ -55,12 +55,13 @@ start_s=$(awk -v a="$started" -v b="$shown" 'BEGIN { printf "%.3f", b - a }')
 echo "start-up         $start_s s to the timer window"
 projects_s=""
 if [ -x "$norvoctl" ]; then
-  for _ in $(seq 6000); do
+  for _ in $(seq 1200); do
     if "$norvoctl" status --json 2>/dev/null | grep -q '"loading":false'; then
       projects_s=$(awk -v a="$started" -v b="$(date +%s.%N)" 'BEGIN { printf "%.3f", b - a }')
       break
     fi
-    sleep 0.02
+    # Each look starts a process; fewer of them leave the machine to the read.
+    sleep 0.1
   done
   echo "start-up         $projects_s s to the projects read"
 fi

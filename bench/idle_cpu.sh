@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # Measures a running Norvo while the user does nothing: the time from exec
-# to the timer window shown, then the CPU time and wake-ups with the timer
-# stopped and with it running on a local project, and the resident memory.
-# Starts its own X server unless DISPLAY is set, and uses a throw-away home,
-# with a copy of the given database when there is one. Prints key=value
-# lines after the readable ones.
+# to the timer window shown and, when norvoctl is built beside it, to the
+# projects read (the database is read behind the window); then the CPU time
+# and wake-ups with the timer stopped and with it running on a local
+# project, and the resident memory. Starts its own X server unless DISPLAY
+# is set and its own session bus unless there is one, and uses a throw-away
+# home, with a copy of the given database when there is one. Prints
+# key=value lines after the readable ones.
 #   bench/idle_cpu.sh [path/to/norvo] [seconds per phase, default 60] [Integrations.edb]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -16,6 +18,10 @@ database=${3:+$(realpath "$3")}
 if [ -z "${DISPLAY:-}" ]; then
   exec xvfb-run -a -s "-screen 0 1280x800x24" "$0" "$norvo" "$seconds" ${database:+"$database"}
 fi
+if [ -z "${DBUS_SESSION_BUS_ADDRESS:-}" ]; then
+  exec dbus-run-session -- "$0" "$norvo" "$seconds" ${database:+"$database"}
+fi
+norvoctl="$(dirname "$norvo")/norvoctl/norvoctl"
 
 scratch=$(mktemp -d)
 # Norvo saves its files as it ends: wait for it before removing its home.
@@ -47,6 +53,18 @@ done
 [ -n "$shown" ] || { echo "the timer window did not show" >&2; exit 1; }
 start_s=$(awk -v a="$started" -v b="$shown" 'BEGIN { printf "%.3f", b - a }')
 echo "start-up         $start_s s to the timer window"
+projects_s=""
+if [ -x "$norvoctl" ]; then
+  for _ in $(seq 1200); do
+    if "$norvoctl" status --json 2>/dev/null | grep -q '"loading":false'; then
+      projects_s=$(awk -v a="$started" -v b="$(date +%s.%N)" 'BEGIN { printf "%.3f", b - a }')
+      break
+    fi
+    # Each look starts a process; fewer of them leave the machine to the read.
+    sleep 0.1
+  done
+  echo "start-up         $projects_s s to the projects read"
+fi
 sleep 3
 
 ticks=$(getconf CLK_TCK)
@@ -76,6 +94,7 @@ sleep 1
 rss=$(awk '/VmRSS/ {print $2}' "/proc/$pid/status")
 echo "resident memory  $((rss / 1024)) MB"
 printf 'start_s=%s\n%srss_mb=%s\n' "$start_s" "$keys" "$((rss / 1024))"
+if [ -n "$projects_s" ]; then printf 'projects_s=%s\n' "$projects_s"; fi
 # The time that the run added to the project shows that the timer ran.
 kill -TERM "$pid"; wait "$pid" 2>/dev/null || true
 tr -d '\n\t ' <"$XDG_CONFIG_HOME/com.tesselwick.norvo/Preferences.plist" |

@@ -243,7 +243,8 @@ def desktop_rows(table, build, homes, seconds, tiny):
     if not os.path.exists(norvo):
         table.add("8", "idle and start-up of the real program", "norvo not built", "", "", None)
         return
-    targets = {"none": (0.3, 60), "small": (0.5, 150), "large": (3.0, 500)}
+    # The window comes before the database is read: 300 ms whatever its size.
+    targets = {"none": (0.3, 60), "small": (0.3, 150), "large": (0.3, 500)}
     for name, home in homes:
         args = [os.path.join(ROOT, "bench", "idle_cpu.sh"), norvo, str(seconds)]
         if home:
@@ -253,6 +254,9 @@ def desktop_rows(table, build, homes, seconds, tiny):
         judge = lambda met: None if tiny else met
         table.add("9", f"start-up to the timer window, {name} database", ms(result["start_s"]), "",
                   f"< {ms(start_target)}", judge(result["start_s"] < start_target))
+        if "projects_s" in result:
+            table.add("9", f"start-up to the projects read (behind the window), {name} database",
+                      ms(result["projects_s"]), "", "", None)
         table.add("8", f"idle {seconds} s, timer running, {name} database: CPU / wake-ups per s",
                   f"{result['running_cpu_percent']:.2f}% / {result['running_wakeups_per_s']:.1f}", "",
                   "< 0.3% of a core", judge(result["running_cpu_percent"] < 0.3))

@@ -11,6 +11,7 @@
 #include <QJsonDocument>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QPointer>
 #include <QThread>
 #include <chrono>
 
@@ -36,6 +37,7 @@ constexpr const char* cannotPostError = "com.tesselwick.Norvo.Error.CannotPost";
 constexpr const char* nothingToSynchronizeError = "com.tesselwick.Norvo.Error.NothingToSynchronize";
 constexpr const char* exportFailedError = "com.tesselwick.Norvo.Error.ExportFailed";
 constexpr const char* waitingForUserError = "com.tesselwick.Norvo.Error.WaitingForUser";
+constexpr const char* loadingError = "com.tesselwick.Norvo.Error.Loading";
 
 QString text(const std::string& utf8) { return QString::fromStdString(utf8); }
 
@@ -88,7 +90,8 @@ ZVDBusService::ZVDBusService(ZVNorvoAppDelegate& delegate, QObject* parent) : QO
     for (const char* name : {ZVIntegrationCenterCurrentProjectDidChangeNotification,
                              ZVIntegrationProjectTimeDidChangeNotification, ZVIntegrationProjectTimeDidResetNotification,
                              ZVIntegrationCenterSynchronizationDidStartNotification,
-                             ZVIntegrationCenterSynchronizationDidEndNotification}) {
+                             ZVIntegrationCenterSynchronizationDidEndNotification,
+                             ZVIntegrationCenterDidLoadNotification}) {
         _observations.push_back(
             notifications.addObserver(name, [this](const ZVNotification&) { _scheduleStateChange(); }));
     }
@@ -142,6 +145,7 @@ QJsonObject ZVDBusService::state() const {
     const ZVNorvoMainWindow* window = _delegate.window();
     state.insert(QStringLiteral("task"), window ? window->currentTaskTextField()->text() : QString());
     state.insert(QStringLiteral("syncing"), center && center->synchronizationIsInProgress());
+    state.insert(QStringLiteral("loading"), !center || !center->isLoaded());
     return state;
 }
 
@@ -168,7 +172,10 @@ ProjectPointer ZVDBusService::projectNamed(const QString& pathOrIdentifiers) {
     return nullptr;
 }
 
-QString ZVDBusService::_run(const std::function<std::optional<Failure>()>& command) {
+QString ZVDBusService::_run(std::function<std::optional<Failure>()> command, Waiting waiting) {
+    if (waiting == Waiting::forProjects &&
+        _deferUntilLoaded([this, command](const std::shared_ptr<PendingReply>& pending) { _runAndReply(pending, command); }))
+        return {};
     if (!calledFromDBus()) {
         const std::optional<Failure> failure = command();
         if (_stateChangeScheduled) _publishState(false);
@@ -176,7 +183,12 @@ QString ZVDBusService::_run(const std::function<std::optional<Failure>()>& comma
         return failure ? QString() : compact(state());
     }
     setDelayedReply(true);
-    auto pending = std::make_shared<PendingReply>(PendingReply{message(), connection()});
+    _runAndReply(std::make_shared<PendingReply>(PendingReply{message(), connection()}), command);
+    return {};
+}
+
+void ZVDBusService::_runAndReply(const std::shared_ptr<PendingReply>& pending,
+                                 const std::function<std::optional<Failure>()>& command) {
     if (_pendingReplies.empty()) qApp->installEventFilter(this);
     _pendingReplies.push_back(pending);
     const std::optional<Failure> failure = command();
@@ -186,11 +198,31 @@ QString ZVDBusService::_run(const std::function<std::optional<Failure>()>& comma
     std::erase(_pendingReplies, pending);
     if (_pendingReplies.empty()) qApp->removeEventFilter(this);
     if (!pending->answered) {
+        pending->answered = true;
         pending->connection.send(failure ? pending->call.createErrorReply(QString::fromLatin1(failure->errorName),
                                                                           failure->message)
                                          : pending->call.createReply(compact(state())));
     }
-    return {};
+}
+
+bool ZVDBusService::_deferUntilLoaded(std::function<void(const std::shared_ptr<PendingReply>&)> answer) {
+    auto& center = ZVIntegrationCenter::shared();
+    if (!calledFromDBus() || center.isLoaded()) return false;
+    setDelayedReply(true);
+    auto pending = std::make_shared<PendingReply>(PendingReply{message(), connection()});
+    ZVLog([&] { return "The call " + pending->call.member().toStdString() + " waits for the projects"; });
+    QTimer::singleShot(loadingWaitMilliseconds, this, [pending] {
+        if (pending->answered) return;
+        pending->answered = true;
+        pending->connection.send(pending->call.createErrorReply(
+            QString::fromLatin1(loadingError),
+            ZVLocalizedQString("Norvo is still loading its projects. Try again in a moment.")));
+    });
+    center.performWhenLoaded([self = QPointer<ZVDBusService>(this), pending, answer = std::move(answer)] {
+        // Answered already: the caller was told that nothing happened.
+        if (self && !pending->answered) answer(pending);
+    });
+    return true;
 }
 
 bool ZVDBusService::eventFilter(QObject* watched, QEvent* event) {
@@ -235,23 +267,34 @@ QString ZVDBusService::Toggle() {
 }
 
 QString ZVDBusService::Quit() {
-    return _run([this]() -> std::optional<Failure> {
-        _delegate.terminate();
-        return std::nullopt;
-    });
+    // A quit while the projects are read writes nothing and need not wait.
+    return _run(
+        [this]() -> std::optional<Failure> {
+            _delegate.terminate();
+            return std::nullopt;
+        },
+        Waiting::no);
 }
 
 QString ZVDBusService::Status() { return compact(state()); }
 
 QString ZVDBusService::Search(const QString& query) {
-    QJsonArray results;
-    for (const auto& project : ZVProjectQuickSearch::searchAllProjects(query.toStdString()))
-        results.append(projectIdentity(*project));
-    return QString::fromUtf8(QJsonDocument(results).toJson(QJsonDocument::Compact));
+    auto results = [query] {
+        QJsonArray found;
+        for (const auto& project : ZVProjectQuickSearch::searchAllProjects(query.toStdString()))
+            found.append(projectIdentity(*project));
+        return QString::fromUtf8(QJsonDocument(found).toJson(QJsonDocument::Compact));
+    };
+    if (_deferUntilLoaded([results](const std::shared_ptr<PendingReply>& pending) {
+            pending->answered = true;
+            pending->connection.send(pending->call.createReply(results()));
+        }))
+        return {};
+    return results();
 }
 
 QString ZVDBusService::SetCurrentProject(const QString& pathOrIdentifiers) {
-    return _run([&]() -> std::optional<Failure> {
+    return _run([pathOrIdentifiers]() -> std::optional<Failure> {
         const auto project = projectNamed(pathOrIdentifiers);
         if (!project)
             return Failure{unknownProjectError, QStringLiteral("No project matches \"%1\".").arg(pathOrIdentifiers)};
@@ -262,7 +305,7 @@ QString ZVDBusService::SetCurrentProject(const QString& pathOrIdentifiers) {
 }
 
 QString ZVDBusService::SetTaskText(const QString& taskText) {
-    return _run([&]() -> std::optional<Failure> {
+    return _run([this, taskText]() -> std::optional<Failure> {
         ZVNorvoMainWindow* window = _delegate.window();
         if (!window) return Failure{invalidArgumentError, QStringLiteral("Norvo has no timer window yet.")};
         // What typing into the field and leaving it does.
@@ -299,7 +342,7 @@ QString ZVDBusService::PostCurrent() {
 }
 
 QString ZVDBusService::ExportCSV(const QString& from, const QString& to, const QString& file) {
-    return _run([&]() -> std::optional<Failure> {
+    return _run([this, from, to, file]() -> std::optional<Failure> {
         const QDate first = QDate::fromString(from, Qt::ISODate);
         const QDate last = QDate::fromString(to, Qt::ISODate);
         for (const auto& [date, argument] : {std::pair{first, from}, std::pair{last, to}}) {

@@ -27,7 +27,9 @@ class ZVNorvoAppDelegate;
 /// a person. StateChanged follows starts, stops, changes of project, task
 /// text and time, and synchronizations, and while the timer runs, each new
 /// minute of the clock; never each tick. A command's own change is
-/// announced before its reply.
+/// announced before its reply. While the projects are read at start-up a
+/// command waits for them, at most 20 seconds, and is then answered with
+/// "com.tesselwick.Norvo.Error.Loading"; Status and Quit never wait.
 class ZVDBusService final : public QObject, protected QDBusContext {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "com.tesselwick.Norvo")
@@ -57,6 +59,9 @@ public:
 
     static constexpr const char* serviceName = "com.tesselwick.Norvo";
     static constexpr const char* objectPath = "/com/tesselwick/Norvo";
+    /// How long a call waits for the projects to be read; below the time
+    /// that norvoctl waits for an answer.
+    static constexpr int loadingWaitMilliseconds = 20000;
 
 public Q_SLOTS:
     Q_SCRIPTABLE QString Start();
@@ -89,10 +94,19 @@ private:
         bool answered = false;
     };
 
+    enum class Waiting { forProjects, no };
     /// Runs a command, which may name a failure, and answers with the state
     /// or the failure. From the bus, the reply goes out when the command has
-    /// run, or earlier when it opens a window that waits for the user.
-    QString _run(const std::function<std::optional<Failure>()>& command);
+    /// run, or earlier when it opens a window that waits for the user. A
+    /// command that needs the projects waits while they are read.
+    QString _run(std::function<std::optional<Failure>()> command, Waiting waiting = Waiting::forProjects);
+    void _runAndReply(const std::shared_ptr<PendingReply>& pending,
+                      const std::function<std::optional<Failure>()>& command);
+    /// From the bus while the projects are read: the call waits for them
+    /// and `answer` replies once they are there, or the call is answered
+    /// with the loading error after loadingWaitMilliseconds. False when
+    /// nothing needs to wait.
+    bool _deferUntilLoaded(std::function<void(const std::shared_ptr<PendingReply>&)> answer);
     void _scheduleStateChange();
     void _publishState(bool everyMinute);
     void _armMinuteUpdate();

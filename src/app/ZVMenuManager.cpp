@@ -38,6 +38,9 @@ std::shared_ptr<ZVMenuItem> commandItem(const std::string& title, const std::str
     return std::make_shared<ZVMenuItem>(title, action, [command = std::move(command)](const ZVMenuItem&) { command(); });
 }
 
+// What stands where projects would, while the database is still read.
+std::shared_ptr<ZVMenuItem> loadingItem() { return disabledItem(L("Loading projects…")); }
+
 bool canPostTime(const std::shared_ptr<ZVIntegrationProject>& project) {
     auto integration = project ? project->integration() : nullptr;
     return integration && integration->canPostTime();
@@ -69,8 +72,10 @@ std::shared_ptr<ZVMenu> ZVMenuManager::applicationMenu(const ApplicationMenuVisi
         menu->addItem(commandItem(L("Reset Timer..."), "resetTimer", [] { ZVActionCenter::shared().resetTimer(); }));
         menu->addSeparator();
     }
-    menu->addItem(disabledItem(
-        ZVLocalizedFormat("Current Project: %@", {currentProject ? currentProject->name() : L("(none)")})));
+    const bool loading = !center.isLoaded();
+    menu->addItem(loading ? loadingItem()
+                          : disabledItem(ZVLocalizedFormat("Current Project: %@",
+                                                           {currentProject ? currentProject->name() : L("(none)")})));
     if (visibility.showTimerActions && canPostTime(currentProject)) {
         menu->addItem(commandItem(withHotKey(L("Post time of current project"), "PostTimeShortcut"), "postTime",
                                   [&commands, currentProject] {
@@ -90,18 +95,22 @@ std::shared_ptr<ZVMenu> ZVMenuManager::applicationMenu(const ApplicationMenuVisi
 
     if (visibility.showAllProjects) {
         ZVIntegrationProjectMenuItemTarget* target = commands.projectListTarget();
-        auto local = std::make_shared<ZVMenuItem>(L("Projects"));
-        local->submenu = ZVNorvoIntegration::sharedIntegration()->lazyIntegrationMenu(target, currentProject, true);
-        menu->addItem(local);
-        menu->addSeparator();
-        const auto integrations = center.integrations();
-        for (const auto& integration : integrations) {
-            auto item = std::make_shared<ZVMenuItem>(integration->name());
-            item->submenu = integration->lazyIntegrationMenu(target, currentProject, true);
-            item->representedObject = integration;
-            menu->addItem(item);
+        if (loading) {
+            menu->addItem(loadingItem());
+        } else {
+            auto local = std::make_shared<ZVMenuItem>(L("Projects"));
+            local->submenu = ZVNorvoIntegration::sharedIntegration()->lazyIntegrationMenu(target, currentProject, true);
+            menu->addItem(local);
+            menu->addSeparator();
+            const auto integrations = center.integrations();
+            for (const auto& integration : integrations) {
+                auto item = std::make_shared<ZVMenuItem>(integration->name());
+                item->submenu = integration->lazyIntegrationMenu(target, currentProject, true);
+                item->representedObject = integration;
+                menu->addItem(item);
+            }
+            if (integrations.empty()) menu->addItem(disabledItem(L("No Accounts")));
         }
-        if (integrations.empty()) menu->addItem(disabledItem(L("No Accounts")));
         menu->addItem(commandItem(L("Add Account..."), "addIntegration", [&commands] { commands.addIntegration(); }));
         menu->addSeparator();
     }
@@ -140,6 +149,10 @@ std::shared_ptr<ZVMenu> ZVMenuManager::applicationMenu(const ApplicationMenuVisi
 std::shared_ptr<ZVMenu> ZVMenuManager::actionMenu() const {
     ZVApplicationCommands& commands = _requiredCommands();
     auto menu = std::make_shared<ZVMenu>();
+    if (!ZVIntegrationCenter::shared().isLoaded()) {
+        menu->addItem(loadingItem());
+        return menu;
+    }
     const auto project = ZVIntegrationCenter::shared().currentProject();
     if (!project) {
         menu->addItem(disabledItem(L("No Project Selected")));
@@ -198,6 +211,7 @@ std::vector<std::shared_ptr<ZVMenuItem>> ZVMenuManager::recentProjectsMenuItems(
     auto& center = ZVIntegrationCenter::shared();
     const auto selected = center.currentProject();
     std::vector<std::shared_ptr<ZVMenuItem>> items;
+    if (!center.isLoaded()) return {loadingItem()};
     for (const auto& project : center.recentProjects()) items.push_back(project->menuItem(target, selected));
     if (items.empty()) items.push_back(disabledItem(L("No Recent Projects")));
     return items;

@@ -97,8 +97,8 @@ void ZVNorvoAppDelegate::awakeFromNib() {
     sharedDelegateInstance = this;
     ZVMenuManager::shared().setCommands(this);
     ZVNorvoIntegration::sharedIntegration();
-    // The picker in the window uses the centre, which so exists from here on
-    // and has started its first synchronization.
+    // The picker in the window uses the centre, which so exists from here on;
+    // it shows that the projects are loading until the database is read.
     _window = std::make_unique<ZVNorvoMainWindow>(*this);
     if (!_showsInTaskbar) _window->setWindowFlag(Qt::Tool, true);
     _logController = std::make_unique<ZVLogController>(*_window);
@@ -141,9 +141,11 @@ void ZVNorvoAppDelegate::applicationDidFinishLaunching() {
         [] { ZVNotificationCenter::shared().post(ZVWorkspaceDidWakeNotification); }, this);
 
     ZV_PERFORM_DELAYED_BLOCK(3.0, [] {
-        auto* center = ZVIntegrationCenter::sharedIfExists();
-        if (auto project = center ? center->currentProject() : nullptr)
-            ZVActionCenter::shared().showSystemNotification(project);
+        // With a large database the current project is known only later.
+        ZVIntegrationCenter::shared().performWhenLoaded([] {
+            if (auto project = ZVIntegrationCenter::shared().currentProject())
+                ZVActionCenter::shared().showSystemNotification(project);
+        });
     });
 }
 

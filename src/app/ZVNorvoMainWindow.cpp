@@ -145,7 +145,8 @@ ZVNorvoMainWindow::ZVNorvoMainWindow(ZVApplicationCommands& commands, QWidget* p
     _updateStartStopButton();
     for (const char* name : {ZVIntegrationCenterCurrentProjectDidChangeNotification, ZVIntegrationAvailableProjectsDidChange,
                              ZVIntegrationCenterSynchronizationDidStartNotification,
-                             ZVIntegrationCenterSynchronizationDidEndNotification})
+                             ZVIntegrationCenterSynchronizationDidEndNotification,
+                             ZVIntegrationCenterDidLoadNotification})
         _observations.push_back(ZVNotificationCenter::shared().addObserver(
             name, [this](const ZVNotification&) { _updateGettingStarted(); }));
     _updateGettingStarted();
@@ -153,7 +154,8 @@ ZVNorvoMainWindow::ZVNorvoMainWindow(ZVApplicationCommands& commands, QWidget* p
 
 void ZVNorvoMainWindow::_updateGettingStarted() {
     auto* center = ZVIntegrationCenter::sharedIfExists();
-    const bool noProject = !(center && center->currentProject()) &&
+    // While the database is read it is not known whether there are projects.
+    const bool noProject = !(center && !center->isLoaded()) && !(center && center->currentProject()) &&
                            ZVNorvoIntegration::sharedIntegration()->availableProjects().empty() &&
                            !(center && !center->integrations().empty());
     _gettingStarted->setVisible(noProject);

@@ -37,7 +37,6 @@ ZVTimerViewController::ZVTimerViewController(ZVApplicationCommands& commands, QW
     _searchField = new ZVSearchFieldWithResults(this);
     _searchField->installEventFilter(this);
     _searchField->setObjectName(QStringLiteral("quickSearchField"));
-    _searchField->setPlaceholderText(ZVLocalizedQString("Search projects"));
     _resultDelegate = new ZVProjectSearchResultDelegate(this);
     _searchField->setSearchResultsWidth(220);
 
@@ -74,9 +73,18 @@ ZVTimerViewController::ZVTimerViewController(ZVApplicationCommands& commands, QW
         return ZVMenuManager::shared().applicationMenu(visibility);
     });
     _searchField->setResultsDelegate(this);
+    _loadedObservation = ZVNotificationCenter::shared().addObserver(
+        ZVIntegrationCenterDidLoadNotification, [this](const ZVNotification&) { _showLoading(false); });
+    _showLoading(!ZVIntegrationCenter::shared().isLoaded());
 }
 
-ZVTimerViewController::~ZVTimerViewController() = default;
+ZVTimerViewController::~ZVTimerViewController() { ZVNotificationCenter::shared().removeObserver(_loadedObservation); }
+
+void ZVTimerViewController::_showLoading(bool loading) {
+    _searchField->setReadOnly(loading);
+    _searchField->setPlaceholderText(loading ? ZVLocalizedQString("Loading projects…")
+                                             : ZVLocalizedQString("Search projects"));
+}
 
 void ZVTimerViewController::makeSearchFieldFirstResponder() {
     if (window() && window()->isVisible()) _searchField->setFocus(Qt::OtherFocusReason);

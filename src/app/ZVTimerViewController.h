@@ -56,7 +56,11 @@ Q_SIGNALS:
     void projectChosen();
 
 private:
+    /// While the projects are read the field says so and takes no query.
+    void _showLoading(bool loading);
+
     ZVApplicationCommands& _commands;
+    ZVNotificationCenter::Token _loadedObservation{};
     ZVSearchFieldWithResults* _searchField = nullptr;
     QToolButton* _recentProjectsPopUpButton = nullptr;
     QToolButton* _actionPopUpButton = nullptr;

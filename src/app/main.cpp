@@ -1,7 +1,9 @@
 #include <QApplication>
 #include <QIcon>
 #include <QTimer>
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
 
 #include "ZVLog.h"
 #include "ZVOAuth2Client.h"
@@ -109,7 +111,12 @@ int main(int argc, char** argv) {
     // Read before the main loop: a change needs a relaunch.
     const bool showsInTaskbar = ZVNorvoPreferences::shared().showDockIcon();
 
+    // The database can be large: it is read behind the window and the tray,
+    // which show at once and say that the projects are loading.
+    ZVIntegrationCenter::loadSharedInBackground();
+
     int result = 0;
+    bool readingEnded = true;
     {
         ZVNorvoAppDelegate delegate(showsInTaskbar);
         delegate.awakeFromNib();
@@ -132,6 +139,10 @@ int main(int argc, char** argv) {
         QObject::connect(&terminationSignals, &ZVTerminationSignals::terminationRequested, &delegate,
                          [&delegate] { delegate.terminateWithoutQuestions(); });
         result = QApplication::exec();
+        // A quit while the database is read: what was read is dropped and
+        // nothing was written. A large account can take seconds to read,
+        // longer than a logout should wait for what nobody will use.
+        readingEnded = ZVIntegrationCenter::abandonLoading(std::chrono::milliseconds(300));
         // The timers of the heart beat belong to the application object.
         ZVHeartBeat::sharedHeartBeat().stopBeforeQuitting();
         ZVHeartBeat::resetSharedHeartBeat();
@@ -142,5 +153,11 @@ int main(int argc, char** argv) {
     ZVUserInterface::install(nullptr);
     ZVTimerFactory::install(nullptr);
     ZVMainQueue::install(nullptr);
+    if (!readingEnded) {
+        // The reading still runs on objects that static destructors would
+        // take from under it; it writes nothing, so the process just ends.
+        std::fflush(nullptr);
+        std::_Exit(result);
+    }
     return result;
 }

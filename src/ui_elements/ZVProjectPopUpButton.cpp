@@ -25,6 +25,8 @@ ZVProjectPopUpButton::ZVProjectPopUpButton(ZVApplicationCommands& commands, QWid
     auto& notifications = ZVNotificationCenter::shared();
     _observations.push_back(notifications.addObserver(ZVIntegrationCenterCurrentProjectDidChangeNotification,
                                                       [this](const ZVNotification&) { updateTitle(); }));
+    _observations.push_back(notifications.addObserver(ZVIntegrationCenterDidLoadNotification,
+                                                      [this](const ZVNotification&) { updateTitle(); }));
     _observations.push_back(notifications.addObserver(ZVIntegrationAvailableProjectsDidChange,
                                                       [this](const ZVNotification&) { updateTitle(); }));
     // A refresh may have renamed the current project on its server.
@@ -38,6 +40,11 @@ ZVProjectPopUpButton::~ZVProjectPopUpButton() {
 }
 
 void ZVProjectPopUpButton::updateTitle() {
+    if (!ZVIntegrationCenter::shared().isLoaded()) {
+        setText(ZVLocalizedQString("Loading projects…"));
+        setToolTip(QString());
+        return;
+    }
     auto project = ZVIntegrationCenter::shared().currentProject();
     setText(project ? ZVPlainTitle(project->name()) : ZVLocalizedQString("No project selected"));
     setToolTip(project ? QString::fromStdString(project->fullProjectPath()) : QString());
@@ -47,6 +54,12 @@ std::shared_ptr<ZVMenu> ZVProjectPopUpButton::recreatedMenu() {
     auto& center = ZVIntegrationCenter::shared();
     const auto currentProject = center.currentProject();
     auto menu = std::make_shared<ZVMenu>();
+    if (!center.isLoaded()) {
+        auto loading = std::make_shared<ZVMenuItem>(ZVLocalizedString("Loading projects…"));
+        loading->enabled = false;
+        menu->addItem(loading);
+        return menu;
+    }
     auto local = std::make_shared<ZVMenuItem>(ZVLocalizedString("Projects"));
     local->submenu = ZVNorvoIntegration::sharedIntegration()->lazyIntegrationMenu(this, currentProject, true);
     menu->addItem(local);

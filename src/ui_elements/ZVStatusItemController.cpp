@@ -58,6 +58,8 @@ ZVStatusItemController::ZVStatusItemController(ZVApplicationCommands& commands, 
                                                       [this](const ZVNotification&) { _redraw(); }));
     _observations.push_back(notifications.addObserver(ZVIntegrationCenterCurrentProjectDidChangeNotification,
                                                       [this](const ZVNotification&) { _redraw(); }));
+    _observations.push_back(notifications.addObserver(ZVIntegrationCenterDidLoadNotification,
+                                                      [this](const ZVNotification&) { _redraw(); }));
     if (auto* center = ZVIntegrationCenter::sharedIfExists(); center && center->synchronizationIsInProgress())
         _placeSyncingIndicator();
     // A desktop that switches between light and dark panels changes the
@@ -112,6 +114,7 @@ bool ZVStatusItemController::isPopoverShown() const { return _popoverWindow && _
 
 QString ZVStatusItemController::toolTipText() {
     auto* center = ZVIntegrationCenter::sharedIfExists();
+    if (center && !center->isLoaded()) return QString::fromStdString(ZVLocalizedString("Loading projects…"));
     auto project = center ? center->currentProject() : nullptr;
     return project ? QString::fromStdString(project->fullProjectPath())
                    : QString::fromStdString(ZVLocalizedString("No Project"));

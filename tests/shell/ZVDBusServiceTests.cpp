@@ -114,12 +114,12 @@ TEST_F(ZVDBusServiceTest, StatusNamesTheCurrentProjectByPathAndIdentifiers) {
                                {u"projectIdentifiers"_s, QJsonArray{u"Ticket 7-id"_s, u"T-7"_s}},
                                {u"accountIdentifier"_s, QString::fromStdString(account->integrationID())},
                                {u"running"_s, false}, {u"seconds"_s, 3725}, {u"clock"_s, u"01:02:05"_s},
-                               {u"task"_s, QString()}, {u"syncing"_s, false}};
+                               {u"task"_s, QString()}, {u"syncing"_s, false}, {u"loading"_s, false}};
     EXPECT_EQ(state, expected) << QJsonDocument(state).toJson().toStdString();
     // The identity that the state gives names the project again.
     ZVIntegrationCenter::shared().setCurrentProject(website);
     QJsonObject identity = state;
-    for (const char* key : {"running", "clock", "seconds", "task", "syncing"})
+    for (const char* key : {"running", "clock", "seconds", "task", "syncing", "loading"})
         identity.remove(QString::fromLatin1(key));
     service->SetCurrentProject(QString::fromUtf8(QJsonDocument(identity).toJson()));
     EXPECT_EQ(ZVIntegrationCenter::shared().currentProject(), ticket);

@@ -5,8 +5,10 @@
 #include "ShellTestEnvironment.h"
 #include "app/ZVApplicationCommands.h"
 #include "app/ZVMenuManager.h"
+#include "app/ZVTimerViewController.h"
 #include "core/ui/ZVMenu.h"
 #include "ui_elements/ZVKeyCombo.h"
+#include "ui_elements/ZVProjectPopUpButton.h"
 #include "ui_elements/ZVProjectSelectionAlert.h"
 
 using namespace Qt::StringLiterals;
@@ -76,6 +78,36 @@ TEST_F(ZVMenuManagerTest, StatusGearAndDockMenusWithoutProjectOrAccounts) {
     toggle.save(QStringLiteral("KeyboardShortcut"));
     EXPECT_EQ(ZVMenuManager::shared().applicationMenu(statusItem)->items[0]->title,
               "Start\t" + toggle.text().toStdString());
+}
+
+// While the database is read at start-up every place that shows projects
+// says that they are loading, and none offers the hints of an empty start;
+// once they are read the places show them.
+TEST_F(ZVMenuManagerTest, EveryPlaceOfProjectsSaysTheyAreLoadingUntilTheDatabaseIsRead) {
+    ZVIntegrationCenter::resetShared();
+    ZVIntegrationCenter::loadSharedInBackground();
+    ZVProjectPopUpButton selector(commands);
+    ZVTimerViewController panel(commands);
+    const std::string loading = "Loading projects…";
+
+    const auto menu = ZVMenuManager::shared().applicationMenu(statusItem);
+    EXPECT_EQ(titles(*menu), "Start|Reset Timer...|-|" + loading + "|-|Recent Projects|-|" + loading +
+                                 "|Add Account...|-|-|Show Main Window|-|About Norvo|Release Notes|Norvo "
+                                 "Help|-|Preferences...|-|Quit Norvo");
+    EXPECT_FALSE(menu->itemWithTitle(loading)->isEnabled());
+    EXPECT_EQ(titles(*menu->itemWithTitle("Recent Projects")->submenu), loading);
+    EXPECT_EQ(titles(*ZVMenuManager::shared().actionMenu()), loading);
+    EXPECT_EQ(titles(*selector.recreatedMenu()), loading);
+    EXPECT_EQ(selector.text().toStdString(), loading);
+    EXPECT_EQ(panel.searchField()->placeholderText().toStdString(), loading);
+    EXPECT_TRUE(panel.searchField()->isReadOnly());
+
+    ASSERT_TRUE(processEventsUntil([] { return ZVIntegrationCenter::shared().isLoaded(); }, 10000));
+    EXPECT_EQ(titles(*ZVMenuManager::shared().actionMenu()), "No Project Selected");
+    EXPECT_NE(ZVMenuManager::shared().applicationMenu(statusItem)->itemWithTitle("Current Project: (none)"), nullptr);
+    EXPECT_EQ(selector.text(), u"No project selected"_s);
+    EXPECT_EQ(panel.searchField()->placeholderText(), u"Search projects"_s);
+    EXPECT_FALSE(panel.searchField()->isReadOnly());
 }
 
 TEST_F(ZVMenuManagerTest, LocalCurrentProjectHasRoundAndEditButNoPosting) {

@@ -130,9 +130,15 @@ TEST_F(ZVNorvoAppDelegateTest, WhatsNewComesOnceAndBlocksNothing) {
     EXPECT_FALSE(whatsNew->isVisible());
 }
 
-// A new user meets the two ways to a first project in the window itself.
+// A new user meets the two ways to a first project in the window itself,
+// once the database is read: until then it is not known that there are none.
 TEST_F(ZVNorvoAppDelegateTest, FirstStartOffersAddProjectAndAddAccountUntilThereIsAProject) {
     QWidget& start = *window().gettingStarted();
+    ZVIntegrationCenter::resetShared();
+    ZVIntegrationCenter::loadSharedInBackground();
+    ZVNotificationCenter::shared().post(ZVIntegrationCenterCurrentProjectDidChangeNotification);
+    EXPECT_FALSE(start.isVisibleTo(&window()));
+    ASSERT_TRUE(processEventsUntil([] { return ZVIntegrationCenter::shared().isLoaded(); }, 10000));
     EXPECT_TRUE(start.isVisibleTo(&window()));
     ui.answerTextPromptWith(std::string("Website"));
     start.findChild<QPushButton*>(u"addProjectButton"_s)->click();

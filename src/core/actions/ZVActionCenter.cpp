@@ -116,7 +116,7 @@ void ZVActionCenter::postTime(const std::string& taskText) {
 
 void ZVActionCenter::toggleTimer() {
     auto& heartBeat = ZVHeartBeat::sharedHeartBeat();
-    if (heartBeat.isBeating()) {
+    if (heartBeat.isBeating() || heartBeat.startsWhenLoaded()) {
         heartBeat.stop();
     } else {
         heartBeat.start();

@@ -71,6 +71,18 @@ bool ZVHeartBeat::isBeating() const {
 }
 
 void ZVHeartBeat::start() {
+    if (ZVIntegrationCenter::sharedIsLoading()) {
+        if (_startsWhenLoaded) return;
+        _startsWhenLoaded = true;
+        ZVLog([] { return std::string("The timer starts when the projects are read"); });
+        ZVIntegrationCenter::shared().performWhenLoaded([] {
+            ZVHeartBeat& heartBeat = sharedHeartBeat();
+            if (!heartBeat._startsWhenLoaded) return;
+            heartBeat._startsWhenLoaded = false;
+            heartBeat.start();
+        });
+        return;
+    }
     bool wasRunning = false;
     {
         std::unique_lock<std::recursive_mutex> guard(_lock);
@@ -134,6 +146,9 @@ void ZVHeartBeat::_notifyVeins() {
 }
 
 void ZVHeartBeat::stop() {
+    // A stop while the projects are read calls off the start that waits for
+    // them; the stop of a change of project once they are read does not.
+    if (ZVIntegrationCenter::sharedIsLoading()) _startsWhenLoaded = false;
     {
         std::lock_guard<std::recursive_mutex> guard(_lock);
         if (!_beat) return;

@@ -33,10 +33,14 @@ public:
     ZVHeartBeat& operator=(const ZVHeartBeat&) = delete;
 
     /// Starts counting for the current project; without one, tells the user
-    /// that no project is selected.
+    /// that no project is selected. While the projects are still being read
+    /// the start waits for them and happens when they are there.
     void start();
-    /// Stops counting, writes the time into the current project and saves its account.
+    /// Stops counting, writes the time into the current project and saves
+    /// its account; a start that waits for the projects is called off.
     void stop();
+    /// Whether a start waits for the projects to be read.
+    bool startsWhenLoaded() const { return _startsWhenLoaded; }
     /// Stops at quit or logout: the run ends now and its seconds are saved,
     /// with no question asked and nothing posted.
     void stopBeforeQuitting();
@@ -82,6 +86,8 @@ public:
     static constexpr std::uint64_t reviewPromptTimeLimit = 43199;
 
 private:
+    // Main thread only.
+    bool _startsWhenLoaded = false;
     // The current-project setter of the integration center takes over the
     // measurement directly.
     friend class ZVIntegrationCenter;

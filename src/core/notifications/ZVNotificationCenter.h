@@ -23,6 +23,8 @@ inline constexpr const char* ZVIntegrationCenterSynchronizationDidStartNotificat
     "ZVIntegrationCenterSynchronizationDidStartNotification";
 inline constexpr const char* ZVIntegrationCenterSynchronizationDidEndNotification =
     "ZVIntegrationCenterSynchronizationDidEndNotification";
+/// The centre has read the database and holds its accounts (main thread).
+inline constexpr const char* ZVIntegrationCenterDidLoadNotification = "ZVIntegrationCenterDidLoadNotification";
 // The current task text while the timer runs; the object is the text, a std::string.
 inline constexpr const char* ZVCurrentTaskTextDidChangeNotification = "ZVCurrentTaskTextDidChangeNotification";
 

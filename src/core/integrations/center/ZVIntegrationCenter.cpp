@@ -30,6 +30,9 @@
 namespace {
 
 constexpr const char* supportAddress = "support@tesselwick.com";
+
+/// Thrown out of the reading when the program quits before it ends.
+struct ReadingAbandoned {};
 constexpr unsigned databasePermissions = 0600;
 
 std::atomic<ZVIntegrationCenter*>& sharedPointer() {
@@ -85,6 +88,58 @@ ZVIntegrationCenter& ZVIntegrationCenter::shared() {
     return *center;
 }
 
+ZVIntegrationCenter& ZVIntegrationCenter::loadSharedInBackground() {
+    std::lock_guard<std::recursive_mutex> guard(sharedCreationMutex());
+    if (ZVIntegrationCenter* center = sharedPointer().load()) return *center;
+    auto* center = new ZVIntegrationCenter();
+    sharedPointer().store(center);
+    center->_isReadingAccounts = true;
+    center->_loader = std::thread([center] {
+        struct Ending {
+            std::atomic<bool>& ended;
+            ~Ending() { ended = true; }
+        } ending{center->_loaderEnded};
+        std::shared_ptr<ReadAccounts> read;
+        try {
+            read = std::make_shared<ReadAccounts>(center->_readAccounts());
+        } catch (const ReadingAbandoned&) {
+            ZVLog([] { return std::string("The reading of the database was abandoned"); });
+            return;
+        }
+        if (center->_loadingAbandoned) return;
+        ZVLog([&] { return "Read " + std::to_string(read->accounts.size()) + " accounts; handing them over"; });
+        ZVMainQueue::shared().post([center, read] {
+            // A centre dropped meanwhile (tests) or a quit that came first takes nothing.
+            if (sharedIfExists() != center || center->_loadingAbandoned) return;
+            center->_finishLoading(std::move(*read));
+        });
+    });
+    return *center;
+}
+
+bool ZVIntegrationCenter::abandonLoading(std::chrono::milliseconds patience) {
+    ZVIntegrationCenter* center = sharedPointer().load();
+    if (!center || !center->_loader.joinable()) return true;
+    if (!center->_loaded) center->_loadingAbandoned = true;
+    if (patience != std::chrono::milliseconds::max()) {
+        const auto deadline = std::chrono::steady_clock::now() + patience;
+        while (!center->_loaderEnded && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        if (!center->_loaderEnded) {
+            ZVLog([] { return std::string("The reading of the database is left to the end of the process"); });
+            center->_loader.detach();
+            return false;
+        }
+    }
+    center->_loader.join();
+    return true;
+}
+
+bool ZVIntegrationCenter::sharedIsLoading() {
+    const ZVIntegrationCenter* center = sharedPointer().load();
+    return center && !center->_loaded;
+}
+
 std::shared_ptr<ZVIntegrationProject> ZVIntegrationCenter::sharedCurrentProject() {
     const auto* center = sharedIfExists();
     return center ? center->currentProject() : nullptr;
@@ -96,6 +151,7 @@ void ZVIntegrationCenter::resetShared() {
     std::lock_guard<std::recursive_mutex> guard(sharedCreationMutex());
     ZVIntegrationCenter* center = sharedPointer().load();
     if (!center) return;
+    abandonLoading();
     // A running synchronization uses the centre to its end; give it time to finish.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (center->synchronizationIsInProgress() && std::chrono::steady_clock::now() < deadline) {
@@ -122,6 +178,10 @@ ZVIntegrationCenter::ZVIntegrationCenter() {
 }
 
 ZVIntegrationCenter::~ZVIntegrationCenter() {
+    if (_loader.joinable()) {
+        _loadingAbandoned = true;
+        _loader.join();
+    }
     // A whole write that runs reports back to this object.
     if (_journal) _journal->waitForFullWrite();
     for (auto token : _observations) ZVNotificationCenter::shared().removeObserver(token);
@@ -159,39 +219,59 @@ private:
 }  // namespace
 
 void ZVIntegrationCenter::innerInit() {
-    const ZVBulkReadingAllocation allocation;
     _isReadingAccounts = true;
-    _journal = std::make_unique<ZVDatabaseJournal>(_saveURL, databasePermissions);
-    ZVDatabaseJournal::Loaded journal = _journal->load();
-    ZVDictionary stored;
-    if (!_readAccountsStreaming(journal.replay)) {
-        stored = _readDatabaseFile();
+    _finishLoading(_readAccounts());
+}
+
+ZVIntegrationCenter::ReadAccounts ZVIntegrationCenter::_readAccounts() {
+    const ZVBulkReadingAllocation allocation;
+    ReadAccounts read;
+    read.journal = std::make_unique<ZVDatabaseJournal>(_saveURL, databasePermissions);
+    ZVDatabaseJournal::Loaded journal = read.journal->load();
+    if (!_readAccountsStreaming(journal.replay, read.accounts)) {
+        ZVDictionary stored = _readDatabaseFile();
         if (_databaseWasSetAside) {
             // The records amend a file that is gone; they stay aside with it.
-            _journal->setAsideUnread();
+            read.journal->setAsideUnread();
             journal.replay = {};
         }
         for (const std::string& key : journal.replay.accounts()) journal.replay.apply(key, stored[key]);
-    }
-    for (auto& [key, value] : stored) {
-        const ZVDictionary* accountDictionary = value.dictionary();
-        if (!accountDictionary) continue;
-        if (auto integration = ZVIntegration::integrationWithDictionary(*accountDictionary)) {
-            std::lock_guard<std::recursive_mutex> guard(_lock);
-            _integrations.push_back(integration);
+        for (auto& entry : stored) {
+            if (_loadingAbandoned) throw ReadingAbandoned{};
+            const ZVDictionary* accountDictionary = entry.second.dictionary();
+            if (!accountDictionary) continue;
+            if (auto integration = ZVIntegration::integrationWithDictionary(*accountDictionary))
+                read.accounts.push_back(std::move(integration));
+            // The dictionary form of a large account is as big as the account
+            // itself; it goes as soon as the account stands.
+            entry.second = ZVValue();
         }
-        // The dictionary form of a large account is as big as the account
-        // itself; it goes as soon as the account stands.
-        value = ZVValue();
     }
-    ZVNorvoIntegration::sharedIntegration();
-    _isReadingAccounts = false;
+    {
+        std::lock_guard<std::mutex> guard(_currentProjectMutex);
+        read.storedSelection = std::move(_storedSelection);
+    }
 #ifdef __GLIBC__
     // The reading made and freed far more than the accounts keep; what it
     // freed goes back to the system instead of staying with a program that
     // runs all day (about 40% of what a large database left resident).
     malloc_trim(0);
 #endif
+    return read;
+}
+
+void ZVIntegrationCenter::_finishLoading(ReadAccounts read) {
+    {
+        std::lock_guard<std::recursive_mutex> guard(_lock);
+        _integrations.insert(_integrations.end(), read.accounts.begin(), read.accounts.end());
+    }
+    _journal = std::move(read.journal);
+    _loaded = true;
+    // Still "reading": the node stored as selected becomes current without
+    // a banner and without touching the stored recents.
+    if (read.storedSelection && !currentProject()) setCurrentProject(read.storedSelection);
+    ZVNorvoIntegration::sharedIntegration();
+    _isReadingAccounts = false;
     // The node marked selected in the file is the one the store knows as
     // selected, whatever the preferences make current next.
     _tracker.remember(integrations(), currentProject());
@@ -222,6 +302,26 @@ void ZVIntegrationCenter::innerInit() {
     _resyncTimer = timers.makeRepeatingTimer(static_cast<double>(_syncPeriod), [this] { _resyncIntegrations(); });
     _savingTimer = timers.makeRepeatingTimer(autosaveInterval, [this] { _autosave(); });
     _resyncIntegrations();
+    ZVNotificationCenter::shared().post(ZVIntegrationCenterDidLoadNotification);
+    for (auto& block : std::exchange(_whenLoaded, {})) block();
+}
+
+void ZVIntegrationCenter::performWhenLoaded(std::function<void()> block) {
+    if (_loaded)
+        block();
+    else
+        _whenLoaded.push_back(std::move(block));
+}
+
+void ZVIntegrationCenter::storedSelectionWasRead(const ProjectPointer& project) {
+    if (_isReadingAccounts) {
+        // The worker reads the accounts while the main thread may build the
+        // local account's projects.
+        std::lock_guard<std::mutex> guard(_currentProjectMutex);
+        if (!_storedSelection) _storedSelection = project;
+        return;
+    }
+    if (!currentProject()) setCurrentProject(project);
 }
 
 void ZVIntegrationCenter::_restoreRecentProjects() {
@@ -302,6 +402,11 @@ ZVIntegrationCenter::ProjectPointer ZVIntegrationCenter::currentProject() const 
 }
 
 void ZVIntegrationCenter::setCurrentProject(const ProjectPointer& project) {
+    // The stored current project is restored when the reading ends.
+    if (!_loaded) {
+        ZVLog([] { return std::string("Not changing the current project: the accounts are still being read"); });
+        return;
+    }
     ZVHeartBeat& heartBeat = ZVHeartBeat::sharedHeartBeat();
     const bool wasRunning = heartBeat.isBeating();
     heartBeat.stop();
@@ -352,6 +457,11 @@ std::vector<ZVIntegrationClass> ZVIntegrationCenter::availableIntegrationClasses
 }
 
 void ZVIntegrationCenter::addIntegration(const IntegrationPointer& integration) {
+    // Saved into a store that is not read yet, the account would be lost.
+    if (!_loaded) {
+        performWhenLoaded([this, integration] { addIntegration(integration); });
+        return;
+    }
     {
         std::lock_guard<std::recursive_mutex> guard(_lock);
         _integrations.push_back(integration);
@@ -367,6 +477,7 @@ void ZVIntegrationCenter::addIntegration(const IntegrationPointer& integration) 
 }
 
 void ZVIntegrationCenter::removeIntegration(const IntegrationPointer& integration) {
+    if (!_loaded) return;
     ZVLog([&] { return "Removing " + integration->name(); });
     if (auto project = currentProject(); project && project->integration() == integration) setCurrentProject(nullptr);
     {
@@ -392,6 +503,7 @@ ZVArray ZVIntegrationCenter::_currentProjectPath() const {
 }
 
 void ZVIntegrationCenter::save() {
+    if (!_savingIsAllowed()) return;
     for (const auto& integration : integrations()) {
         ZVLog([&] { return integration->name() + " - saving."; });
         integration->_saveSecrets();
@@ -403,6 +515,7 @@ void ZVIntegrationCenter::save() {
 }
 
 void ZVIntegrationCenter::saveIntegration(const IntegrationPointer& integration) {
+    if (!_savingIsAllowed()) return;
     integration->_saveSecrets();
     _journalChanges(std::vector<IntegrationPointer>{integration});
 }
@@ -424,6 +537,7 @@ void ZVIntegrationCenter::_journalChanges(const std::optional<std::vector<Integr
 }
 
 void ZVIntegrationCenter::journalRunningTime(std::uint64_t seconds) {
+    if (!_loaded) return;
     const auto project = currentProject();
     if (!project) return;
     // Local projects live in the preferences, a small file that the journal
@@ -474,6 +588,7 @@ void ZVIntegrationCenter::_fullWriteIfDue() {
 }
 
 void ZVIntegrationCenter::saveBeforeQuitting() {
+    if (!_savingIsAllowed()) return;
     save();
     if (!_journal || !_ensureDatabaseMayBeWritten()) return;
     _journal->waitUntilDurable();
@@ -506,7 +621,16 @@ ZVDatabaseJournal& ZVIntegrationCenter::journal() {
 
 void ZVIntegrationCenter::_autosave() { saveAll(); }
 
+bool ZVIntegrationCenter::_savingIsAllowed() const {
+    // Before the accounts are read the centre holds none: saving now would
+    // write an empty tree and no current project over the user's.
+    if (_loaded) return true;
+    ZVLog([] { return std::string("Not saving: the accounts are still being read"); });
+    return false;
+}
+
 void ZVIntegrationCenter::saveAll() {
+    if (!_savingIsAllowed()) return;
     std::lock_guard<std::recursive_mutex> guard(_lock);
     if (auto project = currentProject()) project->setTime(ZVHeartBeat::sharedHeartBeat().currentTime());
     save();
@@ -566,7 +690,8 @@ ZVDictionary ZVIntegrationCenter::_readDatabaseFile() {
     return {};
 }
 
-bool ZVIntegrationCenter::_readAccountsStreaming(const ZVDatabaseJournal::Replay& replay) {
+bool ZVIntegrationCenter::_readAccountsStreaming(const ZVDatabaseJournal::Replay& replay,
+                                                 std::vector<IntegrationPointer>& accounts) {
     // Accounts and nodes are built without the centre's lock, which no
     // account or node lock may be taken under; the lock guards what is kept.
     std::error_code error;
@@ -577,7 +702,6 @@ bool ZVIntegrationCenter::_readAccountsStreaming(const ZVDatabaseJournal::Replay
     // Each account is built as soon as its entry is read, and its
     // dictionary form dropped; the part of the file read is given back as
     // the reading goes on: a large file never stands in memory as a whole.
-    std::vector<IntegrationPointer> accounts;
     std::set<std::string> keys;
     bool allDictionaries = true;
     const auto build = [&](ZVValue& value) {
@@ -590,6 +714,7 @@ bool ZVIntegrationCenter::_readAccountsStreaming(const ZVDatabaseJournal::Replay
     };
     const bool read =
         ZVPropertyList::readDictionaryEntries(bytes, [&](std::string&& key, ZVValue&& value, std::size_t reached) {
+            if (_loadingAbandoned) throw ReadingAbandoned{};
             replay.apply(key, value);
             keys.insert(std::move(key));
             // An account that the journal removed is read as nothing.
@@ -605,19 +730,14 @@ bool ZVIntegrationCenter::_readAccountsStreaming(const ZVDatabaseJournal::Replay
     }
     if (!read || !allDictionaries) {
         // The general reader decides; a node marked selected in what was
-        // read so far must not stay the current project.
-        if (auto project = currentProject()) {
-            auto owner = project->integration();
-            if (std::find(accounts.begin(), accounts.end(), owner) != accounts.end()) {
-                std::lock_guard<std::mutex> currentGuard(_currentProjectMutex);
-                _currentProject.reset();
-            }
-        }
+        // read so far must not become the current project.
+        accounts.clear();
+        std::lock_guard<std::mutex> guard(_currentProjectMutex);
+        _storedSelection.reset();
         return false;
     }
     std::lock_guard<std::recursive_mutex> guard(_lock);
     _checkedDatabaseReadability = true;
-    _integrations.insert(_integrations.end(), accounts.begin(), accounts.end());
     return true;
 }
 
@@ -642,6 +762,7 @@ bool ZVIntegrationCenter::_ensureDatabaseMayBeWritten() {
 }
 
 void ZVIntegrationCenter::writeIntegrationsToDisk(const ZVDictionary& integrations) {
+    if (!_savingIsAllowed()) return;
     std::lock_guard<std::recursive_mutex> guard(_lock);
     if (!_ensureDatabaseMayBeWritten()) {
         ZVLog([&] { return "Not writing over the unreadable database " + _saveURL; });

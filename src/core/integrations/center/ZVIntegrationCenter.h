@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -8,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ZVPaths.h"
@@ -34,6 +36,12 @@ struct ZVIntegrationClass;
 /// file and the journal when the journal has grown (past 64 MB or a tenth of
 /// the database) and at quit. Reading the accounts reads the database, then
 /// the journal.
+///
+/// At the program's start the reading runs on a worker thread while the
+/// windows are up; the accounts join on the main thread when it ends. Until
+/// then the centre is not loaded: it holds no account, no current project,
+/// and writes nothing at all, so that an early quit cannot put an empty tree
+/// in place of the user's database.
 class ZVIntegrationCenter {
 public:
     using ProjectPointer = std::shared_ptr<ZVIntegrationProject>;
@@ -46,6 +54,19 @@ public:
     /// a running synchronization has ended (waiting at most 10 seconds); the
     /// next call of shared() reads everything again.
     static void resetShared();
+    /// Builds the shared centre without reading it and starts reading the
+    /// database and the journal on a worker thread; the accounts, the
+    /// recents and the current project follow on the main thread, then the
+    /// timers and the first refresh, and ZVIntegrationCenterDidLoadNotification
+    /// is posted there. The centre that exists already is returned as it is.
+    static ZVIntegrationCenter& loadSharedInBackground();
+    /// Ends a reading that runs (a quit while the database is read): what
+    /// it read is dropped and nothing is written. The worker stops at the
+    /// next account; this waits for it at most `patience` and answers
+    /// whether it ended. When it did not, it is left to the end of the
+    /// process, which must then end without destroying static objects
+    /// (std::_Exit): the worker still uses them.
+    static bool abandonLoading(std::chrono::milliseconds patience = std::chrono::milliseconds::max());
     /// The shared centre when it has been built, else nullptr; builds nothing.
     static ZVIntegrationCenter* sharedIfExists();
     /// The current project of the shared centre; none before the centre is
@@ -55,6 +76,20 @@ public:
     ~ZVIntegrationCenter();
     ZVIntegrationCenter(const ZVIntegrationCenter&) = delete;
     ZVIntegrationCenter& operator=(const ZVIntegrationCenter&) = delete;
+
+    /// Whether the accounts have been read. Until then nothing is saved.
+    bool isLoaded() const { return _loaded; }
+    /// Whether the shared centre exists and is still reading its accounts.
+    static bool sharedIsLoading();
+
+    /// Runs `block` on the main thread once the accounts are read: at once
+    /// when they are. Blocks still waiting at a quit are dropped.
+    void performWhenLoaded(std::function<void()> block);
+
+    /// A node stored as selected has been made from its stored form. While
+    /// the accounts are read the first such node becomes the current project
+    /// when the reading ends; otherwise it becomes current when none is.
+    void storedSelectionWasRead(const ProjectPointer& project);
 
     ProjectPointer currentProject() const;
     /// Stops a running timer, writes its time into the old project, loads
@@ -145,16 +180,31 @@ private:
     ZVIntegrationCenter();
     void innerInit();
 
+    /// What the reading of the database gives, before it joins the centre.
+    struct ReadAccounts {
+        std::vector<IntegrationPointer> accounts;
+        ProjectPointer storedSelection;
+        std::unique_ptr<ZVDatabaseJournal> journal;
+    };
+    /// Reads the journal and the database into accounts that no one else
+    /// sees yet; runs on any thread.
+    ReadAccounts _readAccounts();
+    /// Takes the accounts in and starts the centre's life: the recents, the
+    /// current project, the timers and the first refresh (main thread).
+    void _finishLoading(ReadAccounts read);
+
     void _restoreRecentProjects();
     void _restoreCurrentProject();
     void _autosave();
+    /// False, with a log line, until the accounts are read.
+    bool _savingIsAllowed() const;
     void _resyncIntegrations();
     void _saveRecentProjects();
     /// Builds the accounts straight from the file, one entry at a time,
     /// with the journal's records applied to each; false (holding no
     /// account) when the file is missing or not in the plain layout, which
     /// the general reader then handles.
-    bool _readAccountsStreaming(const ZVDatabaseJournal::Replay& replay);
+    bool _readAccountsStreaming(const ZVDatabaseJournal::Replay& replay, std::vector<IntegrationPointer>& accounts);
     /// The database file's root dictionary alone.
     ZVDictionary _readDatabaseFile();
     /// Appends what changed in these accounts (all when absent) to the journal.
@@ -192,9 +242,16 @@ private:
     std::mutex _journalingLock;
     // The running time of a local project that the preferences last received.
     std::uint64_t _localRunningTimeSaved = 0;
-    // While the accounts are read, a node marked selected becomes the current
-    // project without touching the stored recents, which are restored next.
-    bool _isReadingAccounts = false;
+    // While the accounts are read, the first node marked selected is kept
+    // here; it becomes the current project without touching the stored
+    // recents, which are restored next.
+    std::atomic<bool> _isReadingAccounts{false};
+    ProjectPointer _storedSelection;
+    std::atomic<bool> _loaded{false};
+    std::atomic<bool> _loadingAbandoned{false};
+    std::thread _loader;
+    std::atomic<bool> _loaderEnded{false};
+    std::vector<std::function<void()>> _whenLoaded;
     std::function<void(const ProjectPointer&)> _systemNotificationHandler;
     std::vector<ZVNotificationCenter::Token> _observations;
 };

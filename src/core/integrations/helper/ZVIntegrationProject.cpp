@@ -93,10 +93,7 @@ ZVIntegrationProject::Pointer ZVIntegrationProject::createWithDictionary(const Z
     project->_fourthID = ZVOptionalString(dictionary, fourthIDKey);
     project->_time = storedTime(dictionary, project->_name);
 
-    if (ZVBoolValue(dictionary, isSelectedKey)) {
-        auto& center = ZVIntegrationCenter::shared();
-        if (!center.currentProject()) center.setCurrentProject(project);
-    }
+    if (ZVBoolValue(dictionary, isSelectedKey)) ZVIntegrationCenter::shared().storedSelectionWasRead(project);
 
     if (const ZVArray* log = ZVArrayValue(dictionary, logKey)) {
         for (const ZVValue& value : *log) {

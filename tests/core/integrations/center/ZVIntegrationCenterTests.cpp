@@ -25,6 +25,7 @@
 #include "core/log_entries/ZVTimeLogEntry.h"
 #include "core/notifications/ZVNotificationCenter.h"
 #include "core/ui/ZVFileProblemAlerts.h"
+#include "testkit/ManualMainQueue.h"
 
 namespace {
 
@@ -100,6 +101,14 @@ protected:
         account->addProject(website);
         account->addProject(support);
         return account;
+    }
+
+    /// The refresh that the end of a reading starts ends on the main queue.
+    static void waitForTheFirstRefresh(ManualMainQueue& mainQueue) {
+        while (ZVIntegrationCenter::shared().synchronizationIsInProgress()) {
+            mainQueue.waitForPost(0.05);
+            mainQueue.drain();
+        }
     }
 
     static Pointer child(const Pointer& project, std::size_t index = 0) { return project->subprojects().at(index); }
@@ -719,6 +728,112 @@ TEST_F(IntegrationCenterTest, AutosaveEveryFiveMinutesAndQuitWriteTheTimeAndTheC
     ZVPreferences::resetShared(environment.home.preferencesFile());
     EXPECT_EQ(*ZVPreferences::shared().value("KDIntegrationCenterCurrentProject"),
               ZVValue(ZVArray{account->integrationID(), "w", "c"}));
+}
+
+// At the program's start the database is read on a worker thread. Until
+// the accounts join on the main thread nothing may be written: not the
+// database, not the journal, not the current project in the preferences,
+// whatever asks for a save, a quit included. A start of the timer waits for
+// the projects; a quit during the reading leaves every file as it was.
+TEST_F(IntegrationCenterTest, ReadingInTheBackgroundWritesNothingUntilTheAccountsAreThere) {
+    auto account = accountWithTree("Client A");
+    center().addIntegration(account);
+    center().setCurrentProject(top(account, 1));
+    center().saveBeforeQuitting();
+    const ZVDictionary storedAccount = account->dictionaryRepresentation();
+    auto local = ZVNorvoIntegration::sharedIntegration();
+    local->addProject(ZVIntegrationProject::create("Writing", "local-w"));
+    const std::string files[] = {databasePath(), databasePath() + ".journal", environment.home.preferencesFile()};
+    std::map<std::string, std::string> before;
+    auto contents = [](const std::string& path) {
+        std::ifstream file(path, std::ios::binary);
+        return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    };
+    for (const std::string& file : files) before[file] = contents(file);
+    ASSERT_FALSE(before[databasePath()].empty());
+
+    for (const bool quitsDuringTheReading : {true, false}) {
+        SCOPED_TRACE(quitsDuringTheReading ? "quit during the reading" : "reading to its end");
+        restart();
+        ManualMainQueue mainQueue;
+        int loadedNotifications = 0;
+        const auto observation = ZVNotificationCenter::shared().addObserver(
+            ZVIntegrationCenterDidLoadNotification, [&](const ZVNotification&) { ++loadedNotifications; });
+        bool waitedForTheAccounts = false;
+
+        ZVIntegrationCenter& loading = ZVIntegrationCenter::loadSharedInBackground();
+        EXPECT_EQ(&ZVIntegrationCenter::shared(), &loading);
+        EXPECT_FALSE(loading.isLoaded());
+        EXPECT_TRUE(ZVIntegrationCenter::sharedIsLoading());
+        EXPECT_TRUE(loading.integrations().empty());
+        loading.performWhenLoaded([&] { waitedForTheAccounts = loading.integrations().size() == 1; });
+        loading.setCurrentProject(ZVNorvoIntegration::sharedIntegration()->availableProjects().at(0));
+        EXPECT_EQ(loading.currentProject(), nullptr);
+        loading.addIntegration(accountWithTree("Client B"));
+        EXPECT_TRUE(loading.integrations().empty()) << "an account added meanwhile joins after the reading";
+        loading.save();
+        loading.saveAll();
+        loading.saveBeforeQuitting();
+        loading.writeIntegrationsToDisk({});
+        loading.journalRunningTime(99);
+        ZVNotificationCenter::shared().post(ZVApplicationWillTerminateNotification);
+        ZVHeartBeat& heartBeat = ZVHeartBeat::sharedHeartBeat();
+        heartBeat.start();
+        EXPECT_FALSE(heartBeat.isBeating());
+        EXPECT_TRUE(heartBeat.startsWhenLoaded());
+        if (quitsDuringTheReading) ZVIntegrationCenter::abandonLoading();
+        ZVPreferences::shared().synchronize();
+        for (const std::string& file : files) EXPECT_EQ(contents(file), before[file]) << file;
+
+        if (quitsDuringTheReading) {
+            mainQueue.drain();
+            EXPECT_FALSE(loading.isLoaded());
+            EXPECT_EQ(loadedNotifications, 0);
+            EXPECT_FALSE(waitedForTheAccounts);
+            EXPECT_FALSE(heartBeat.isBeating());
+        } else {
+            ASSERT_TRUE(mainQueue.waitForPost());
+            mainQueue.drain();
+            ASSERT_TRUE(loading.isLoaded());
+            EXPECT_FALSE(ZVIntegrationCenter::sharedIsLoading());
+            EXPECT_EQ(loadedNotifications, 1);
+            EXPECT_TRUE(waitedForTheAccounts) << "blocks that wait run after the accounts joined";
+            ASSERT_EQ(loading.integrations().size(), 2u);
+            EXPECT_EQ(loading.integrations()[0]->dictionaryRepresentation(), storedAccount);
+            ASSERT_TRUE(loading.currentProject());
+            EXPECT_EQ(loading.currentProject()->fullProjectPath(), "Client A" + arrow + "Support");
+            EXPECT_TRUE(heartBeat.isBeating()) << "the start that waited happened on the restored project";
+            EXPECT_FALSE(heartBeat.startsWhenLoaded());
+            EXPECT_TRUE(environment.ui.alerts().empty());
+            // From here on the centre saves as ever.
+            heartBeat.stop();
+            loading.saveBeforeQuitting();
+            EXPECT_NE(contents(databasePath()), before[databasePath()]);
+            waitForTheFirstRefresh(mainQueue);
+        }
+        ZVNotificationCenter::shared().removeObserver(observation);
+        TimerTestEnvironment::resetSharedObjects();
+    }
+}
+
+TEST_F(IntegrationCenterTest, AStopBeforeTheProjectsAreReadCallsOffTheStartThatWaits) {
+    auto account = accountWithTree("Client A");
+    center().addIntegration(account);
+    center().setCurrentProject(top(account, 1));
+    center().saveBeforeQuitting();
+    restart();
+    ManualMainQueue mainQueue;
+    ZVIntegrationCenter& loading = ZVIntegrationCenter::loadSharedInBackground();
+    ZVHeartBeat& heartBeat = ZVHeartBeat::sharedHeartBeat();
+    heartBeat.start();
+    heartBeat.stop();
+    EXPECT_FALSE(heartBeat.startsWhenLoaded());
+    ASSERT_TRUE(mainQueue.waitForPost());
+    mainQueue.drain();
+    ASSERT_TRUE(loading.isLoaded());
+    EXPECT_FALSE(heartBeat.isBeating());
+    waitForTheFirstRefresh(mainQueue);
+    TimerTestEnvironment::resetSharedObjects();
 }
 
 }  // namespace

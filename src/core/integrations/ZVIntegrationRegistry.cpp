@@ -20,6 +20,7 @@
 #include "core/integrations/address_based/kashflow/ZVKashflowIntegration.h"
 #include "core/integrations/address_based/mavenlink/ZVMavenlinkIntegration.h"
 #include "core/integrations/address_based/redmine/ZVRedmineIntegration.h"
+#include "core/integrations/address_based/targetprocess/ZVTargetProcessIntegration.h"
 #include "core/integrations/address_based/teambox/ZVTeamboxIntegration.h"
 
 namespace {
@@ -357,6 +358,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .name = "TargetProcess",
         .authenticationType = Auth::usernamePassword,
         .sslSupport = SSL::optional,
+        .make = built<ZVTargetProcessIntegration>(),
     },
     {
         .className = "Norvo.ZVTeamboxIntegration",

@@ -21,6 +21,7 @@
 #include "core/integrations/address_based/mavenlink/ZVMavenlinkIntegration.h"
 #include "core/integrations/address_based/redmine/ZVRedmineIntegration.h"
 #include "core/integrations/address_based/teambox/ZVTeamboxIntegration.h"
+#include "core/integrations/address_based/teamworkpm/ZVTeamworkPMIntegration.h"
 
 namespace {
 using Auth = ZVAuthenticationType;
@@ -381,6 +382,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .authenticationType = Auth::apiToken,
         .sslSupport = SSL::optional,
         .setupViewName = "TeamworkPM",
+        .make = built<ZVTeamworkPMIntegration>(),
     },
     {
         .className = "Norvo.ZVTickIntegration",

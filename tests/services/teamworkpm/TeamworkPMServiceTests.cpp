@@ -33,7 +33,7 @@ void serveTeamwork(FakeServer& server, bool withBadRecord) {
 const bool scenario = ServiceScenarios::add("Norvo.ZVTeamworkPMIntegration", [] {
     return ServiceScenario{
         .serve = serveTeamwork,
-        .tree = "Website [101|-|-]\n  Launch [101|201|-]\n    Homepage copy [101|201|301]\nIntranet [102|-|-]\n",
+        .tree = "Website [101|-|-]\n  Launch [101|201|-]\n    Homepage copy [101|201|301]\n",
         .posted = {.projectID = "101", .subprojectID = "201", .additionalID = "301", .seconds = 5430,
                    .title = "Review %@"},
         .postPath = "/tasks/301/time_entries.json",
@@ -66,14 +66,28 @@ TEST_F(TeamworkPMTests, AProjectsAccountPostsOnTheProjectWithoutAskingForListsAn
     EXPECT_EQ(post["time-entry"]["time"].get<std::string>()[2], ':');
     // Lists are asked for by the person of "/me.json", not the user of the key.
     server.clearRequests();
-    makeAccount<TeamworkPM>({{TeamworkPM::synchronizationTypeKey, todos}})->loadRemoteProjects();
+    auto todoAccount = makeAccount<TeamworkPM>({{TeamworkPM::synchronizationTypeKey, todos}});
+    todoAccount->loadRemoteProjects();
+    EXPECT_TRUE(log.contains("Skipping project Intranet since it has no todo lists."));
+    // A project node left from the other mode is refused, not posted to the project.
+    EXPECT_TRUE(throwsGenericPostingError([&] { todoAccount->postTime(*node); }));
+    EXPECT_TRUE(server.requests("/projects/101/time_entries.json").empty());
     const auto lists = server.requests("/projects/101/tasklists.json").at(0);
     EXPECT_EQ(lists.queryValue("responsible-party-id"), "p-9");
     EXPECT_EQ(lists.queryValue("showTasks"), "yes");
     EXPECT_TRUE(log.contains("Skipping todo list Done already since it has no items."));
 }
 
-TEST_F(TeamworkPMTests, AStoredModeBeyondTheKnownOnesReadsAsProjects) {
+TEST_F(TeamworkPMTests, AnAccountStoredUnderTheOldClassNameKeepsItsTimeAndAnUnknownModeReadsAsProjects) {
+    auto stored = makeAccount<TeamworkPM>({{TeamworkPM::synchronizationTypeKey, todos}});
+    stored->addProject(trackedProject(stored, "Website", "101", std::nullopt, 600));
+    ZVDictionary dictionary = stored->dictionaryRepresentation();
+    dictionary["KDIntegrationClass"] = std::string("KDTeamworkPMIntegration");
+    const auto old = std::dynamic_pointer_cast<TeamworkPM>(ZVIntegration::integrationWithDictionary(dictionary));
+    ASSERT_TRUE(old);
+    EXPECT_EQ(old->synchronizationType(), TeamworkPM::SynchronizationType::todos);
+    EXPECT_EQ(old->availableProjects().at(0)->time(), 600u);
+
     const struct {
         std::int64_t stored;
         TeamworkPM::SynchronizationType read;

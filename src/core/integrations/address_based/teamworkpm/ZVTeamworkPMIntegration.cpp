@@ -143,7 +143,14 @@ ZVIntegration::ProjectList ZVTeamworkPMIntegration::loadRemoteProjects() {
         }
         auto node = ZVIntegrationProject::create(*name, *id);
         node->setIntegration(self);
-        if (synchronizationType() == SynchronizationType::todos) _addTodoLists(*node, *accountID);
+        if (synchronizationType() == SynchronizationType::todos) {
+            _addTodoLists(*node, *accountID);
+            // Time of this mode goes to a task: a project without one could take none.
+            if (!node->hasSubprojects()) {
+                ZVLog([&] { return "Skipping project " + *name + " since it has no todo lists."; });
+                continue;
+            }
+        }
         projects.push_back(std::move(node));
     }
     return projects;
@@ -190,7 +197,11 @@ void ZVTeamworkPMIntegration::postTime(ZVIntegrationProject& project) {
     const std::string description = ZVPostingText::title(project, hours);
     std::string path;
     if (synchronizationType() == SynchronizationType::todos) {
-        if (!project.additionalID()) ZVFatalError("A TeamworkPM entry of the to-do mode goes to a task.");
+        // A node kept from the projects mode until the next synchronization names no task.
+        if (!project.additionalID()) {
+            ZVLog([&] { return "No task to post to in " + project.name(); });
+            throw ZVIntegrationGenericTimePostingError();
+        }
         path = teamworkpm::taskEntriesPath(*project.additionalID());
     } else {
         path = teamworkpm::projectEntriesPath(project.projectID());

@@ -13,12 +13,17 @@ constexpr std::int64_t todos = static_cast<std::int64_t>(TeamworkPM::Synchroniza
 /// of "/me.json", two projects, the task lists of the first with one open
 /// and one completed task. With a bad record, a project without a name.
 void serveTeamwork(FakeServer& server, bool withBadRecord) {
-    server.route("GET", "/authenticate.json",
-                 FakeResponse::json(R"({"STATUS": "OK", "account": {"id": "31", "userId": "u-7", "code": "acme"}})"));
-    server.route("GET", "/me.json", FakeResponse::json(R"({"STATUS": "OK", "person": {"id": "p-9"}})"));
-    nlohmann::json projects{{{"id", "101"}, {"name", "Website"}}, {{"id", 102}, {"name", "Intranet"}}};
+    server.route(
+        "GET", "/authenticate.json",
+        FakeResponse::json(
+            R"({"STATUS": "OK", "account": {"id": "31", "userId": "u-7", "code": "acme"}})"));
+    server.route("GET", "/me.json",
+                 FakeResponse::json(R"({"STATUS": "OK", "person": {"id": "p-9"}})"));
+    nlohmann::json projects{{{"id", "101"}, {"name", "Website"}},
+                            {{"id", 102}, {"name", "Intranet"}}};
     if (withBadRecord) projects.push_back({{"id", "103"}});
-    server.route("GET", "/projects.json", FakeResponse::json(nlohmann::json{{"projects", projects}}.dump()));
+    server.route("GET", "/projects.json",
+                 FakeResponse::json(nlohmann::json{{"projects", projects}}.dump()));
     server.route("GET", "/projects/101/tasklists.json", FakeResponse::json(R"({"tasklists": [
         {"id": "201", "name": "Launch", "todo-items": [
             {"id": "301", "content": "Homepage copy", "completed": false},
@@ -34,7 +39,10 @@ const bool scenario = ServiceScenarios::add("Norvo.ZVTeamworkPMIntegration", [] 
     return ServiceScenario{
         .serve = serveTeamwork,
         .tree = "Website [101|-|-]\n  Launch [101|201|-]\n    Homepage copy [101|201|301]\n",
-        .posted = {.projectID = "101", .subprojectID = "201", .additionalID = "301", .seconds = 5430,
+        .posted = {.projectID = "101",
+                   .subprojectID = "201",
+                   .additionalID = "301",
+                   .seconds = 5430,
                    .title = "Review %@"},
         .postPath = "/tasks/301/time_entries.json",
         .postMembers = {{"[time-entry][description]", "Review 1.51"},
@@ -50,7 +58,8 @@ class TeamworkPMTests : public ServiceTestCase {};
 
 TEST_F(TeamworkPMTests, AProjectsAccountPostsOnTheProjectWithoutAskingForListsAndAsksTheUserOnce) {
     serveTeamwork(server, false);
-    server.route("POST", "/projects/101/time_entries.json", FakeResponse::json(R"({"STATUS": "OK"})", 201));
+    server.route("POST", "/projects/101/time_entries.json",
+                 FakeResponse::json(R"({"STATUS": "OK"})", 201));
     auto account = makeAccount<TeamworkPM>();
     EXPECT_EQ(account->loadRemoteProjects().size(), 2u);
     auto node = trackedProject(account, "Website", "101", std::nullopt, 3700, "Copy");
@@ -78,12 +87,14 @@ TEST_F(TeamworkPMTests, AProjectsAccountPostsOnTheProjectWithoutAskingForListsAn
     EXPECT_TRUE(log.contains("Skipping todo list Done already since it has no items."));
 }
 
-TEST_F(TeamworkPMTests, AnAccountStoredUnderTheOldClassNameKeepsItsTimeAndAnUnknownModeReadsAsProjects) {
+TEST_F(TeamworkPMTests,
+       AnAccountStoredUnderTheOldClassNameKeepsItsTimeAndAnUnknownModeReadsAsProjects) {
     auto stored = makeAccount<TeamworkPM>({{TeamworkPM::synchronizationTypeKey, todos}});
     stored->addProject(trackedProject(stored, "Website", "101", std::nullopt, 600));
     ZVDictionary dictionary = stored->dictionaryRepresentation();
     dictionary["KDIntegrationClass"] = std::string("KDTeamworkPMIntegration");
-    const auto old = std::dynamic_pointer_cast<TeamworkPM>(ZVIntegration::integrationWithDictionary(dictionary));
+    const auto old =
+        std::dynamic_pointer_cast<TeamworkPM>(ZVIntegration::integrationWithDictionary(dictionary));
     ASSERT_TRUE(old);
     EXPECT_EQ(old->synchronizationType(), TeamworkPM::SynchronizationType::todos);
     EXPECT_EQ(old->availableProjects().at(0)->time(), 600u);
@@ -95,7 +106,8 @@ TEST_F(TeamworkPMTests, AnAccountStoredUnderTheOldClassNameKeepsItsTimeAndAnUnkn
                  {1, TeamworkPM::SynchronizationType::todos},
                  {2, TeamworkPM::SynchronizationType::projects}};
     for (const auto& c : cases)
-        EXPECT_EQ(makeAccount<TeamworkPM>({{TeamworkPM::synchronizationTypeKey, c.stored}})->synchronizationType(),
+        EXPECT_EQ(makeAccount<TeamworkPM>({{TeamworkPM::synchronizationTypeKey, c.stored}})
+                      ->synchronizationType(),
                   c.read)
             << c.stored;
 }
@@ -110,24 +122,29 @@ TEST_F(TeamworkPMTests, MissingIDsAndListsGiveTheirReasonsOrAnEmptyTree) {
                                     "TeamworkPM's response contains invalid data."));
 
     server.route("GET", "/me.json", FakeResponse::json(R"({"person": {}})"));
-    EXPECT_TRUE(throwsFailureReason([&] { makeAccount<TeamworkPM>()->loadRemoteProjects(); }, "Can't find account ID."));
+    EXPECT_TRUE(throwsFailureReason([&] { makeAccount<TeamworkPM>()->loadRemoteProjects(); },
+                                    "Can't find account ID."));
     server.route("GET", "/authenticate.json", FakeResponse::json(R"({"account": {"id": "31"}})"));
-    EXPECT_TRUE(throwsFailureReason([&] { makeAccount<TeamworkPM>()->loadRemoteProjects(); }, "Can't load user ID."));
+    EXPECT_TRUE(throwsFailureReason([&] { makeAccount<TeamworkPM>()->loadRemoteProjects(); },
+                                    "Can't load user ID."));
     EXPECT_TRUE(log.contains("No userID in "));
 }
 
 TEST_F(TeamworkPMTests, ProjectsComeInThePagesTheHeadersName) {
     serveTeamwork(server, false);
     server.route("GET", "/projects.json", [](const FakeRequest& request) {
-        const std::string page = request.queryValue("page").empty() ? "1" : request.queryValue("page");
+        const std::string page =
+            request.queryValue("page").empty() ? "1" : request.queryValue("page");
         FakeResponse reply = FakeResponse::json(
-            nlohmann::json{{"projects", {{{"id", "p" + page}, {"name", "Project " + page}}}}}.dump());
+            nlohmann::json{{"projects", {{{"id", "p" + page}, {"name", "Project " + page}}}}}
+                .dump());
         reply.headers.emplace_back("X-Page", page);
         reply.headers.emplace_back("X-Pages", "3");
         return reply;
     });
     const auto tree = makeAccount<TeamworkPM>()->loadRemoteProjects();
-    EXPECT_EQ(treeDescription(tree), "Project 1 [p1|-|-]\nProject 2 [p2|-|-]\nProject 3 [p3|-|-]\n");
+    EXPECT_EQ(treeDescription(tree),
+              "Project 1 [p1|-|-]\nProject 2 [p2|-|-]\nProject 3 [p3|-|-]\n");
     EXPECT_EQ(server.requests("/projects.json").size(), 3u);
 }
 

@@ -26,17 +26,23 @@ constexpr const char* passwordWord = "X";
 constexpr const char* pageHeader = "X-Page";
 constexpr const char* pagesHeader = "X-Pages";
 
-std::string listsPath(const std::string& projectID) { return "/projects/" + projectID + "/tasklists.json"; }
+std::string listsPath(const std::string& projectID) {
+    return "/projects/" + projectID + "/tasklists.json";
+}
 std::string projectEntriesPath(const std::string& projectID) {
     return "/projects/" + projectID + "/time_entries.json";
 }
-std::string taskEntriesPath(const std::string& taskID) { return "/tasks/" + taskID + "/time_entries.json"; }
+std::string taskEntriesPath(const std::string& taskID) {
+    return "/tasks/" + taskID + "/time_entries.json";
+}
 
 std::optional<std::string> text(const nlohmann::json& object, const char* key) {
     return ZVListing::text(ZVJSON::value(object, key));
 }
 
-std::string invalidData() { return ZVLocalizedString("TeamworkPM's response contains invalid data."); }
+std::string invalidData() {
+    return ZVLocalizedString("TeamworkPM's response contains invalid data.");
+}
 
 /// Whether the reply's headers say that pages follow this one.
 bool hasMorePages(const ZVServiceReply& reply) {
@@ -73,7 +79,8 @@ const std::vector<ZVIntegrationSetting>& ZVTeamworkPMIntegration::settings() con
 }
 
 ZVTeamworkPMIntegration::SynchronizationType ZVTeamworkPMIntegration::synchronizationType() const {
-    return choiceSetting(synchronizationTypeKey) == static_cast<std::int64_t>(SynchronizationType::todos)
+    return choiceSetting(synchronizationTypeKey) ==
+                   static_cast<std::int64_t>(SynchronizationType::todos)
                ? SynchronizationType::todos
                : SynchronizationType::projects;
 }
@@ -111,7 +118,8 @@ std::optional<std::vector<nlohmann::json>> ZVTeamworkPMIntegration::_loadItemsFr
 std::string ZVTeamworkPMIntegration::_getUserID() {
     std::lock_guard lock(_userIDLock);
     if (_userID) return *_userID;
-    const auto reply = sendForJSON(ZVServiceRequest::get(teamworkpm::authenticatePath), teamworkpm::invalidData());
+    const auto reply =
+        sendForJSON(ZVServiceRequest::get(teamworkpm::authenticatePath), teamworkpm::invalidData());
     const auto userID = ZVListing::text(ZVJSON::value(reply, "[account][userId]"));
     if (!userID || userID->empty()) {
         ZVLog([&] { return "No userID in " + reply.dump(); });
@@ -123,7 +131,8 @@ std::string ZVTeamworkPMIntegration::_getUserID() {
 
 ZVIntegration::ProjectList ZVTeamworkPMIntegration::loadRemoteProjects() {
     _getUserID();
-    const auto me = sendForJSON(ZVServiceRequest::get(teamworkpm::mePath), teamworkpm::invalidData());
+    const auto me =
+        sendForJSON(ZVServiceRequest::get(teamworkpm::mePath), teamworkpm::invalidData());
     const auto accountID = ZVListing::text(ZVJSON::value(me, "[person][id]"));
     if (!accountID || accountID->empty()) {
         ZVLog([&] { return "Can't find account ID in " + me.dump(); });
@@ -131,7 +140,8 @@ ZVIntegration::ProjectList ZVTeamworkPMIntegration::loadRemoteProjects() {
     }
 
     ProjectList projects;
-    const auto items = _loadItemsFromURL(ZVServiceRequest::get(teamworkpm::projectsPath), "projects", "No projects in ");
+    const auto items = _loadItemsFromURL(ZVServiceRequest::get(teamworkpm::projectsPath),
+                                         "projects", "No projects in ");
     if (!items) return projects;
     const auto self = shared_from_this();
     for (const auto& item : *items) {
@@ -156,9 +166,11 @@ ZVIntegration::ProjectList ZVTeamworkPMIntegration::loadRemoteProjects() {
     return projects;
 }
 
-void ZVTeamworkPMIntegration::_addTodoLists(ZVIntegrationProject& project, const std::string& accountID) {
+void ZVTeamworkPMIntegration::_addTodoLists(ZVIntegrationProject& project,
+                                            const std::string& accountID) {
     ZVServiceRequest request = ZVServiceRequest::get(teamworkpm::listsPath(project.projectID()));
-    request.query = {{"responsible-party-id", accountID}, {"showTasks", "yes"}, {"getSubTasks", "yes"}};
+    request.query = {
+        {"responsible-party-id", accountID}, {"showTasks", "yes"}, {"getSubTasks", "yes"}};
     const auto lists = _loadItemsFromURL(request, "tasklists", "No todo lists in ");
     if (!lists) return;
     for (const auto& list : *lists) {

@@ -44,7 +44,8 @@ private:
     /// The records under `key` of a listing, page after page; nothing, and
     /// `missingLine` in the log, when a page holds no such list. A reply
     /// that is no JSON object fails.
-    std::optional<std::vector<nlohmann::json>> _loadItemsFromURL(const ZVServiceRequest& request, const char* key,
+    std::optional<std::vector<nlohmann::json>> _loadItemsFromURL(const ZVServiceRequest& request,
+                                                                 const char* key,
                                                                  std::string_view missingLine);
     /// The task lists of a project with the open tasks of `accountID`.
     void _addTodoLists(ZVIntegrationProject& project, const std::string& accountID);

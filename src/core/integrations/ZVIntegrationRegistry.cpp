@@ -22,6 +22,7 @@
 #include "core/integrations/address_based/redmine/ZVRedmineIntegration.h"
 #include "core/integrations/address_based/targetprocess/ZVTargetProcessIntegration.h"
 #include "core/integrations/address_based/teambox/ZVTeamboxIntegration.h"
+#include "core/integrations/address_based/teamworkpm/ZVTeamworkPMIntegration.h"
 
 namespace {
 using Auth = ZVAuthenticationType;
@@ -383,6 +384,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .authenticationType = Auth::apiToken,
         .sslSupport = SSL::optional,
         .setupViewName = "TeamworkPM",
+        .make = built<ZVTeamworkPMIntegration>(),
     },
     {
         .className = "Norvo.ZVTickIntegration",

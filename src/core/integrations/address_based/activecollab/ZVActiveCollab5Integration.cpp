@@ -8,6 +8,7 @@
 #include "ZVLocalization.h"
 #include "ZVLog.h"
 #include "core/integrations/ZVIntegrationError.h"
+#include "core/integrations/address_based/activecollab/ZVActiveCollabIntegration.h"
 #include "core/integrations/address_based/common/ZVListing.h"
 #include "core/integrations/address_based/common/ZVPostingText.h"
 #include "core/integrations/authentication/ZVUsernamePasswordAuthentication.h"
@@ -39,18 +40,7 @@ void dropFinished(std::vector<nlohmann::json>& items, const char* kind) {
 }  // namespace activecollab5
 
 const std::vector<ZVIntegrationSetting>& ZVActiveCollab5Integration::settings() const {
-    using Kind = ZVIntegrationSetting::Kind;
-    static const std::vector<ZVIntegrationSetting> declared{
-        {billingKey,
-         Kind::choice,
-         ZVLocalizable("New time records are"),
-         "billingPopUp",
-         std::nullopt,
-         {{0, ZVLocalizable("Not billable")},
-          {1, ZVLocalizable("Billable")},
-          {2, ZVLocalizable("Billable and pending")},
-          {3, ZVLocalizable("Billed")}}},
-    };
+    static const std::vector<ZVIntegrationSetting> declared{ZVActiveCollabIntegration::billingSetting()};
     return declared;
 }
 

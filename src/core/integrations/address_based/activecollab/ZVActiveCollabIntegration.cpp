@@ -58,17 +58,22 @@ const std::vector<ZVIntegrationSetting>& ZVActiveCollabIntegration::settings() c
          "versionPopUp",
          std::nullopt,
          {{0, ZVLocalizable("ActiveCollab 2")}, {1, ZVLocalizable("ActiveCollab 3")}}},
-        {billingKey,
-         Kind::choice,
-         ZVLocalizable("New time records are"),
-         "billingPopUp",
-         std::nullopt,
-         {{0, ZVLocalizable("Not billable")},
-          {1, ZVLocalizable("Billable")},
-          {2, ZVLocalizable("Billable and pending")},
-          {3, ZVLocalizable("Billed")}}},
+        billingSetting(),
     };
     return declared;
+}
+
+const ZVIntegrationSetting& ZVActiveCollabIntegration::billingSetting() {
+    static const ZVIntegrationSetting setting{billingKey,
+                                              ZVIntegrationSetting::Kind::choice,
+                                              ZVLocalizable("New time records are"),
+                                              "billingPopUp",
+                                              std::nullopt,
+                                              {{0, ZVLocalizable("Not billable")},
+                                               {1, ZVLocalizable("Billable")},
+                                               {2, ZVLocalizable("Billable and pending")},
+                                               {3, ZVLocalizable("Billed")}}};
+    return setting;
 }
 
 std::optional<ZVCredentialPresentation> ZVActiveCollabIntegration::credentialPresentation() const {

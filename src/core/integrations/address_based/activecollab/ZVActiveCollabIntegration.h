@@ -21,6 +21,8 @@ public:
 
     std::string addressPlaceholder() const override { return "activecollab.example.com"; }
     const std::vector<ZVIntegrationSetting>& settings() const override;
+    /// Both generations of the service ask how new time records are billed, under one key.
+    static const ZVIntegrationSetting& billingSetting();
     /// Says that the hosted service closed this interface.
     std::optional<ZVCredentialPresentation> credentialPresentation() const override;
     /// Any stored value but `version3` reads as `version2`.

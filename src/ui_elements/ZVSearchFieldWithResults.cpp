@@ -4,6 +4,7 @@
 #include <QAbstractListModel>
 #include <QKeyEvent>
 #include <QListView>
+#include <QScreen>
 #include <algorithm>
 
 /// The results as rows of the list; each row's values are asked of the
@@ -67,7 +68,10 @@ void ZVSearchFieldWithResults::setResultsDelegate(ZVSearchFieldWithResultsDelega
 
 void ZVSearchFieldWithResults::setSearchResultsWidth(int width) {
     _searchResultsWidth = width;
-    _resultsList->setMinimumWidth(width);
+    // The list sits in its window's layout: a long path widens the window up
+    // to a third of the screen, and the rows elide the rest.
+    const QScreen* display = screen();
+    _resultsList->setMinimumWidth(display ? std::min(width, display->availableGeometry().width() / 3) : width);
 }
 
 void ZVSearchFieldWithResults::_queryChanged(const QString& query) {

@@ -1,6 +1,7 @@
 #include <QCoreApplication>
 #include <QFocusEvent>
 #include <QListView>
+#include <QScreen>
 
 #include "IgnoredCommands.h"
 #include "ShellTestEnvironment.h"
@@ -82,6 +83,8 @@ TEST_F(ZVProjectQuickSearchTest, ResultsListHasTwoLineRowsAndAWidthOfAtLeast220)
     field.setText(u"nothing like this"_s);
     EXPECT_TRUE(field.results().isEmpty());
     EXPECT_EQ(field.searchResultsWidth(), 220) << "no hit leaves the width as it was";
+    field.setSearchResultsWidth(100000);
+    EXPECT_EQ(list->minimumWidth(), field.screen()->availableGeometry().width() / 3) << "a long path widens the window so far";
     field.setText(u"website>build"_s);
     ASSERT_EQ(field.results().size(), 1);
     field.chooseResult(0);

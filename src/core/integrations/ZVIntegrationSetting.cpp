@@ -1,5 +1,7 @@
 #include "core/integrations/ZVIntegrationSetting.h"
 
+#include "ZVLocalization.h"
+
 ZVValue ZVIntegrationSetting::initialValue() const {
     if (defaultValue) return *defaultValue;
     switch (kind) {
@@ -31,4 +33,9 @@ std::optional<ZVValue> ZVIntegrationSetting::accepted(const ZVValue& value) cons
             break;
     }
     return std::nullopt;
+}
+
+ZVIntegrationSetting ZVIntegrationSetting::synchronization(const char* key, const char* firstLevel, const char* deeper) {
+    return {key, Kind::choice, ZVLocalizable("Synchronize"), "synchronizationTypePopUp", std::nullopt,
+            {{0, firstLevel}, {1, deeper}}};
 }

@@ -33,6 +33,10 @@ struct ZVIntegrationSetting {
     /// Shown with the credentials rather than in the service's own part.
     bool belongsToCredentials = false;
 
+    /// The "Synchronize" choice of a service whose tree stops at its first
+    /// level (stored 0, the default) or reaches one level deeper (stored 1).
+    static ZVIntegrationSetting synchronization(const char* key, const char* firstLevel, const char* deeper);
+
     /// The default as stored: of the setting's kind.
     ZVValue initialValue() const;
     /// `value` as this setting stores it, or nothing when it is of another

@@ -112,9 +112,8 @@ ZVJIRASynchronizationType ZVJIRAIntegration::synchronizationType() const {
 const std::vector<ZVIntegrationSetting>& ZVJIRAIntegration::settings() const {
     using Kind = ZVIntegrationSetting::Kind;
     static const std::vector<ZVIntegrationSetting> declared{
-        {synchronizationTypeKey, Kind::choice, ZVLocalizable("Synchronize"), "synchronizationTypePopUp", std::nullopt,
-         {{static_cast<std::int64_t>(ZVJIRASynchronizationType::projects), ZVLocalizable("Issues by project")},
-          {static_cast<std::int64_t>(ZVJIRASynchronizationType::filters), ZVLocalizable("Issues by favourite filter")}}},
+        ZVIntegrationSetting::synchronization(synchronizationTypeKey, ZVLocalizable("Issues by project"),
+                                              ZVLocalizable("Issues by favourite filter")),
         {includesUnassignedIssuesKey, Kind::flag, ZVLocalizable("Include unassigned issues"),
          "includesUnassignedIssuesButton"},
         {ignoresSessionCookiesKey, Kind::flag, ZVLocalizable("Send the credentials with every request"),

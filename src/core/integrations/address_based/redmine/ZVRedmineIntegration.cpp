@@ -87,13 +87,8 @@ void explainMissingActivity(const std::string& refusal) {
 const std::vector<ZVIntegrationSetting>& ZVRedmineIntegration::settings() const {
     using Kind = ZVIntegrationSetting::Kind;
     static const std::vector<ZVIntegrationSetting> declared{
-        {synchronizationTypeKey,
-         Kind::choice,
-         ZVLocalizable("Synchronize"),
-         "synchronizationTypePopUp",
-         std::nullopt,
-         {{static_cast<std::int64_t>(SynchronizationType::projects), ZVLocalizable("Projects")},
-          {static_cast<std::int64_t>(SynchronizationType::issues), ZVLocalizable("Projects and their open issues")}}},
+        ZVIntegrationSetting::synchronization(synchronizationTypeKey, ZVLocalizable("Projects"),
+                                              ZVLocalizable("Projects and their open issues")),
         {onlyAssignedToMeKey, Kind::flag, ZVLocalizable("Only issues assigned to me"), "onlyAssignedToMeButton"},
         // Kept and stored as it always was; the activity is asked for at every post all the same.
         {asksForActivityKey, Kind::flag, ZVLocalizable("Ask for the activity before posting"), "askForActivityButton"},

@@ -64,16 +64,9 @@ std::string clock(std::time_t moment, const char* format) {
 }  // namespace teamworkpm
 
 const std::vector<ZVIntegrationSetting>& ZVTeamworkPMIntegration::settings() const {
-    using Kind = ZVIntegrationSetting::Kind;
     static const std::vector<ZVIntegrationSetting> declared{
-        {synchronizationTypeKey,
-         Kind::choice,
-         ZVLocalizable("Synchronize"),
-         "synchronizationTypePopUp",
-         std::nullopt,
-         {{static_cast<std::int64_t>(SynchronizationType::projects), ZVLocalizable("Projects")},
-          {static_cast<std::int64_t>(SynchronizationType::todos),
-           ZVLocalizable("Projects, task lists and my open tasks")}}},
+        ZVIntegrationSetting::synchronization(synchronizationTypeKey, ZVLocalizable("Projects"),
+                                              ZVLocalizable("Projects, task lists and my open tasks")),
     };
     return declared;
 }

@@ -6,7 +6,6 @@
 #include <QProcess>
 #include <QStandardPaths>
 #include <QThread>
-#include <cstdlib>
 
 #include "ShellTestEnvironment.h"
 #include "ZVLocalization.h"
@@ -27,56 +26,100 @@ QString artifactsFolder() {
 }
 
 /// Runs a command line (split at single spaces) to its end and gives its first line of output.
-QString run(const QString& line) {
+QString run(const QString& line, const QProcessEnvironment& environment) {
     QProcess process;
+    process.setProcessEnvironment(environment);
     QStringList arguments = line.split(QLatin1Char(' '));
     process.start(arguments.takeFirst(), arguments);
     process.waitForFinished(10000);
     return QString::fromUtf8(process.readAllStandardOutput()).section(QLatin1Char('\n'), 0, 0).trimmed();
 }
 
-bool screenshot(const QString& path) {
+bool screenshot(const QString& path, const QProcessEnvironment& environment) {
     QFile::remove(path);
-    QProcess::execute(u"import"_s, {u"-window"_s, u"root"_s, path});
+    QProcess import;
+    import.setProcessEnvironment(environment);
+    import.start(u"import"_s, {u"-window"_s, u"root"_s, path});
+    import.waitForFinished(10000);
     return QFileInfo(path).size() > 0;
 }
+
+/// An X server of its own: the real clicks and the Escape key sent below
+/// must not land in the windows of tests that run beside this one.
+class PrivateDisplay {
+public:
+    PrivateDisplay() {
+        for (int number = 140; number < 180 && _name.isEmpty(); ++number) {
+            if (QFileInfo::exists(u"/tmp/.X%1-lock"_s.arg(number))) continue;
+            _server.start(u"Xvfb"_s, {u":%1"_s.arg(number), u"-screen"_s, u"0"_s, u"1024x700x24"_s, u"-nolisten"_s,
+                                     u"tcp"_s});
+            if (!_server.waitForStarted()) return;
+            for (int wait = 0; wait < 30 && _server.state() == QProcess::Running; ++wait) {
+                QThread::msleep(100);
+                if (QFileInfo::exists(u"/tmp/.X11-unix/X%1"_s.arg(number))) {
+                    _name = u":%1"_s.arg(number);
+                    break;
+                }
+            }
+        }
+    }
+    ~PrivateDisplay() {
+        _server.terminate();
+        _server.waitForFinished(3000);
+    }
+    bool isReady() const { return !_name.isEmpty(); }
+    /// This process's environment as it is now, on the private display.
+    QProcessEnvironment environment() const {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"DISPLAY"_s, _name);
+        environment.insert(u"QT_QPA_PLATFORM"_s, u"xcb"_s);
+        return environment;
+    }
+
+private:
+    QProcess _server;
+    QString _name;
+};
 
 // Starts the real program on the X display with a tray host and keeps
 // pictures of the timer window and of the open status menu in the build
 // tree's tests/artifacts folder.
 TEST(NorvoEndToEnd, ShowsTheTimerWindowAndTheStatusMenu) {
-    const char* display = std::getenv("DISPLAY");
-    if (!display || !*display) GTEST_SKIP() << "needs an X display (run under Xvfb)";
-    for (const char* tool : {"import", "xdotool", "trayer"})
+    for (const char* tool : {"Xvfb", "import", "xdotool", "trayer"})
         if (QStandardPaths::findExecutable(QString::fromUtf8(tool)).isEmpty()) GTEST_SKIP() << tool << " is missing";
     const QString executable = buildTreePath(u"../src/norvo"_s);
     if (!QFileInfo::exists(executable)) GTEST_SKIP() << "the norvo executable is not built";
+    PrivateDisplay display;
+    ASSERT_TRUE(display.isReady()) << "no X server of its own could start";
     TemporaryHome home;
     ZVPreferences::shared().setBoolean(true, "ZVReleaseNotes847");
     ASSERT_TRUE(ZVPreferences::shared().synchronize());
+    const QProcessEnvironment environment = display.environment();
     QProcess tray;
+    tray.setProcessEnvironment(environment);
     tray.start(u"trayer"_s, words("--edge top --align right --height 28 --widthtype pixel --width 80"));
     ASSERT_TRUE(tray.waitForStarted());
     QThread::msleep(800);
     QProcess norvo;
+    norvo.setProcessEnvironment(environment);
     norvo.start(executable, {});
     ASSERT_TRUE(norvo.waitForStarted());
     QString windowID;
     for (int attempt = 0; attempt < 50 && windowID.isEmpty(); ++attempt) {
         QThread::msleep(200);
-        windowID = run(u"xdotool search --onlyvisible --name ^Norvo$"_s);
+        windowID = run(u"xdotool search --onlyvisible --name ^Norvo$"_s, environment);
     }
     EXPECT_FALSE(windowID.isEmpty()) << "the timer window did not appear";
     QThread::msleep(1500);
     const QString folder = artifactsFolder();
-    EXPECT_TRUE(screenshot(folder + u"/timer-window.png"_s));
+    EXPECT_TRUE(screenshot(folder + u"/timer-window.png"_s, environment));
     // The tray icon is the first child of trayer's window; a right click opens the status menu.
-    const QString trayWindow = run(u"xdotool search --class trayer"_s);
+    const QString trayWindow = run(u"xdotool search --class trayer"_s, environment);
     if (!trayWindow.isEmpty()) {
-        run(u"xdotool mousemove --window "_s + trayWindow + u" 12 14 click 3"_s);
+        run(u"xdotool mousemove --window "_s + trayWindow + u" 12 14 click 3"_s, environment);
         QThread::msleep(1200);
-        EXPECT_TRUE(screenshot(folder + u"/status-menu.png"_s));
-        run(u"xdotool key Escape"_s);
+        EXPECT_TRUE(screenshot(folder + u"/status-menu.png"_s, environment));
+        run(u"xdotool key Escape"_s, environment);
     }
     EXPECT_EQ(norvo.state(), QProcess::Running) << "norvo ended: " << norvo.readAllStandardError().toStdString();
     norvo.terminate();

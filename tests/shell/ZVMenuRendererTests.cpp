@@ -92,3 +92,44 @@ TEST(ZVMenuRenderer, MenuIsRebuiltAtEachOpening) {
     EXPECT_EQ(menu.actions()[0]->text(), QStringLiteral("Stop"));
     EXPECT_EQ(builds, 2);
 }
+
+// A leaf's time is drawn at half strength after its name; a title without
+// that part keeps its full strength to the end, also with "&" in the name.
+TEST(ZVMenuRenderer, TheTimePartOfALeafIsDrawnDimmed) {
+    auto model = std::make_shared<ZVMenu>();
+    auto& leaf = model->addItem("M&M — 00:10:00", "selectProject:", [](const ZVMenuItem&) {});
+    leaf.secondaryTitleStart = std::string("M&M").size();
+    model->addItem("M&M — 00:10:00", "selectProject:", [](const ZVMenuItem&) {});
+    QMenu menu;
+    ZVMenuRenderer::fill(menu, model);
+    menu.popup(QPoint(10, 10));
+    processEventsUntil([&] { return menu.isVisible(); });
+    const QImage picture = menu.grab().toImage();
+    const QColor background = menu.palette().color(QPalette::Window);
+    // The strongest ink of the first and of the last third of the text.
+    const auto inkOfThirds = [&](QAction* action) {
+        const QRect row = menu.actionGeometry(action);
+        std::vector<int> columns;
+        for (int x = row.left(); x <= row.right(); ++x)
+            for (int y = row.top(); y <= row.bottom(); ++y)
+                if (std::abs(qGray(picture.pixel(x, y)) - qGray(background.rgb())) > 60) {
+                    columns.push_back(x);
+                    break;
+                }
+        const auto strongest = [&](std::size_t from, std::size_t to) {
+            int ink = 0;
+            for (std::size_t i = from; i < to; ++i)
+                for (int y = row.top(); y <= row.bottom(); ++y)
+                    ink = std::max(ink, std::abs(qGray(picture.pixel(columns[i], y)) - qGray(background.rgb())));
+            return ink;
+        };
+        const std::size_t third = columns.size() / 3;
+        return std::pair{strongest(0, third), strongest(columns.size() - third, columns.size())};
+    };
+    const auto [leafName, leafTime] = inkOfThirds(menu.actions()[0]);
+    const auto [plainStart, plainEnd] = inkOfThirds(menu.actions()[1]);
+    EXPECT_LT(leafTime, leafName * 3 / 4) << "the time is not dimmed";
+    EXPECT_GT(leafName, plainStart * 9 / 10) << "the name is dimmed too";
+    EXPECT_GT(plainEnd, plainStart * 9 / 10) << "a title without a time part was dimmed";
+    menu.hide();
+}

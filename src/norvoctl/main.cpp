@@ -11,6 +11,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <cstdio>
+#include <cstdlib>
 #include <optional>
 
 #include "norvoctl/ZVControlText.h"
@@ -236,7 +237,13 @@ int main(int argc, char** argv) {
     QString error;
     const auto request = ZVControlText::parseArguments(arguments, error);
     if (!request) return fail(badInput, error);
-    return run(*request);
+    const int status = run(*request);
+    // Qt's D-Bus thread may still be reading a signal of the bus when the
+    // answer is in; tearing Qt down under it prints warnings about types
+    // that are already gone. There is nothing left to clean up but output.
+    std::fflush(stdout);
+    std::fflush(stderr);
+    std::_Exit(status);
 }
 
 #include "main.moc"

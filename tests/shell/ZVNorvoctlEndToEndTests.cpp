@@ -182,6 +182,14 @@ TEST_F(NorvoctlEndToEnd, StartStopAndToggleRecordRunsInTheLog) {
     ASSERT_EQ(lines.size(), 3) << lines.join(QLatin1Char('\n')).toStdString();
     for (const QString& line : lines.mid(1))
         EXPECT_TRUE(line.endsWith(u",Invoices,Projects \u2794 Billing,Billing"_s)) << line.toStdString();
+    // Posting makes Norvo talk on the bus while the command ends; nothing
+    // but the command's line may come out of it (Qt's D-Bus thread, torn
+    // down under a message, once added warnings in most runs).
+    for (int turn = 0; turn < 4; ++turn) {
+        outcome = norvoctl("post");
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_EQ(outcome.err.toStdString(), "norvoctl: The time of local projects is not posted anywhere.");
+    }
 }
 
 TEST_F(NorvoctlEndToEnd, WatchPrintsALineForEachChangeAndNoneWhileIdle) {
@@ -239,10 +247,7 @@ TEST_F(NorvoctlEndToEnd, AStartWithoutProjectAnswersWhileNorvoAsksTheUser) {
     // Norvo shows its alert; the command does not wait for someone to answer it.
     const Outcome outcome = norvoctl("start");
     EXPECT_EQ(outcome.status, 4);
-    // Only the first line: Qt's D-Bus sometimes adds a warning of its own
-    // after it, which is no message of norvoctl's.
-    EXPECT_EQ(outcome.err.section(QLatin1Char('\n'), 0, 0).toStdString(),
-              "norvoctl: Norvo waits for an answer in its window: No project selected.");
+    EXPECT_EQ(outcome.err.toStdString(), "norvoctl: Norvo waits for an answer in its window: No project selected.");
     // The alert is up, and Norvo still answers.
     const QJsonObject now = state();
     EXPECT_FALSE(now.value(u"running"_s).toBool());

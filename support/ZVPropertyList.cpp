@@ -410,6 +410,8 @@ std::optional<ZVValue> convertXML(const pugi::xml_node& node, int depth) {
 
 class FastXMLReader {
 public:
+    using ElementHandler = std::function<void(const std::string&, ZVValue&&, std::size_t)>;
+
     explicit FastXMLReader(std::string_view text)
         : _begin(text.data()), _p(text.data()), _end(text.data() + text.size()) {}
 
@@ -509,8 +511,11 @@ public:
     }
 
     // The entries of the root dictionary one by one; keys must rise strictly,
-    // as a dictionary holds them.
-    bool readEntries(const std::function<void(std::string&&, ZVValue&&, std::size_t)>& entry) {
+    // as a dictionary holds them. With a streamed key, the elements of the
+    // array under that key in an entry's dictionary go to `element` one by
+    // one, and the entry comes without that key.
+    bool readEntries(const std::function<void(std::string&&, ZVValue&&, std::size_t)>& entry,
+                     std::string_view streamedKey = {}, const ElementHandler* element = nullptr) {
         if (!readProlog() || !skipSpace()) return false;
         bool empty = false;
         if (openTag(empty) != "dict") return false;
@@ -522,7 +527,7 @@ public:
                 if (consume("</dict>")) break;
                 std::string key;
                 if (!readTextElement("key", key) || (!first && key <= previous)) return false;
-                auto value = readValue(1);
+                auto value = element ? readStreamedDictionary(key, streamedKey, *element) : readValue(1);
                 if (!value) return false;
                 previous = key;
                 first = false;
@@ -530,6 +535,35 @@ public:
             }
         }
         return readEpilogue();
+    }
+
+    // A top-level entry's value; when it is a dictionary, the array under
+    // `streamedKey` is handed over element by element and left out.
+    std::optional<ZVValue> readStreamedDictionary(const std::string& entryKey, std::string_view streamedKey,
+                                                  const ElementHandler& element) {
+        if (!skipSpace()) return std::nullopt;
+        if (!startsWith("<dict>")) return readValue(1);
+        _p += 6;
+        ZVDictionary dictionary;
+        for (;;) {
+            if (!skipSpace()) return std::nullopt;
+            if (consume("</dict>")) return ZVValue(std::move(dictionary));
+            std::string key;
+            if (!readTextElement("key", key) || !skipSpace()) return std::nullopt;
+            if (key == streamedKey && consume("<array>")) {
+                for (;;) {
+                    if (!skipSpace()) return std::nullopt;
+                    if (consume("</array>")) break;
+                    auto value = readValue(3);
+                    if (!value) return std::nullopt;
+                    element(entryKey, std::move(*value), static_cast<std::size_t>(_p - _begin));
+                }
+                continue;
+            }
+            auto value = readValue(2);
+            if (!value) return std::nullopt;
+            dictionary.insert_or_assign(dictionary.end(), std::move(key), std::move(*value));
+        }
     }
 
     // One entry of a dictionary at the top level as written out: its key
@@ -984,6 +1018,12 @@ std::optional<ZVValue> readConsuming(std::string& bytes) {
 bool readDictionaryEntries(std::string_view bytes,
                            const std::function<void(std::string&&, ZVValue&&, std::size_t)>& entry) {
     return FastXMLReader(bytes).readEntries(entry);
+}
+
+bool readDictionaryEntries(std::string_view bytes, std::string_view streamedKey,
+                           const std::function<void(const std::string&, ZVValue&&, std::size_t reached)>& element,
+                           const std::function<void(std::string&&, ZVValue&&, std::size_t reached)>& entry) {
+    return FastXMLReader(bytes).readEntries(entry, streamedKey, &element);
 }
 
 std::optional<EntryRanges> dictionaryEntryRanges(std::string_view bytes) {

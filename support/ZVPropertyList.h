@@ -33,6 +33,13 @@ std::optional<ZVValue> readConsuming(std::string& bytes);
 /// used.
 bool readDictionaryEntries(std::string_view bytes,
                            const std::function<void(std::string&&, ZVValue&&, std::size_t reached)>& entry);
+/// As above, and when an entry's value is a dictionary, each element of the
+/// array under `streamedKey` in it is handed to `element` (with the entry's
+/// key) as soon as it stands, before the entry itself, which then comes
+/// without that key: a large array is never held whole.
+bool readDictionaryEntries(std::string_view bytes, std::string_view streamedKey,
+                           const std::function<void(const std::string&, ZVValue&&, std::size_t reached)>& element,
+                           const std::function<void(std::string&&, ZVValue&&, std::size_t reached)>& entry);
 
 /// Reads a property-list file; absent when missing or corrupt.
 std::optional<ZVValue> readFile(const std::string& path);

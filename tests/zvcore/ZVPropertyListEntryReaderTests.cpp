@@ -10,18 +10,37 @@ namespace {
 
 using Entries = std::vector<std::pair<std::string, ZVValue>>;
 
-/// The entries read one by one, or nothing when the reader gave up.
-std::optional<Entries> entriesOf(const std::string& text) {
+/// The entries read one by one, or nothing when the reader gave up. With a
+/// streamed key, the elements handed over apart are put back under it.
+std::optional<Entries> entriesOf(const std::string& text, const char* streamedKey = nullptr) {
     Entries entries;
     std::size_t reachedBefore = 0;
+    // Each entry or element ends after the one before and inside the text.
+    const auto advanced = [&](std::size_t reached) {
+        EXPECT_GT(reached, reachedBefore);
+        EXPECT_LE(reached, text.size());
+        reachedBefore = reached;
+    };
+    std::string elementsOf;
+    ZVArray elements;
+    const auto entry = [&](std::string&& key, ZVValue&& value, std::size_t reached) {
+        advanced(reached);
+        if (!elements.empty()) {
+            EXPECT_EQ(elementsOf, key) << "elements come right before their entry";
+            EXPECT_FALSE(value.dictionary()->contains(streamedKey));
+            (*value.mutableDictionary())[streamedKey] = ZVValue(std::exchange(elements, {}));
+        }
+        entries.emplace_back(std::move(key), std::move(value));
+    };
     const bool read =
-        ZVPropertyList::readDictionaryEntries(text, [&](std::string&& key, ZVValue&& value, std::size_t reached) {
-            // Each entry ends after the one before and inside the text.
-            EXPECT_GT(reached, reachedBefore);
-            EXPECT_LE(reached, text.size());
-            reachedBefore = reached;
-            entries.emplace_back(std::move(key), std::move(value));
-        });
+        streamedKey ? ZVPropertyList::readDictionaryEntries(text, streamedKey,
+                                                            [&](const std::string& key, ZVValue&& value, std::size_t reached) {
+                                                                advanced(reached);
+                                                                elementsOf = key;
+                                                                elements.push_back(std::move(value));
+                                                            },
+                                                            entry)
+                    : ZVPropertyList::readDictionaryEntries(text, entry);
     if (!read) return std::nullopt;
     return entries;
 }
@@ -46,12 +65,15 @@ TEST(ZVPropertyListEntryReaderTests, readsWhatTheWriterWritesEntryByEntryInKeyOr
     const ZVDictionary root{{"b & c", account}, {"a <first>", ZVDictionary{}}, {"\u00fc", account}};
     const std::string text = ZVPropertyList::writeXML(root);
 
-    const auto entries = entriesOf(text);
-    ASSERT_TRUE(entries);
-    ASSERT_EQ(entries->size(), 3u);
-    EXPECT_EQ((*entries)[0], (std::pair<std::string, ZVValue>{"a <first>", ZVDictionary{}}));
-    EXPECT_EQ((*entries)[1], (std::pair<std::string, ZVValue>{"b & c", account}));
-    EXPECT_EQ((*entries)[2], (std::pair<std::string, ZVValue>{"\u00fc", account}));
+    // Whole, and with the nodes of each account handed over one by one.
+    for (const char* streamed : {static_cast<const char*>(nullptr), "KDIntegrationCachedProjects", "flags"}) {
+        const auto entries = entriesOf(text, streamed);
+        ASSERT_TRUE(entries) << (streamed ? streamed : "whole");
+        ASSERT_EQ(entries->size(), 3u);
+        EXPECT_EQ((*entries)[0], (std::pair<std::string, ZVValue>{"a <first>", ZVDictionary{}}));
+        EXPECT_EQ((*entries)[1], (std::pair<std::string, ZVValue>{"b & c", account}));
+        EXPECT_EQ((*entries)[2], (std::pair<std::string, ZVValue>{"\u00fc", account}));
+    }
     EXPECT_EQ(ZVPropertyList::read(text), ZVValue(root));
 }
 
@@ -98,8 +120,13 @@ TEST(ZVPropertyListEntryReaderTests, corruptTextIsRefusedAfterWhatever) {
         plist("<dict><key>a</key></dict>"),
         plist("<array><string>not a dictionary</string></array>"),
         plist("<dict></dict>") + "<plist/>",
+        plist("<dict><key>a</key><dict><key>s</key><array><integer>1x</integer></array></dict></dict>"),
+        plist("<dict><key>a</key><dict><key>s</key><array><string>x</string></dict></dict>"),
     };
-    for (const auto& text : cases) EXPECT_FALSE(entriesOf(text)) << text;
+    for (const auto& text : cases) {
+        EXPECT_FALSE(entriesOf(text)) << text;
+        EXPECT_FALSE(entriesOf(text, "s")) << text;
+    }
     EXPECT_FALSE(ZVPropertyList::read(cases[0]));
     EXPECT_FALSE(ZVPropertyList::read(cases[1]));
     const auto empty = entriesOf(plist("<dict/>"));

@@ -181,6 +181,18 @@ void ZVIntegration::initializeWithDictionary(const ZVDictionary& dictionary) {
     }
 }
 
+void ZVIntegration::adoptLoadedProjects(ProjectList projects) {
+    std::vector<ZVIntegrationProject*> open;
+    for (const auto& project : projects) open.push_back(project.get());
+    while (!open.empty()) {
+        ZVIntegrationProject* project = open.back();
+        open.pop_back();
+        project->setIntegration(weak_from_this());
+        for (const auto& subproject : project->subprojects()) open.push_back(subproject.get());
+    }
+    _projects.insert(_projects.end(), std::make_move_iterator(projects.begin()), std::make_move_iterator(projects.end()));
+}
+
 void ZVIntegration::makeAuthentication(const ZVDictionary& dictionary) {
     const ZVAuthenticationType type = authenticationType();
     if (type == ZVAuthenticationType::none || type == ZVAuthenticationType::other) {

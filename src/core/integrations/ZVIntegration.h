@@ -69,6 +69,10 @@ public:
     /// leading "NSKVONotifying_" are understood) and reads the account.
     /// Nothing, with a log line, when the class is missing or unknown.
     static std::shared_ptr<ZVIntegration> integrationWithDictionary(const ZVDictionary& dictionary);
+    /// Takes the top-level nodes that a reader built from the stored form
+    /// while the rest of the account was still being read, after the nodes
+    /// the dictionary held; every level gets this account.
+    void adoptLoadedProjects(ProjectList projects);
 
     ZVIntegration();
     ~ZVIntegration() override;

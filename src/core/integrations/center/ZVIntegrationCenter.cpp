@@ -12,6 +12,7 @@
 #include <set>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 #include "ZVClock.h"
 #include "ZVLocalization.h"
@@ -704,23 +705,59 @@ bool ZVIntegrationCenter::_readAccountsStreaming(const ZVDatabaseJournal::Replay
     // the reading goes on: a large file never stands in memory as a whole.
     std::set<std::string> keys;
     bool allDictionaries = true;
+    // An account's top-level nodes are built one by one as they are read,
+    // before the account's own settings (which follow them in the file), so
+    // that its dictionary form never stands whole beside the nodes built
+    // from it. The nodes of an account that the journal amends are kept in
+    // their stored form instead: the records apply to that.
+    const std::set<std::string> amended = [&] {
+        const auto named = replay.accounts();
+        return std::set<std::string>(named.begin(), named.end());
+    }();
+    ZVIntegration::ProjectList built;
+    ZVArray held;
+    const auto node = [&](const std::string& key, ZVValue&& value, std::size_t reached) {
+        if (_loadingAbandoned) throw ReadingAbandoned{};
+        if (amended.contains(key)) {
+            held.push_back(std::move(value));
+            return;
+        }
+        if (const ZVDictionary* dictionary = value.dictionary())
+            built.push_back(ZVIntegrationProject::createWithDictionary(*dictionary, {}));
+        value = ZVValue();
+        file.release(reached);
+    };
     const auto build = [&](ZVValue& value) {
         const ZVDictionary* accountDictionary = value.dictionary();
         if (!accountDictionary) allDictionaries = false;
         if (allDictionaries) {
-            if (auto integration = ZVIntegration::integrationWithDictionary(*accountDictionary))
+            if (auto integration = ZVIntegration::integrationWithDictionary(*accountDictionary)) {
+                integration->adoptLoadedProjects(std::exchange(built, {}));
                 accounts.push_back(std::move(integration));
+            }
         }
     };
-    const bool read =
-        ZVPropertyList::readDictionaryEntries(bytes, [&](std::string&& key, ZVValue&& value, std::size_t reached) {
-            if (_loadingAbandoned) throw ReadingAbandoned{};
+    const auto entry = [&](std::string&& key, ZVValue&& value, std::size_t reached) {
+        if (_loadingAbandoned) throw ReadingAbandoned{};
+        if (amended.contains(key)) {
+            if (ZVDictionary* dictionary = value.mutableDictionary(); dictionary && !held.empty())
+                (*dictionary)[ZVIntegrationCachedProjectsKey] = ZVValue(std::move(held));
             replay.apply(key, value);
-            keys.insert(std::move(key));
-            // An account that the journal removed is read as nothing.
-            if (!value.isNull()) build(value);
-            file.release(reached);
-        });
+        }
+        held.clear();
+        keys.insert(std::move(key));
+        // An account that the journal removed is read as nothing.
+        if (!value.isNull()) build(value);
+        if (!built.empty()) {
+            // Nodes of an account that could not be read: none of them may
+            // become the current project.
+            built.clear();
+            std::lock_guard<std::mutex> guard(_currentProjectMutex);
+            if (_storedSelection && !_storedSelection->integration()) _storedSelection.reset();
+        }
+        file.release(reached);
+    };
+    const bool read = ZVPropertyList::readDictionaryEntries(bytes, ZVIntegrationCachedProjectsKey, node, entry);
     // Accounts that only the journal holds come after the file's.
     for (const std::string& key : replay.accounts()) {
         if (!read || !allDictionaries || keys.contains(key)) continue;

@@ -519,7 +519,12 @@ TEST_F(IntegrationCenterTest, AnAccountThatFailedToLoadKeepsItsEntryByteForByte)
     writeDatabase({{"known", ZVValue(known->dictionaryRepresentation())},
                    {"future", ZVDictionary{{"KDIntegrationClass", "Norvo.ZVFutureIntegration"},
                                            {"KDIntegrationName", "Zukunft & <mehr> \u00e9"},
-                                           {"KDIntegrationFutureSetting", ZVArray{1.5, ZVData{1, 2}}}}}});
+                                           {"KDIntegrationFutureSetting", ZVArray{1.5, ZVData{1, 2}}},
+                                           // Its nodes are read before its class is: the one
+                                           // marked selected has no account to be current in.
+                                           {"KDIntegrationCachedProjects",
+                                            ZVArray{ZVDictionary{{"KDIntegrationProjectName", "Orphan"},
+                                                                 {"KDIntegrationProjectIsSelected", true}}}}}}});
     const auto bytesOfFuture = [this] {
         std::string bytes;
         EXPECT_TRUE(ZVPaths::readFile(databasePath(), bytes));
@@ -530,6 +535,7 @@ TEST_F(IntegrationCenterTest, AnAccountThatFailedToLoadKeepsItsEntryByteForByte)
     };
     const std::string before = bytesOfFuture();
     ASSERT_EQ(center().integrations().size(), 1u);
+    EXPECT_FALSE(center().currentProject());
     auto loaded = std::dynamic_pointer_cast<RecordingIntegration>(center().integrations()[0]);
     loaded->setName("Known, renamed");
     loaded->writesThrough = true;

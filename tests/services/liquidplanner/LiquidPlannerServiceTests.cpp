@@ -28,18 +28,23 @@ void serveJSON(FakeServer& server, const std::string& method, const std::string&
     server.route(method, path, FakeResponse::json(body.dump()));
 }
 
+/// A list as the service gives it: a bare array of records.
+void serveList(FakeServer& server, const std::string& path, const std::vector<nlohmann::json>& records) {
+    serveJSON(server, "GET", path, nlohmann::json(records));
+}
+
 /// Two workspaces with a project of open tasks each; with a bad record, a
 /// project without a name.
 void serveLiquidPlanner(FakeServer& server, bool withBadRecord) {
-    serveJSON(server, "GET", api, {item("Workspace", 10, "Acme"), item("Workspace", 11, "Side projects")});
-    nlohmann::json projects{item("Project", 100, "Website")};
+    serveList(server, api, {item("Workspace", 10, "Acme"), item("Workspace", 11, "Side projects")});
+    auto projects = nlohmann::json::array({item("Project", 100, "Website")});
     if (withBadRecord) projects.push_back({{"type", "Project"}, {"id", 102}});
     serveJSON(server, "GET", api + "/10/projects", projects);
-    serveJSON(server, "GET", api + "/10/tasks", {task(1001, "Design", 100), task(1002, "Build", 100)});
-    serveJSON(server, "GET", api + "/11/projects", {item("Project", 200, "Garden")});
-    serveJSON(server, "GET", api + "/11/tasks", {task(2001, "Weeding", 200)});
+    serveList(server, api + "/10/tasks", {task(1001, "Design", 100), task(1002, "Build", 100)});
+    serveList(server, api + "/11/projects", {item("Project", 200, "Garden")});
+    serveList(server, api + "/11/tasks", {task(2001, "Weeding", 200)});
     for (const char* workspace : {"/10", "/11"})
-        serveJSON(server, "GET", api + workspace + "/activities",
+        serveList(server, api + workspace + "/activities",
                   {item("Activity", 7, "Design work"), item("Activity", 8, "Meetings")});
     serveJSON(server, "POST", api + "/10/tasks/1001/track_time",
               {{"type", "Task"}, {"id", 1001}, {"name", "Design"}, {"work", 1.5}});
@@ -66,12 +71,12 @@ protected:
 };
 
 TEST_F(LiquidPlannerTests, TasksHangOnlyUnderTheirOpenProjectsAndEmptyLevelsAreLeftOut) {
-    serveJSON(server, "GET", api + "/10/projects",
+    serveList(server, api + "/10/projects",
               {item("Project", 100, "Website"), item("Project", 101, "Archive")});
-    serveJSON(server, "GET", api + "/10/tasks",
+    serveList(server, api + "/10/tasks",
               {task(1001, "Design", 100), task(1003, "Old report", 101, true), task(1004, "Stray", std::nullopt),
                task(1005, "Moved", 555)});
-    serveJSON(server, "GET", api + "/11/tasks", {task(2001, "Weeding", 200, true)});
+    serveList(server, api + "/11/tasks", {task(2001, "Weeding", 200, true)});
 
     EXPECT_EQ(treeDescription(makeAccount<LiquidPlanner>()->loadRemoteProjects()),
               "Acme [10|-|-]\n  Website [10|100|-]\n    Design [10|100|1001]\n");
@@ -101,7 +106,7 @@ TEST_F(LiquidPlannerTests, PostingWaitsForAnActivityAndTakesOnlyATasksAnswer) {
     auto account = makeAccount<LiquidPlanner>();
     auto node = trackedProject(account, "Design", "10", "100", 1800, "Drafts, %@");
     node->setAdditionalID("1001");
-    serveJSON(server, "GET", api + "/10/activities",
+    serveList(server, api + "/10/activities",
               {{{"id", 6}}, item("Activity", 7, "Design work"), item("Activity", 8, "Meetings")});
 
     ui.answerChoiceWith("Meetings");
@@ -110,16 +115,16 @@ TEST_F(LiquidPlannerTests, PostingWaitsForAnActivityAndTakesOnlyATasksAnswer) {
     EXPECT_EQ(ui.choicePrompts().at(0).alert.messageText, "Please, select activity:");
     EXPECT_TRUE(log.contains("Activity dict has no name or ID {\"id\":6}"));
     EXPECT_EQ(jsonBody(server.requests(api + "/10/tasks/1001/track_time").at(0)),
-              nlohmann::json::parse(R"({"comment": "Drafts, 0:30:00", "activity_id": "8", "work": 0.5})"));
+              nlohmann::json::parse(R"({"comment": "Drafts, 00:30:00", "activity_id": "8", "work": 0.5})"));
 
     server.clearRequests();
     ui.answerChoiceWith(std::nullopt);
     EXPECT_TRUE(throwsFailureReason([&] { account->postTime(*node); }, "User cancelled."));
-    serveJSON(server, "GET", api + "/10/activities", nlohmann::json::array());
+    serveList(server, api + "/10/activities", {});
     EXPECT_TRUE(throwsFailureReason([&] { account->postTime(*node); }, "No activities for workspace 10 found."));
     EXPECT_TRUE(server.requests(api + "/10/tasks/1001/track_time").empty());
 
-    serveJSON(server, "GET", api + "/10/activities", {item("Activity", 7, "Design work")});
+    serveList(server, api + "/10/activities", {item("Activity", 7, "Design work")});
     serveJSON(server, "POST", api + "/10/tasks/1001/track_time", {{"type", "Error"}});
     EXPECT_TRUE(throwsGenericPostingError([&] { account->postTime(*node); }));
 }

@@ -24,12 +24,14 @@ nlohmann::json task(int id, const char* name, std::optional<int> projectID, bool
     return task;
 }
 
-void serveJSON(FakeServer& server, const std::string& method, const std::string& path, const nlohmann::json& body) {
+void serveJSON(FakeServer& server, const std::string& method, const std::string& path,
+               const nlohmann::json& body) {
     server.route(method, path, FakeResponse::json(body.dump()));
 }
 
 /// A list as the service gives it: a bare array of records.
-void serveList(FakeServer& server, const std::string& path, const std::vector<nlohmann::json>& records) {
+void serveList(FakeServer& server, const std::string& path,
+               const std::vector<nlohmann::json>& records) {
     serveJSON(server, "GET", path, nlohmann::json(records));
 }
 
@@ -53,9 +55,15 @@ void serveLiquidPlanner(FakeServer& server, bool withBadRecord) {
 const bool scenario = ServiceScenarios::add("Norvo.ZVLiquidPlannerIntegration", [] {
     return ServiceScenario{
         .serve = serveLiquidPlanner,
-        .tree = "Acme [10|-|-]\n  Website [10|100|-]\n    Design [10|100|1001]\n    Build [10|100|1002]\n"
-                "Side projects [11|-|-]\n  Garden [11|200|-]\n    Weeding [11|200|2001]\n",
-        .posted = {.projectID = "10", .subprojectID = "100", .additionalID = "1001", .seconds = 5400, .title = "Review"},
+        .tree =
+            "Acme [10|-|-]\n  Website [10|100|-]\n    Design [10|100|1001]\n    Build "
+            "[10|100|1002]\n"
+            "Side projects [11|-|-]\n  Garden [11|200|-]\n    Weeding [11|200|2001]\n",
+        .posted = {.projectID = "10",
+                   .subprojectID = "100",
+                   .additionalID = "1001",
+                   .seconds = 5400,
+                   .title = "Review"},
         .postPath = api + "/10/tasks/1001/track_time",
         .postMembers = {{"comment", "Review"}, {"activity_id", "7"}, {"work", "1.5"}},
     };
@@ -74,16 +82,18 @@ TEST_F(LiquidPlannerTests, TasksHangOnlyUnderTheirOpenProjectsAndEmptyLevelsAreL
     serveList(server, api + "/10/projects",
               {item("Project", 100, "Website"), item("Project", 101, "Archive")});
     serveList(server, api + "/10/tasks",
-              {task(1001, "Design", 100), task(1003, "Old report", 101, true), task(1004, "Stray", std::nullopt),
-               task(1005, "Moved", 555)});
+              {task(1001, "Design", 100), task(1003, "Old report", 101, true),
+               task(1004, "Stray", std::nullopt), task(1005, "Moved", 555)});
     serveList(server, api + "/11/tasks", {task(2001, "Weeding", 200, true)});
 
     EXPECT_EQ(treeDescription(makeAccount<LiquidPlanner>()->loadRemoteProjects()),
               "Acme [10|-|-]\n  Website [10|100|-]\n    Design [10|100|1001]\n");
     for (const char* line :
-         {"=== PROCESSING WORKSPACE Side projects (ID: 11) ===", "Skipping task Old report as it's done.",
-          "Task Stray has no project ID ", "Skipping task Moved as the parent project cannot be found ",
-          "Project Archive (ID: 101) has no subprojects.", "Project Garden (ID: 200) has no subprojects."})
+         {"=== PROCESSING WORKSPACE Side projects (ID: 11) ===",
+          "Skipping task Old report as it's done.", "Task Stray has no project ID ",
+          "Skipping task Moved as the parent project cannot be found ",
+          "Project Archive (ID: 101) has no subprojects.",
+          "Project Garden (ID: 200) has no subprojects."})
         EXPECT_TRUE(log.contains(line)) << line;
 }
 
@@ -95,7 +105,8 @@ TEST_F(LiquidPlannerTests, EveryRequestCarriesBasicCredentialsOrTheAPITokenAsBea
     for (const auto& c : cases) {
         server.clearRequests();
         auto account = makeAccount<LiquidPlanner>({{LiquidPlanner::usesAPITokenKey, c.usesToken}});
-        account->postTime(*account->loadRemoteProjects().at(0)->subprojects().at(0)->subprojects().at(0));
+        account->postTime(
+            *account->loadRemoteProjects().at(0)->subprojects().at(0)->subprojects().at(0));
         ASSERT_EQ(server.requests().size(), 7u) << requestSummary(server.requests());
         for (const auto& request : server.requests())
             EXPECT_EQ(request.header("Authorization"), c.authorization) << request.target;
@@ -111,22 +122,32 @@ TEST_F(LiquidPlannerTests, PostingWaitsForAnActivityAndTakesOnlyATasksAnswer) {
 
     ui.answerChoiceWith("Meetings");
     account->postTime(*node);
-    EXPECT_EQ(ui.choicePrompts().at(0).choices, (std::vector<std::string>{"Design work", "Meetings"}));
+    EXPECT_EQ(ui.choicePrompts().at(0).choices,
+              (std::vector<std::string>{"Design work", "Meetings"}));
     EXPECT_EQ(ui.choicePrompts().at(0).alert.messageText, "Please, select activity:");
     EXPECT_TRUE(log.contains("Activity dict has no name or ID {\"id\":6}"));
     EXPECT_EQ(jsonBody(server.requests(api + "/10/tasks/1001/track_time").at(0)),
-              nlohmann::json::parse(R"({"comment": "Drafts, 00:30:00", "activity_id": "8", "work": 0.5})"));
+              nlohmann::json::parse(
+                  R"({"comment": "Drafts, 00:30:00", "activity_id": "8", "work": 0.5})"));
 
     server.clearRequests();
     ui.answerChoiceWith(std::nullopt);
     EXPECT_TRUE(throwsFailureReason([&] { account->postTime(*node); }, "User cancelled."));
     serveList(server, api + "/10/activities", {});
-    EXPECT_TRUE(throwsFailureReason([&] { account->postTime(*node); }, "No activities for workspace 10 found."));
+    EXPECT_TRUE(throwsFailureReason([&] { account->postTime(*node); },
+                                    "No activities for workspace 10 found."));
     EXPECT_TRUE(server.requests(api + "/10/tasks/1001/track_time").empty());
 
     serveList(server, api + "/10/activities", {item("Activity", 7, "Design work")});
     serveJSON(server, "POST", api + "/10/tasks/1001/track_time", {{"type", "Error"}});
     EXPECT_TRUE(throwsGenericPostingError([&] { account->postTime(*node); }));
+    // A refusal names its reason in the service's error record.
+    server.route(
+        "POST", api + "/10/tasks/1001/track_time",
+        FakeResponse::json(
+            R"({"type": "Error", "error": "InvalidRecord", "message": "Activity is closed"})",
+            422));
+    EXPECT_TRUE(throwsFailureReason([&] { account->postTime(*node); }, "Activity is closed"));
 }
 
 TEST_F(LiquidPlannerTests, AnAccountStoredUnderTheOldClassNameKeepsItsTimeAndCredentialStyle) {
@@ -134,7 +155,8 @@ TEST_F(LiquidPlannerTests, AnAccountStoredUnderTheOldClassNameKeepsItsTimeAndCre
     stored->addProject(trackedProject(stored, "Acme", "10", std::nullopt, 600));
     ZVDictionary dictionary = stored->dictionaryRepresentation();
     dictionary["KDIntegrationClass"] = std::string("KDLiquidPlannerIntegration");
-    const auto old = std::dynamic_pointer_cast<LiquidPlanner>(ZVIntegration::integrationWithDictionary(dictionary));
+    const auto old = std::dynamic_pointer_cast<LiquidPlanner>(
+        ZVIntegration::integrationWithDictionary(dictionary));
     ASSERT_TRUE(old);
     EXPECT_EQ(old->availableProjects().at(0)->time(), 600u);
     EXPECT_TRUE(old->usesAPIToken());

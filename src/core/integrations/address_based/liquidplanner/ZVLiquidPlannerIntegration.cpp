@@ -33,19 +33,25 @@ std::optional<std::string> text(const nlohmann::json& object, std::string_view k
 
 const std::vector<ZVIntegrationSetting>& ZVLiquidPlannerIntegration::settings() const {
     static const std::vector<ZVIntegrationSetting> declared{
-        {usesAPITokenKey, ZVIntegrationSetting::Kind::flag, ZVLocalizable("Sign in with an API token"),
-         "apiTokenButton", std::nullopt, {}, true},
+        {usesAPITokenKey,
+         ZVIntegrationSetting::Kind::flag,
+         ZVLocalizable("Sign in with an API token"),
+         "apiTokenButton",
+         std::nullopt,
+         {},
+         true},
     };
     return declared;
 }
 
 std::optional<ZVCredentialPresentation> ZVLiquidPlannerIntegration::credentialPresentation() const {
-    return ZVCredentialPresentation{ZVLocalizedString("Email and password, or an API token from My API Tokens"),
-                                    usernameLabel(),
-                                    usesAPIToken() ? ZVLocalizedString("API token") : ZVLocalizedString("Password"),
-                                    {},
-                                    {},
-                                    {}};
+    return ZVCredentialPresentation{
+        ZVLocalizedString("Email and password, or an API token from My API Tokens"),
+        usernameLabel(),
+        usesAPIToken() ? ZVLocalizedString("API token") : ZVLocalizedString("Password"),
+        {},
+        {},
+        {}};
 }
 
 ZVCredentialStyle ZVLiquidPlannerIntegration::credentialStyle() const {
@@ -55,21 +61,26 @@ ZVCredentialStyle ZVLiquidPlannerIntegration::credentialStyle() const {
 
 ZVIntegration::ProjectList ZVLiquidPlannerIntegration::loadRemoteProjects() {
     ProjectList workspaces;
-    const auto workspaceRecords = ZVListing::records(liquidplanner::list(*this, liquidplanner::workspacesPath), {},
-                                                     "No name or ID in workspaceDict ");
+    const auto workspaceRecords =
+        ZVListing::records(liquidplanner::list(*this, liquidplanner::workspacesPath), {},
+                           "No name or ID in workspaceDict ");
     for (const auto& workspaceRecord : workspaceRecords) {
         const std::string& workspaceID = workspaceRecord.id;
-        ZVLog([&] { return "=== PROCESSING WORKSPACE " + workspaceRecord.name + " (ID: " + workspaceID + ") ==="; });
+        ZVLog([&] {
+            return "=== PROCESSING WORKSPACE " + workspaceRecord.name + " (ID: " + workspaceID +
+                   ") ===";
+        });
         ProjectList projects;
-        for (const auto& record :
-             ZVListing::records(liquidplanner::list(*this, liquidplanner::workspacePath(workspaceID, "projects")), {},
-                                "No name or ID in projectDict ")) {
+        for (const auto& record : ZVListing::records(
+                 liquidplanner::list(*this, liquidplanner::workspacePath(workspaceID, "projects")),
+                 {}, "No name or ID in projectDict ")) {
             auto project = ZVIntegrationProject::create(record.name, workspaceID, record.id);
             project->setIntegration(shared_from_this());
             projects.push_back(std::move(project));
         }
 
-        for (const auto& task : liquidplanner::list(*this, liquidplanner::workspacePath(workspaceID, "tasks"))) {
+        for (const auto& task :
+             liquidplanner::list(*this, liquidplanner::workspacePath(workspaceID, "tasks"))) {
             const auto name = liquidplanner::text(task, "name");
             if (ZVJSON::boolean(task, "is_done")) {
                 ZVLog([&] { return "Skipping task " + name.value_or("nil") + " as it's done."; });
@@ -81,11 +92,13 @@ ZVIntegration::ProjectList ZVLiquidPlannerIntegration::loadRemoteProjects() {
                 continue;
             }
             // A task inside a folder or a package counts by its project alone.
-            const auto parent = std::find_if(projects.begin(), projects.end(),
-                                             [&](const auto& project) { return project->subprojectID() == projectID; });
+            const auto parent = std::find_if(
+                projects.begin(), projects.end(),
+                [&](const auto& project) { return project->subprojectID() == projectID; });
             if (parent == projects.end()) {
                 ZVLog([&] {
-                    return "Skipping task " + name.value_or("nil") + " as the parent project cannot be found ";
+                    return "Skipping task " + name.value_or("nil") +
+                           " as the parent project cannot be found ";
                 });
                 continue;
             }
@@ -102,8 +115,8 @@ ZVIntegration::ProjectList ZVLiquidPlannerIntegration::loadRemoteProjects() {
         std::erase_if(projects, [](const auto& project) {
             if (project->hasSubprojects()) return false;
             ZVLog([&] {
-                return "Project " + project->name() + " (ID: " + project->subprojectID().value_or("") +
-                       ") has no subprojects.";
+                return "Project " + project->name() +
+                       " (ID: " + project->subprojectID().value_or("") + ") has no subprojects.";
             });
             return true;
         });
@@ -116,9 +129,11 @@ ZVIntegration::ProjectList ZVLiquidPlannerIntegration::loadRemoteProjects() {
     return workspaces;
 }
 
-std::string ZVLiquidPlannerIntegration::_selectActivityForWorkspaceWithID(const std::string& workspaceID) {
+std::string ZVLiquidPlannerIntegration::_selectActivityForWorkspaceWithID(
+    const std::string& workspaceID) {
     std::vector<std::string> names, ids;
-    for (const auto& activity : liquidplanner::list(*this, liquidplanner::workspacePath(workspaceID, "activities"))) {
+    for (const auto& activity :
+         liquidplanner::list(*this, liquidplanner::workspacePath(workspaceID, "activities"))) {
         const auto name = liquidplanner::text(activity, "name");
         const auto id = liquidplanner::text(activity, "id");
         if (!name || !id) {
@@ -133,9 +148,10 @@ std::string ZVLiquidPlannerIntegration::_selectActivityForWorkspaceWithID(const 
             ZVLocalizedFormat("No activities for workspace %@ found.", {workspaceID}));
     auto& ui = ZVUserInterface::shared();
     ui.activateApplication();
-    const auto chosen = ui.runModalWithChoice({.messageText = ZVLocalizedString("Please, select activity:"),
-                                               .buttons = {ZVLocalizedString("OK"), ZVLocalizedString("Cancel")}},
-                                              names, 0);
+    const auto chosen =
+        ui.runModalWithChoice({.messageText = ZVLocalizedString("Please, select activity:"),
+                               .buttons = {ZVLocalizedString("OK"), ZVLocalizedString("Cancel")}},
+                              names, 0);
     if (!chosen) throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("User cancelled."));
     return ids.at(*chosen);
 }
@@ -148,7 +164,9 @@ void ZVLiquidPlannerIntegration::postTime(ZVIntegrationProject& project) {
                               {"activity_id", activity},
                               {"work", static_cast<double>(project.time()) / 3600.0}};
     const auto reply = sendForJSON(ZVServiceRequest::postJSON(
-        liquidplanner::workspacePath(project.projectID(), "tasks/" + *project.additionalID() + "/track_time"), work));
+        liquidplanner::workspacePath(project.projectID(),
+                                     "tasks/" + *project.additionalID() + "/track_time"),
+        work));
     ZVLog([&] { return "Posted with response (" + reply.dump() + ")"; });
     ZVPostingText::requireValue(reply, "id");
 }

@@ -18,6 +18,7 @@
 #include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
 #include "core/integrations/address_based/jira/ZVJIRAIntegration.h"
 #include "core/integrations/address_based/kashflow/ZVKashflowIntegration.h"
+#include "core/integrations/address_based/liquidplanner/ZVLiquidPlannerIntegration.h"
 #include "core/integrations/address_based/mavenlink/ZVMavenlinkIntegration.h"
 #include "core/integrations/address_based/redmine/ZVRedmineIntegration.h"
 #include "core/integrations/address_based/targetprocess/ZVTargetProcessIntegration.h"
@@ -259,6 +260,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .hasHardcodedAddress = true,
         .usernameLabel = ZVLocalizable("Email"),
         .canPostEmptyTitle = false,
+        .make = built<ZVLiquidPlannerIntegration>(),
     },
     {
         .className = "Norvo.ZVMavenlinkIntegration",

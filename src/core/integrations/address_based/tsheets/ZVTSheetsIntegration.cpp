@@ -29,7 +29,8 @@ constexpr int deepestLevel = 2;
 
 /// The members of the object at the key path; nothing when there is no
 /// object there. The service writes an empty list as an empty array.
-std::optional<std::vector<nlohmann::json>> members(const nlohmann::json& reply, std::string_view keyPath) {
+std::optional<std::vector<nlohmann::json>> members(const nlohmann::json& reply,
+                                                   std::string_view keyPath) {
     const nlohmann::json* found = ZVJSON::value(reply, keyPath);
     if (found && found->is_array() && found->empty()) return std::vector<nlohmann::json>{};
     if (!found || !found->is_object()) return std::nullopt;
@@ -49,8 +50,9 @@ std::string ZVTSheetsIntegration::serviceBaseURL() const {
 
 std::optional<ZVCredentialPresentation> ZVTSheetsIntegration::credentialPresentation() const {
     return ZVCredentialPresentation{
-        ZVLocalizedString("TSheets is now QuickBooks Time. Enter the access token that an administrator creates in "
-                          "its API add-on as the API token; the password is no longer used."),
+        ZVLocalizedString("TSheets is now QuickBooks Time. Enter the access token that an "
+                          "administrator creates in its API add-on as the API token; the "
+                          "password is no longer used."),
         {},
         ZVLocalizedString("Password (not used)"),
         {},
@@ -64,16 +66,17 @@ void ZVTSheetsIntegration::_getToken() {
     throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Failed to obtain token."));
 }
 
-void ZVTSheetsIntegration::_login() {
+std::string ZVTSheetsIntegration::_login() {
     const auto reply = sendForJSON(ZVServiceRequest::get(tsheets::currentUserPath));
     const auto users = tsheets::members(reply, "[results][users]");
-    const auto userID = users && !users->empty() ? ZVListing::text(ZVJSON::value(users->front(), "id")) : std::nullopt;
+    const auto userID = users && !users->empty()
+                            ? ZVListing::text(ZVJSON::value(users->front(), "id"))
+                            : std::nullopt;
     if (!userID) {
         ZVLog([&] { return "Can't sign in " + reply.dump(); });
         throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Failed to login."));
     }
-    std::lock_guard guard(_userLock);
-    _userID = userID;
+    return *userID;
 }
 
 ZVIntegration::ProjectList ZVTSheetsIntegration::loadRemoteProjects() {
@@ -82,10 +85,10 @@ ZVIntegration::ProjectList ZVTSheetsIntegration::loadRemoteProjects() {
     return _loadJobCodesForLevel(0, nullptr);
 }
 
-ZVIntegration::ProjectList ZVTSheetsIntegration::_loadJobCodesForLevel(int level,
-                                                                       const ZVIntegrationProject* parent) {
+ZVIntegration::ProjectList ZVTSheetsIntegration::_loadJobCodesForLevel(
+    int level, const ZVIntegrationProject* parent) {
     ProjectList nodes;
-    if (level < 0 || level > tsheets::deepestLevel || (level > 0 && !parent)) return nodes;
+    if (level < 0 || level > tsheets::deepestLevel) return nodes;
     const std::optional<std::string> parentID = level == 0   ? std::optional<std::string>("0")
                                                 : level == 1 ? parent->projectID()
                                                              : parent->subprojectID();
@@ -103,7 +106,8 @@ ZVIntegration::ProjectList ZVTSheetsIntegration::_loadJobCodesForLevel(int level
         auto listed = tsheets::members(reply, "[results][jobcodes]");
         if (!listed) {
             ZVLog([&] { return "Missing results in " + reply.dump(); });
-            throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Missing results in jobcodes listing."));
+            throw ZVIntegrationErrorWithFailureReason(
+                ZVLocalizedString("Missing results in jobcodes listing."));
         }
         if (listed->empty()) break;
         guard.notePage(ZVPaging::fingerprint(*listed));
@@ -120,9 +124,10 @@ ZVIntegration::ProjectList ZVTSheetsIntegration::_loadJobCodesForLevel(int level
             ZVLog([&] { return "jobCode missing ID or name " + jobCode.dump(); });
             continue;
         }
-        auto node = level == 0 ? ZVIntegrationProject::create(*name, *ID)
+        auto node = level == 0   ? ZVIntegrationProject::create(*name, *ID)
                     : level == 1 ? ZVIntegrationProject::create(*name, parent->projectID(), *ID)
-                                 : ZVIntegrationProject::create(*name, parent->projectID(), parent->subprojectID());
+                                 : ZVIntegrationProject::create(*name, parent->projectID(),
+                                                                parent->subprojectID());
         if (level == 2) node->setAdditionalID(*ID);
         node->setIntegration(self);
         // The service says true; its older replies said 1.
@@ -135,9 +140,11 @@ ZVIntegration::ProjectList ZVTSheetsIntegration::_loadJobCodesForLevel(int level
     // The words promise a partial tree, but the whole synchronization fails:
     // they stay as users have always read them.
     if (metChildLevel && level == tsheets::deepestLevel) {
-        throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString(
-            "There are too many levels of job codes for Norvo to handle. Norvo can only handle up to three levels of "
-            "job codes. Job codes at levels 4+ will not be loaded. This message will only be shown this one time."));
+        throw ZVIntegrationErrorWithFailureReason(
+            ZVLocalizedString("There are too many levels of job codes for Norvo to handle. "
+                              "Norvo can only handle up to three levels of job codes. Job codes "
+                              "at levels 4+ will not be loaded. This message will only be shown "
+                              "this one time."));
     }
     return nodes;
 }
@@ -145,15 +152,9 @@ ZVIntegration::ProjectList ZVTSheetsIntegration::_loadJobCodesForLevel(int level
 void ZVTSheetsIntegration::postTime(ZVIntegrationProject& project) {
     // Every post asks anew who the token belongs to.
     _getToken();
-    _login();
-    const std::optional<std::string> jobCodeID =
-        project.additionalID() ? project.additionalID()
-                               : (project.subprojectID() ? project.subprojectID() : project.projectID());
-    std::string userID;
-    {
-        std::lock_guard guard(_userLock);
-        userID = _userID.value_or("");
-    }
+    const std::string userID = _login();
+    const std::string jobCodeID =
+        project.additionalID().value_or(project.subprojectID().value_or(project.projectID()));
     const nlohmann::json timesheet{
         {"type", "manual"},
         {"duration", project.time()},
@@ -161,11 +162,12 @@ void ZVTSheetsIntegration::postTime(ZVIntegrationProject& project) {
         {"user_id", ZVPostingText::numericID(userID)},
         {"jobcode_id", ZVPostingText::numericID(jobCodeID)},
         {"notes", ZVPostingText::title(project)}};
-    const auto reply = sendForJSON(
-        ZVServiceRequest::postJSON(tsheets::timesheetsPath, nlohmann::json{{"data", nlohmann::json::array({timesheet})}}));
+    const auto reply = sendForJSON(ZVServiceRequest::postJSON(
+        tsheets::timesheetsPath, nlohmann::json{{"data", nlohmann::json::array({timesheet})}}));
     ZVLog([&] { return "Response " + reply.dump(); });
     // Each time sheet of the batch has a status of its own; the reply's is 200 either way.
     const auto created = tsheets::members(reply, "[results][timesheets]");
-    if (!created || created->size() != 1 || ZVJSON::integer(created->front(), "_status_code") != 200)
+    if (!created || created->size() != 1 ||
+        ZVJSON::integer(created->front(), "_status_code") != 200)
         throw ZVIntegrationGenericTimePostingError();
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -24,9 +23,13 @@ public:
     /// its domain (an account's old "<company>.tsheets.com" too) reaches it
     /// there, over https; any other address is a server of the user's own.
     std::string serviceBaseURL() const override;
-    std::optional<std::string> connectionProbeURL() const override { return serviceBaseURL() + "/"; }
+    std::optional<std::string> connectionProbeURL() const override {
+        return serviceBaseURL() + "/";
+    }
     std::optional<ZVCredentialPresentation> credentialPresentation() const override;
-    ZVCredentialStyle credentialStyle() const override { return {ZVCredentialStyle::Kind::bearerToken}; }
+    ZVCredentialStyle credentialStyle() const override {
+        return {ZVCredentialStyle::Kind::bearerToken};
+    }
 
     ProjectList loadRemoteProjects() override;
     void postTime(ZVIntegrationProject& project) override;
@@ -34,12 +37,9 @@ public:
 private:
     /// Throws when the account holds no access token.
     void _getToken();
-    /// Asks who the token belongs to and keeps the user's id for posting.
-    void _login();
+    /// Asks whose token it is: the id of that user, who owns what is posted.
+    std::string _login();
     /// The job codes below the parent (the top ones at level 0), with their
     /// children below them; nothing at all from level 3 on.
     ProjectList _loadJobCodesForLevel(int level, const ZVIntegrationProject* parent);
-
-    std::mutex _userLock;
-    std::optional<std::string> _userID;
 };

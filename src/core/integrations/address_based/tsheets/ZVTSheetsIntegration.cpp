@@ -11,7 +11,6 @@
 #include "core/integrations/address_based/common/ZVListing.h"
 #include "core/integrations/address_based/common/ZVPaging.h"
 #include "core/integrations/address_based/common/ZVPostingText.h"
-#include "core/integrations/authentication/ZVUsernamePasswordAPITokenAuthentication.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"
 
 // The names are the service's own: a unity build puts services side by side.
@@ -27,8 +26,8 @@ constexpr const char* pageSize = "200";
 // Job codes three levels deep are the last that fit the tree's three ids.
 constexpr int deepestLevel = 2;
 
-/// The members of the object at the key path; nothing when there is no
-/// object there. The service writes an empty list as an empty array.
+/// The members of the object at the key path, each an object; nothing
+/// otherwise. An empty list is read whether it comes as {} or as [].
 std::optional<std::vector<nlohmann::json>> members(const nlohmann::json& reply,
                                                    std::string_view keyPath) {
     const nlohmann::json* found = ZVJSON::value(reply, keyPath);

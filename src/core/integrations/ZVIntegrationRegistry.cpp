@@ -24,6 +24,7 @@
 #include "core/integrations/address_based/targetprocess/ZVTargetProcessIntegration.h"
 #include "core/integrations/address_based/teambox/ZVTeamboxIntegration.h"
 #include "core/integrations/address_based/teamworkpm/ZVTeamworkPMIntegration.h"
+#include "core/integrations/address_based/tsheets/ZVTSheetsIntegration.h"
 
 namespace {
 using Auth = ZVAuthenticationType;
@@ -420,6 +421,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .name = "TSheets",
         .authenticationType = Auth::usernamePasswordAPIToken,
         .sslSupport = SSL::optional,
+        .make = built<ZVTSheetsIntegration>(),
     },
     {
         .className = "Norvo.ZVUnfuddleIntegration",

@@ -19,6 +19,7 @@
 #include "core/integrations/address_based/jira/ZVJIRAIntegration.h"
 #include "core/integrations/address_based/kashflow/ZVKashflowIntegration.h"
 #include "core/integrations/address_based/mavenlink/ZVMavenlinkIntegration.h"
+#include "core/integrations/address_based/paymo/ZVPaymoIntegration.h"
 #include "core/integrations/address_based/redmine/ZVRedmineIntegration.h"
 #include "core/integrations/address_based/targetprocess/ZVTargetProcessIntegration.h"
 #include "core/integrations/address_based/teambox/ZVTeamboxIntegration.h"
@@ -302,6 +303,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .sslSupport = SSL::mandatory,
         .hasHardcodedAddress = true,
         .setupViewName = "Paymo",
+        .make = built<ZVPaymoIntegration>(),
     },
     {
         .className = "Norvo.ZVProjectBubbleIntegration",

@@ -35,24 +35,37 @@ std::time_t parsedLocalTime(const std::string& text) {
 /// API 3 as documented: two projects, the first with an open and a
 /// completed task. With a bad record, a project without a name.
 void servePaymo(FakeServer& server, bool withBadRecord) {
-    nlohmann::json projects{
-        {{"id", 397706}, {"name", "Website"}, {"active", true}, {"client_id", 151303}, {"users", {23129}}},
-        {{"id", 397707}, {"name", "Archive"}, {"active", false}, {"client_id", 151304}, {"users", {23129}}}};
+    nlohmann::json projects{{{"id", 397706},
+                             {"name", "Website"},
+                             {"active", true},
+                             {"client_id", 151303},
+                             {"users", {23129}}},
+                            {{"id", 397707},
+                             {"name", "Archive"},
+                             {"active", false},
+                             {"client_id", 151304},
+                             {"users", {23129}}}};
     if (withBadRecord) projects.push_back({{"id", 397708}, {"active", true}});
-    server.route("GET", "/api/projects", FakeResponse::json(nlohmann::json{{"projects", projects}}.dump()));
+    server.route("GET", "/api/projects",
+                 FakeResponse::json(nlohmann::json{{"projects", projects}}.dump()));
     server.route("GET", "/api/projects/397706", FakeResponse::json(R"({"projects": [{
         "id": 397706, "name": "Website", "active": true, "tasks": [
             {"id": 2158, "name": "Design", "project_id": 397706, "tasklist_id": 2, "complete": false},
             {"id": 3320, "name": "Testing", "project_id": 397706, "tasklist_id": 3, "complete": true}]}]})"));
-    server.route("POST", "/api/entries", FakeResponse::json(R"({"entries": [{"id": 15200864, "task_id": 2158,
-        "duration": 5400, "is_bulk": true, "added_manually": true}]})", 201));
+    server.route("POST", "/api/entries",
+                 FakeResponse::json(R"({"entries": [{"id": 15200864, "task_id": 2158,
+        "duration": 5400, "is_bulk": true, "added_manually": true}]})",
+                                    201));
 }
 
 const bool scenario = ServiceScenarios::add("Norvo.ZVPaymoIntegration", [] {
     return ServiceScenario{
         .serve = servePaymo,
         .tree = "Website [397706|-|-]\n  Design [397706|2158|-]\n",
-        .posted = {.projectID = "397706", .subprojectID = "2158", .seconds = 5400, .title = "Review"},
+        .posted = {.projectID = "397706",
+                   .subprojectID = "2158",
+                   .seconds = 5400,
+                   .title = "Review"},
         .postPath = "/api/entries",
         .postMembers = {{"task_id", "2158"}, {"date", today()}, {"duration", "5400"}},
     };
@@ -62,15 +75,17 @@ const bool scenario = ServiceScenarios::add("Norvo.ZVPaymoIntegration", [] {
 /// retired, and the tasks of the other, one of them complete.
 void serveAPI2(FakeServer& server) {
     const auto xml = [](const std::string& inner, const char* status = "ok") {
-        return FakeResponse::xml(std::string("<?xml version=\"1.0\" encoding=\"UTF-8\"?><response status=\"") +
-                                 status + "\">" + inner + "</response>");
+        return FakeResponse::xml(
+            std::string("<?xml version=\"1.0\" encoding=\"UTF-8\"?><response status=\"") + status +
+            "\">" + inner + "</response>");
     };
     server.route("GET", "/service/paymo.auth.login",
                  xml(R"(<token>ccdf3864</token><user id="1279" username="ada" realname="Ada"/>)"));
     server.route("GET", "/service/paymo.auth.logout", xml(""));
-    server.route("GET", "/service/paymo.projects.getList",
-                 xml(R"(<projects><project id="11" name="Website" retired="0"/>)"
-                     R"(<project id="12" name="Old site" retired="1"/><project id="13"/></projects>)"));
+    server.route(
+        "GET", "/service/paymo.projects.getList",
+        xml(R"(<projects><project id="11" name="Website" retired="0"/>)"
+            R"(<project id="12" name="Old site" retired="1"/><project id="13"/></projects>)"));
     server.route("GET", "/service/paymo.tasks.findByProject",
                  xml(R"(<tasks><task id="101" name="Design" complete="0"/>)"
                      R"(<task id="102" name="Launch" complete="1"/><task name="No id"/></tasks>)"));
@@ -100,9 +115,11 @@ TEST_F(PaymoTests, API3LogsWhatItLeavesOutAndPostsADayAndALengthWithoutTheNote) 
         {"id": 397706, "name": "Website", "active": true},
         {"id": 397707, "name": "Archive", "active": false},
         {"id": "397709", "name": "Empty", "active": true}]})"));
-    server.route("GET", "/api/projects/397709", FakeResponse::json(R"({"projects": [{"id": 397709, "tasks": []}]})"));
+    server.route("GET", "/api/projects/397709",
+                 FakeResponse::json(R"({"projects": [{"id": 397709, "tasks": []}]})"));
     auto account = makeAccount<Paymo>();
-    EXPECT_EQ(treeDescription(account->loadRemoteProjects()), "Website [397706|-|-]\n  Design [397706|2158|-]\n");
+    EXPECT_EQ(treeDescription(account->loadRemoteProjects()),
+              "Website [397706|-|-]\n  Design [397706|2158|-]\n");
     for (const char* line : {"Skipping project Archive since it's not marked as active.",
                              "Skipping project Empty since it's got no tasks.",
                              "Skipping task Testing since it's marked as complete."})
@@ -112,7 +129,8 @@ TEST_F(PaymoTests, API3LogsWhatItLeavesOutAndPostsADayAndALengthWithoutTheNote) 
     EXPECT_EQ(tasks.queryValue("include"), "tasks");
     EXPECT_EQ(tasks.header("Accept"), "application/json");
 
-    account->postTime(*trackedProject(account, "Design", "397706", "2158", 5400, "Called the client"));
+    account->postTime(
+        *trackedProject(account, "Design", "397706", "2158", 5400, "Called the client"));
     const auto post = server.requests("/api/entries").at(0);
     EXPECT_EQ(post.header("Content-Type"), "application/x-www-form-urlencoded");
     EXPECT_EQ(post.body.find("description"), std::string::npos) << post.body;
@@ -141,7 +159,8 @@ TEST_F(PaymoTests, API2LoadsAndPostsInASessionOfTheirOwnAndPostsOverPlainHTTP) {
     serveAPI2(server);
     auto account = accountOfAPI2();
     ASSERT_TRUE(account->isSSLEnabled());
-    EXPECT_EQ(treeDescription(account->loadRemoteProjects()), "Website [11|-|-]\n  Design [11|101|-]\n");
+    EXPECT_EQ(treeDescription(account->loadRemoteProjects()),
+              "Website [11|-|-]\n  Design [11|101|-]\n");
     EXPECT_TRUE(log.contains("No name or ID in <project id=\"13\""));
     EXPECT_TRUE(log.contains("Missing name or ID in <task name=\"No id\""));
     EXPECT_FALSE(log.contains("Old site"));
@@ -173,8 +192,10 @@ TEST_F(PaymoTests, API2LoadsAndPostsInASessionOfTheirOwnAndPostsOverPlainHTTP) {
     EXPECT_LE(std::abs(std::difftime(std::time(nullptr), end)), 60.0);
     bool wentOverHTTP = false;
     for (const auto& url : transport.URLs()) {
-        if (url.find("paymo.entries.add") != std::string::npos) wentOverHTTP = url.starts_with("http://api.paymo.biz/");
-        if (url.find("paymo.auth.login") != std::string::npos) EXPECT_TRUE(url.starts_with("https://")) << url;
+        if (url.find("paymo.entries.add") != std::string::npos)
+            wentOverHTTP = url.starts_with("http://api.paymo.biz/");
+        if (url.find("paymo.auth.login") != std::string::npos)
+            EXPECT_TRUE(url.starts_with("https://")) << url;
     }
     EXPECT_TRUE(wentOverHTTP);
 }
@@ -188,12 +209,12 @@ TEST_F(PaymoTests, API2FailuresGiveTheirReasonsAndEveryOpenSessionIsEnded) {
         const char* logLine;
         bool logsOut;
     } cases[] = {
-        {"/service/paymo.auth.login", R"(<response status="fail"><error code="104"/></response>)", false,
-         "Can't log in.", nullptr, false},
-        {"/service/paymo.projects.getList", R"(<response status="ok"><projects/></response>)", false,
-         "Paymo's response contained no projects.", "No projects - <response", true},
-        {"/service/paymo.entries.add", R"(<response status="fail"><error code="105"/></response>)", true, nullptr,
-         "Invalid response <response status=\"fail\">", true},
+        {"/service/paymo.auth.login", R"(<response status="fail"><error code="104"/></response>)",
+         false, "Can't log in.", nullptr, false},
+        {"/service/paymo.projects.getList", R"(<response status="ok"><projects/></response>)",
+         false, "Paymo's response contained no projects.", "No projects - <response", true},
+        {"/service/paymo.entries.add", R"(<response status="fail"><error code="105"/></response>)",
+         true, nullptr, "Invalid response <response status=\"fail\">", true},
         {"/service/paymo.auth.logout", R"(<response status="fail"/>)", false, nullptr,
          "Couldn't log out. Status code: fail", true},
     };
@@ -205,7 +226,9 @@ TEST_F(PaymoTests, API2FailuresGiveTheirReasonsAndEveryOpenSessionIsEnded) {
         log.clear();
         auto account = accountOfAPI2();
         auto node = trackedProject(account, "Design", "11", "101", 60, "Review");
-        const auto run = [&] { c.posting ? account->postTime(*node) : void(account->loadRemoteProjects()); };
+        const auto run = [&] {
+            c.posting ? account->postTime(*node) : void(account->loadRemoteProjects());
+        };
         if (!c.reason && !c.posting) {
             EXPECT_NO_THROW(run());
         } else if (c.reason) {
@@ -225,8 +248,10 @@ TEST_F(PaymoTests, TheVersionDecidesHostSchemeAndCredentialsAndAStoredAccountKee
         ZVSSLSupport SSL;
         ZVCredentialStyle::Kind credentials;
     } cases[] = {{v2, "api.paymo.biz", ZVSSLSupport::none, ZVCredentialStyle::Kind::none},
-                 {1, "app.paymoapp.com/api", ZVSSLSupport::mandatory, ZVCredentialStyle::Kind::basicUsernamePassword},
-                 {7, "app.paymoapp.com/api", ZVSSLSupport::mandatory, ZVCredentialStyle::Kind::basicUsernamePassword}};
+                 {1, "app.paymoapp.com/api", ZVSSLSupport::mandatory,
+                  ZVCredentialStyle::Kind::basicUsernamePassword},
+                 {7, "app.paymoapp.com/api", ZVSSLSupport::mandatory,
+                  ZVCredentialStyle::Kind::basicUsernamePassword}};
     for (const auto& c : cases) {
         auto account = makeAccount<Paymo>({{Paymo::versionKey, c.stored}});
         EXPECT_EQ(account->accountIdentifier(), c.address) << c.stored;
@@ -239,7 +264,8 @@ TEST_F(PaymoTests, TheVersionDecidesHostSchemeAndCredentialsAndAStoredAccountKee
     stored->addProject(trackedProject(stored, "Website", "11", std::nullopt, 600));
     ZVDictionary dictionary = stored->dictionaryRepresentation();
     dictionary["KDIntegrationClass"] = std::string("KDPaymoIntegration");
-    const auto old = std::dynamic_pointer_cast<Paymo>(ZVIntegration::integrationWithDictionary(dictionary));
+    const auto old =
+        std::dynamic_pointer_cast<Paymo>(ZVIntegration::integrationWithDictionary(dictionary));
     ASSERT_TRUE(old);
     EXPECT_EQ(old->accountVersion(), Paymo::Version::v2);
     EXPECT_EQ(old->usernamePasswordAPITokenAuthentication().APIToken(), credentials.apiToken);

@@ -39,7 +39,8 @@ std::string localTime(std::time_t moment) {
     std::tm parts{};
     localtime_r(&moment, &parts);
     std::array<char, 32> buffer{};
-    return {buffer.data(), std::strftime(buffer.data(), buffer.size(), "%Y-%m-%d %H:%M:%S", &parts)};
+    return {buffer.data(),
+            std::strftime(buffer.data(), buffer.size(), "%Y-%m-%d %H:%M:%S", &parts)};
 }
 
 std::optional<std::string> text(const nlohmann::json& object, const char* key) {
@@ -57,7 +58,7 @@ ZVServiceRequest askingForJSON(ZVServiceRequest request) {
 /// every way out of a run, a failed one too.
 class ZVPaymoIntegration::Session {
 public:
-    explicit Session(ZVPaymoIntegration& account) : account(account), token(account._login()) {}
+    explicit Session(ZVPaymoIntegration& owner) : account(owner), token(owner._login()) {}
     ~Session() { account._logout(token); }
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -85,16 +86,19 @@ const std::vector<ZVIntegrationSetting>& ZVPaymoIntegration::settings() const {
 std::optional<ZVCredentialPresentation> ZVPaymoIntegration::credentialPresentation() const {
     if (accountVersion() == Version::v2)
         return ZVCredentialPresentation{
-            .hint = ZVLocalizedString("Paymo has closed API 2; a server that still answers it is reached with your "
-                                      "user name, password and API key.")};
+            .hint = ZVLocalizedString(
+                "Paymo has closed API 2; a server that still answers it is reached with your "
+                "user name, password and API key.")};
     return ZVCredentialPresentation{
-        .hint = ZVLocalizedString("Your e-mail and password, or an API key of your Paymo account as the user name "
-                                  "and any word as the password. The API token is for API 2 alone."),
+        .hint = ZVLocalizedString(
+            "Your e-mail and password, or an API key of your Paymo account as the user name "
+            "and any word as the password. The API token is for API 2 alone."),
         .usernameLabel = ZVLocalizedString("Email or API key")};
 }
 
 ZVPaymoIntegration::Version ZVPaymoIntegration::accountVersion() const {
-    return choiceSetting(versionKey) == static_cast<std::int64_t>(Version::v2) ? Version::v2 : Version::v3;
+    return choiceSetting(versionKey) == static_cast<std::int64_t>(Version::v2) ? Version::v2
+                                                                               : Version::v3;
 }
 
 std::string ZVPaymoIntegration::hardcodedAddress() const {
@@ -114,7 +118,8 @@ ZVCredentialStyle ZVPaymoIntegration::credentialStyle() const {
 ZVXMLDocument ZVPaymoIntegration::_callV2(const std::string& path, const std::string& token,
                                           std::vector<std::pair<std::string, std::string>> more) {
     ZVServiceRequest request = ZVServiceRequest::get(path);
-    request.query = {{"api_key", usernamePasswordAPITokenAuthentication().APIToken()}, {"auth_token", token}};
+    request.query = {{"api_key", usernamePasswordAPITokenAuthentication().APIToken()},
+                     {"auth_token", token}};
     request.query.insert(request.query.end(), more.begin(), more.end());
     return sendForXML(request);
 }
@@ -127,7 +132,8 @@ std::string ZVPaymoIntegration::_login() {
                      {"password", credential.password()}};
     const auto reply = send(request).xml();
     const auto token = reply ? reply->string("response/token") : std::nullopt;
-    if (!token || token->empty()) throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Can't log in."));
+    if (!token || token->empty())
+        throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Can't log in."));
     return *token;
 }
 
@@ -136,7 +142,8 @@ void ZVPaymoIntegration::_logout(const std::string& token) {
     std::optional<ZVXMLDocument> reply;
     try {
         ZVServiceRequest request = ZVServiceRequest::get(paymo::logoutPath);
-        request.query = {{"api_key", usernamePasswordAPITokenAuthentication().APIToken()}, {"auth_token", token}};
+        request.query = {{"api_key", usernamePasswordAPITokenAuthentication().APIToken()},
+                         {"auth_token", token}};
         reply = send(request).xml();
     } catch (const ZVIntegrationError&) {
         // The run's own outcome is what the user hears of.
@@ -155,7 +162,8 @@ void ZVPaymoIntegration::_logout(const std::string& token) {
 
 ZVIntegration::ProjectList ZVPaymoIntegration::loadRemoteProjects() {
     if (accountVersion() == Version::v2) return _synchronizeV2();
-    const auto reply = sendForJSON(paymo::askingForJSON(ZVServiceRequest::get(paymo::projectsPath)));
+    const auto reply =
+        sendForJSON(paymo::askingForJSON(ZVServiceRequest::get(paymo::projectsPath)));
     const auto items = ZVJSON::arrayOfDictionaries(reply, "[projects]");
     if (!items) {
         ZVLog([&] { return "Invalid response " + reply.dump(); });
@@ -170,7 +178,8 @@ ZVIntegration::ProjectList ZVPaymoIntegration::loadRemoteProjects() {
             continue;
         }
         if (!ZVJSON::boolean(item, "active")) {
-            ZVLog([&] { return "Skipping project " + *name + " since it's not marked as active."; });
+            ZVLog(
+                [&] { return "Skipping project " + *name + " since it's not marked as active."; });
             continue;
         }
         auto project = ZVIntegrationProject::create(*name, *id);
@@ -186,10 +195,12 @@ ZVIntegration::ProjectList ZVPaymoIntegration::loadRemoteProjects() {
 }
 
 void ZVPaymoIntegration::_loadTasksForProject(ZVIntegrationProject& project) {
-    ZVServiceRequest request = ZVServiceRequest::get(paymo::projectsPath + ("/" + project.projectID()));
+    ZVServiceRequest request =
+        ZVServiceRequest::get(paymo::projectsPath + ("/" + project.projectID()));
     request.query = {{"include", "tasks"}};
     const auto reply = sendForJSON(paymo::askingForJSON(request));
-    for (const auto& task : ZVJSON::arrayOfDictionaries(reply, "[projects][0][tasks]").value_or({})) {
+    for (const auto& task : ZVJSON::arrayOfDictionaries(reply, "[projects][0][tasks]")
+                                .value_or(std::vector<nlohmann::json>{})) {
         const auto name = paymo::text(task, "name");
         const auto id = paymo::text(task, "id");
         if (!name || !id) {
@@ -210,7 +221,8 @@ ZVIntegration::ProjectList ZVPaymoIntegration::_synchronizeV2() {
     const auto nodes = reply.nodes("response/projects/project");
     if (nodes.empty()) {
         ZVLog([&] { return "No projects - " + paymo::described(reply.root()) + "."; });
-        throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Paymo's response contained no projects."));
+        throw ZVIntegrationErrorWithFailureReason(
+            ZVLocalizedString("Paymo's response contained no projects."));
     }
     ProjectList projects;
     for (const auto& node : nodes) {
@@ -230,7 +242,8 @@ ZVIntegration::ProjectList ZVPaymoIntegration::_synchronizeV2() {
     return projects;
 }
 
-void ZVPaymoIntegration::_addTasksToProject(ZVIntegrationProject& project, const std::string& token) {
+void ZVPaymoIntegration::_addTasksToProject(ZVIntegrationProject& project,
+                                            const std::string& token) {
     const auto reply = _callV2(paymo::tasksV2Path, token, {{"project_id", project.projectID()}});
     for (const auto& node : reply.nodes("response/tasks/task")) {
         const auto name = ZVXMLDocument::string(node, "@name");
@@ -250,7 +263,8 @@ void ZVPaymoIntegration::postTime(ZVIntegrationProject& project) {
     ZVServiceRequest request = ZVServiceRequest::postForm(
         paymo::entriesPath,
         {{"task_id", project.subprojectID().value_or("")},
-         {"date", ZVPostingText::date(static_cast<std::time_t>(ZVNow().time_since_epoch().count()))},
+         {"date",
+          ZVPostingText::date(static_cast<std::time_t>(ZVNow().time_since_epoch().count()))},
          {"duration", std::to_string(project.time())}});
     const auto reply = sendForJSON(paymo::askingForJSON(request));
     if (!reply.is_object() || !reply.contains("entries")) {
@@ -264,7 +278,8 @@ void ZVPaymoIntegration::postTimeForProjectV2(ZVIntegrationProject& project) {
     const auto now = static_cast<std::time_t>(ZVNow().time_since_epoch().count());
     const auto start = now - static_cast<std::time_t>(project.time());
     // The old interface took entries over plain HTTP alone, whatever the account says.
-    ZVServiceRequest request = ZVServiceRequest::get(std::string("http://") + paymo::v2Host + paymo::entriesV2Path);
+    ZVServiceRequest request =
+        ZVServiceRequest::get(std::string("http://") + paymo::v2Host + paymo::entriesV2Path);
     request.purpose = ZVServiceRequest::Purpose::posting;
     request.query = {{"api_key", usernamePasswordAPITokenAuthentication().APIToken()},
                      {"auth_token", session.token},

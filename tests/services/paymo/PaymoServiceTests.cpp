@@ -7,6 +7,7 @@
 
 #include "core/integrations/ZVIntegrationError.h"
 #include "core/integrations/address_based/paymo/ZVPaymoIntegration.h"
+#include "core/integrations/authentication/ZVUsernamePasswordAPITokenAuthentication.h"
 #include "services/kit/ServiceScenario.h"
 #include "services/kit/ServiceTestCase.h"
 
@@ -194,8 +195,9 @@ TEST_F(PaymoTests, API2LoadsAndPostsInASessionOfTheirOwnAndPostsOverPlainHTTP) {
     for (const auto& url : transport.URLs()) {
         if (url.find("paymo.entries.add") != std::string::npos)
             wentOverHTTP = url.starts_with("http://api.paymo.biz/");
-        if (url.find("paymo.auth.login") != std::string::npos)
+        if (url.find("paymo.auth.login") != std::string::npos) {
             EXPECT_TRUE(url.starts_with("https://")) << url;
+        }
     }
     EXPECT_TRUE(wentOverHTTP);
 }
@@ -236,7 +238,9 @@ TEST_F(PaymoTests, API2FailuresGiveTheirReasonsAndEveryOpenSessionIsEnded) {
         } else {
             EXPECT_TRUE(throwsGenericPostingError(run));
         }
-        if (c.logLine) EXPECT_TRUE(log.contains(c.logLine)) << c.logLine;
+        if (c.logLine) {
+            EXPECT_TRUE(log.contains(c.logLine)) << c.logLine;
+        }
         EXPECT_EQ(server.requests("/service/paymo.auth.logout").size(), c.logsOut ? 1u : 0u);
     }
 }

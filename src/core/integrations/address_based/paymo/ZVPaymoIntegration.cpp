@@ -47,9 +47,11 @@ std::optional<std::string> text(const nlohmann::json& object, const char* key) {
     return ZVListing::text(ZVJSON::value(object, key));
 }
 
-ZVServiceRequest askingForJSON(ZVServiceRequest request) {
-    request.headers.emplace_back("Accept", "application/json");
-    return request;
+std::time_t now() { return static_cast<std::time_t>(ZVNow().time_since_epoch().count()); }
+
+/// An API 2 record: its name and id, and one flag, as attributes.
+ZVRecordShape recordV2(const char* flag) {
+    return {.idPath = "@id", .namePath = "@name", .otherPaths = {flag}};
 }
 }  // namespace
 }  // namespace paymo
@@ -115,22 +117,27 @@ ZVCredentialStyle ZVPaymoIntegration::credentialStyle() const {
     return {ZVCredentialStyle::Kind::basicUsernamePassword};
 }
 
-ZVXMLDocument ZVPaymoIntegration::_callV2(const std::string& path, const std::string& token,
-                                          std::vector<std::pair<std::string, std::string>> more) {
+void ZVPaymoIntegration::addAccountHeaders(ZVURLRequest& request) const {
+    // The service answers in JSON unless told otherwise; it is asked for all the same.
+    if (accountVersion() == Version::v3) request.setHeader("Accept", "application/json");
+}
+
+ZVServiceRequest ZVPaymoIntegration::_requestV2(
+    const std::string& path, const std::string& token,
+    std::vector<std::pair<std::string, std::string>> more) const {
     ZVServiceRequest request = ZVServiceRequest::get(path);
-    request.query = {{"api_key", usernamePasswordAPITokenAuthentication().APIToken()},
-                     {"auth_token", token}};
+    request.query = {{"api_key", usernamePasswordAPITokenAuthentication().APIToken()}};
+    if (!token.empty()) request.query.emplace_back("auth_token", token);
     request.query.insert(request.query.end(), more.begin(), more.end());
-    return sendForXML(request);
+    return request;
 }
 
 std::string ZVPaymoIntegration::_login() {
     const auto& credential = usernamePasswordAPITokenAuthentication();
-    ZVServiceRequest request = ZVServiceRequest::get(paymo::loginPath);
-    request.query = {{"api_key", credential.APIToken()},
-                     {"username", credential.username()},
-                     {"password", credential.password()}};
-    const auto reply = send(request).xml();
+    const auto reply =
+        send(_requestV2(paymo::loginPath, {},
+                        {{"username", credential.username()}, {"password", credential.password()}}))
+            .xml();
     const auto token = reply ? reply->string("response/token") : std::nullopt;
     if (!token || token->empty())
         throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Can't log in."));
@@ -141,29 +148,23 @@ void ZVPaymoIntegration::_logout(const std::string& token) {
     ZVLog([] { return std::string("Logging out"); });
     std::optional<ZVXMLDocument> reply;
     try {
-        ZVServiceRequest request = ZVServiceRequest::get(paymo::logoutPath);
-        request.query = {{"api_key", usernamePasswordAPITokenAuthentication().APIToken()},
-                         {"auth_token", token}};
-        reply = send(request).xml();
+        reply = send(_requestV2(paymo::logoutPath, token)).xml();
     } catch (const ZVIntegrationError&) {
-        // The run's own outcome is what the user hears of.
+        // What the user hears of is the outcome of the run.
     }
+    const auto status = reply ? reply->string("response/@status") : std::nullopt;
     if (!reply) {
         ZVLog([] { return std::string("Can't sign out, couldn't load any data."); });
-        return;
+    } else if (status != "ok") {
+        ZVLog([&] { return "Couldn't log out. Status code: " + status.value_or(""); });
+    } else {
+        ZVLog([] { return std::string("Successfully logged out."); });
     }
-    const std::string status = reply->string("response/@status").value_or("");
-    if (status != "ok") {
-        ZVLog([&] { return "Couldn't log out. Status code: " + status; });
-        return;
-    }
-    ZVLog([] { return std::string("Successfully logged out."); });
 }
 
 ZVIntegration::ProjectList ZVPaymoIntegration::loadRemoteProjects() {
     if (accountVersion() == Version::v2) return _synchronizeV2();
-    const auto reply =
-        sendForJSON(paymo::askingForJSON(ZVServiceRequest::get(paymo::projectsPath)));
+    const auto reply = sendForJSON(ZVServiceRequest::get(paymo::projectsPath));
     const auto items = ZVJSON::arrayOfDictionaries(reply, "[projects]");
     if (!items) {
         ZVLog([&] { return "Invalid response " + reply.dump(); });
@@ -198,43 +199,35 @@ void ZVPaymoIntegration::_loadTasksForProject(ZVIntegrationProject& project) {
     ZVServiceRequest request =
         ZVServiceRequest::get(paymo::projectsPath + ("/" + project.projectID()));
     request.query = {{"include", "tasks"}};
-    const auto reply = sendForJSON(paymo::askingForJSON(request));
-    for (const auto& task : ZVJSON::arrayOfDictionaries(reply, "[projects][0][tasks]")
-                                .value_or(std::vector<nlohmann::json>{})) {
+    const auto tasks = ZVJSON::arrayOfDictionaries(sendForJSON(request), "[projects][0][tasks]");
+    for (const auto& task : tasks.value_or(std::vector<nlohmann::json>{})) {
         const auto name = paymo::text(task, "name");
         const auto id = paymo::text(task, "id");
         if (!name || !id) {
             ZVLog([&] { return "Missing name or ID in " + task.dump(); });
-            continue;
-        }
-        if (ZVJSON::boolean(task, "complete")) {
+        } else if (ZVJSON::boolean(task, "complete")) {
             ZVLog([&] { return "Skipping task " + *name + " since it's marked as complete."; });
-            continue;
+        } else {
+            project.addSubproject(ZVIntegrationProject::create(*name, project.projectID(), *id));
         }
-        project.addSubproject(ZVIntegrationProject::create(*name, project.projectID(), *id));
     }
 }
 
 ZVIntegration::ProjectList ZVPaymoIntegration::_synchronizeV2() {
     const Session session(*this);
-    const auto reply = _callV2(paymo::projectsV2Path, session.token);
-    const auto nodes = reply.nodes("response/projects/project");
-    if (nodes.empty()) {
+    const auto reply = sendForXML(_requestV2(paymo::projectsV2Path, session.token));
+    if (reply.nodes("response/projects/project").empty()) {
         ZVLog([&] { return "No projects - " + paymo::described(reply.root()) + "."; });
         throw ZVIntegrationErrorWithFailureReason(
             ZVLocalizedString("Paymo's response contained no projects."));
     }
     ProjectList projects;
-    for (const auto& node : nodes) {
-        const auto name = ZVXMLDocument::string(node, "@name");
-        const auto id = ZVXMLDocument::string(node, "@id");
-        if (!name || !id) {
-            ZVLog([&] { return "No name or ID in " + paymo::described(node); });
-            continue;
-        }
-        // A retired project is left out without a word, as the service hides it too.
-        if (node.attribute("retired").as_llong() == 1) continue;
-        auto project = ZVIntegrationProject::create(*name, *id);
+    for (const auto& record :
+         ZVListing::records(reply, "response/projects/project", paymo::recordV2("@retired"),
+                            "No name or ID in ")) {
+        // A retired project is left out without a word.
+        if (record.others[0] == "1") continue;
+        auto project = ZVIntegrationProject::create(record.name, record.id);
         project->setIntegration(weak_from_this());
         _addTasksToProject(*project, session.token);
         projects.push_back(std::move(project));
@@ -244,29 +237,24 @@ ZVIntegration::ProjectList ZVPaymoIntegration::_synchronizeV2() {
 
 void ZVPaymoIntegration::_addTasksToProject(ZVIntegrationProject& project,
                                             const std::string& token) {
-    const auto reply = _callV2(paymo::tasksV2Path, token, {{"project_id", project.projectID()}});
-    for (const auto& node : reply.nodes("response/tasks/task")) {
-        const auto name = ZVXMLDocument::string(node, "@name");
-        const auto id = ZVXMLDocument::string(node, "@id");
-        if (!name || !id) {
-            ZVLog([&] { return "Missing name or ID in " + paymo::described(node); });
-            continue;
-        }
-        if (node.attribute("complete").as_llong() == 1) continue;
-        project.addSubproject(ZVIntegrationProject::create(*name, project.projectID(), *id));
+    const auto reply =
+        sendForXML(_requestV2(paymo::tasksV2Path, token, {{"project_id", project.projectID()}}));
+    for (const auto& record :
+         ZVListing::records(reply, "response/tasks/task", paymo::recordV2("@complete"),
+                            "Missing name or ID in ")) {
+        if (record.others[0] != "1")
+            project.addSubproject(
+                ZVIntegrationProject::create(record.name, project.projectID(), record.id));
     }
 }
 
 void ZVPaymoIntegration::postTime(ZVIntegrationProject& project) {
     if (accountVersion() == Version::v2) return postTimeForProjectV2(project);
     // This interface takes a day and a length: the note stays behind.
-    ZVServiceRequest request = ZVServiceRequest::postForm(
-        paymo::entriesPath,
-        {{"task_id", project.subprojectID().value_or("")},
-         {"date",
-          ZVPostingText::date(static_cast<std::time_t>(ZVNow().time_since_epoch().count()))},
-         {"duration", std::to_string(project.time())}});
-    const auto reply = sendForJSON(paymo::askingForJSON(request));
+    const auto reply = sendForJSON(ZVServiceRequest::postForm(
+        paymo::entriesPath, {{"task_id", project.subprojectID().value_or("")},
+                             {"date", ZVPostingText::date(paymo::now())},
+                             {"duration", std::to_string(project.time())}}));
     if (!reply.is_object() || !reply.contains("entries")) {
         ZVLog([&] { return "Invalid response " + reply.dump(); });
         throw ZVIntegrationGenericTimePostingError();
@@ -275,19 +263,16 @@ void ZVPaymoIntegration::postTime(ZVIntegrationProject& project) {
 
 void ZVPaymoIntegration::postTimeForProjectV2(ZVIntegrationProject& project) {
     const Session session(*this);
-    const auto now = static_cast<std::time_t>(ZVNow().time_since_epoch().count());
-    const auto start = now - static_cast<std::time_t>(project.time());
+    const std::time_t now = paymo::now();
     // The old interface took entries over plain HTTP alone, whatever the account says.
     ZVServiceRequest request =
-        ZVServiceRequest::get(std::string("http://") + paymo::v2Host + paymo::entriesV2Path);
+        _requestV2(std::string("http://") + paymo::v2Host + paymo::entriesV2Path, session.token,
+                   {{"start", paymo::localTime(now - static_cast<std::time_t>(project.time()))},
+                    {"end", paymo::localTime(now)},
+                    {"task_id", project.subprojectID().value_or("")},
+                    {"added_manually", "0"},
+                    {"description", ZVPostingText::title(project)}});
     request.purpose = ZVServiceRequest::Purpose::posting;
-    request.query = {{"api_key", usernamePasswordAPITokenAuthentication().APIToken()},
-                     {"auth_token", session.token},
-                     {"start", paymo::localTime(start)},
-                     {"end", paymo::localTime(now)},
-                     {"task_id", project.subprojectID().value_or("")},
-                     {"added_manually", "0"},
-                     {"description", ZVPostingText::title(project)}};
     const auto reply = sendForXML(request);
     if (reply.nodes("response/entry").empty()) {
         ZVLog([&] { return "Invalid response " + paymo::described(reply.root()); });

@@ -32,6 +32,7 @@ public:
     std::string hardcodedAddress() const override;
     ZVSSLSupport SSLSupport() const override;
     ZVCredentialStyle credentialStyle() const override;
+    void addAccountHeaders(ZVURLRequest& request) const override;
 
     ProjectList loadRemoteProjects() override;
     void postTime(ZVIntegrationProject& project) override;
@@ -49,7 +50,8 @@ private:
     /// Puts the open tasks of an API 3 project below it.
     void _loadTasksForProject(ZVIntegrationProject& project);
     void postTimeForProjectV2(ZVIntegrationProject& project);
-    /// An API 2 call: the method's path with the API token, the session and `more` in the query.
-    ZVXMLDocument _callV2(const std::string& path, const std::string& token,
-                          std::vector<std::pair<std::string, std::string>> more = {});
+    /// An API 2 call: the method's path with the API token, the session (when
+    /// there is one) and `more` in the query.
+    ZVServiceRequest _requestV2(const std::string& path, const std::string& token,
+                                std::vector<std::pair<std::string, std::string>> more = {}) const;
 };

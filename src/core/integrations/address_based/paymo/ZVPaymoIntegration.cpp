@@ -90,7 +90,8 @@ std::optional<ZVCredentialPresentation> ZVPaymoIntegration::credentialPresentati
         return ZVCredentialPresentation{
             .hint = ZVLocalizedString(
                 "Paymo has closed API 2; a server that still answers it is reached with your "
-                "user name, password and API key.")};
+                "user name, password and API key."),
+            .usernameLabel = ZVLocalizedString("Username")};
     return ZVCredentialPresentation{
         .hint = ZVLocalizedString(
             "Your e-mail and password, or an API key of your Paymo account as the user name "

@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <ctime>
-#include <iomanip>
-#include <sstream>
 
 #include "core/integrations/ZVIntegrationError.h"
+#include "core/integrations/address_based/common/ZVPostingText.h"
 #include "core/integrations/address_based/paymo/ZVPaymoIntegration.h"
 #include "core/integrations/authentication/ZVUsernamePasswordAPITokenAuthentication.h"
 #include "services/kit/ServiceScenario.h"
@@ -16,46 +16,34 @@ namespace {
 using Paymo = ZVPaymoIntegration;
 constexpr std::int64_t v2 = static_cast<std::int64_t>(Paymo::Version::v2);
 
-std::string today() {
-    const std::time_t now = std::time(nullptr);
-    std::tm parts{};
-    localtime_r(&now, &parts);
-    std::ostringstream text;
-    text << std::put_time(&parts, "%Y-%m-%d");
-    return text.str();
-}
-
 /// The seconds since the epoch of a local "2026-11-25 14:03:00".
 std::time_t parsedLocalTime(const std::string& text) {
     std::tm parts{};
-    std::istringstream(text) >> std::get_time(&parts, "%Y-%m-%d %H:%M:%S");
+    strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &parts);
     parts.tm_isdst = -1;
     return std::mktime(&parts);
 }
 
-/// API 3 as documented: two projects, the first with an open and a
-/// completed task. With a bad record, a project without a name.
+/// API 3 as documented: an active project with an open and a completed
+/// task, an archived one, and an active one without tasks. With a bad
+/// record, a project without a name.
 void servePaymo(FakeServer& server, bool withBadRecord) {
-    nlohmann::json projects{{{"id", 397706},
-                             {"name", "Website"},
-                             {"active", true},
-                             {"client_id", 151303},
-                             {"users", {23129}}},
-                            {{"id", 397707},
-                             {"name", "Archive"},
-                             {"active", false},
-                             {"client_id", 151304},
-                             {"users", {23129}}}};
-    if (withBadRecord) projects.push_back({{"id", 397708}, {"active", true}});
+    const std::string bad = withBadRecord ? R"(, {"id": 397710, "active": true})" : "";
     server.route("GET", "/api/projects",
-                 FakeResponse::json(nlohmann::json{{"projects", projects}}.dump()));
+                 FakeResponse::json(R"({"projects": [
+        {"id": 397706, "name": "Website", "active": true, "client_id": 151303, "users": [23129]},
+        {"id": 397707, "name": "Archive", "active": false, "client_id": 151304, "users": [23129]},
+        {"id": "397709", "name": "Empty", "active": true, "client_id": 151303})" +
+                                    bad + "]}"));
     server.route("GET", "/api/projects/397706", FakeResponse::json(R"({"projects": [{
         "id": 397706, "name": "Website", "active": true, "tasks": [
             {"id": 2158, "name": "Design", "project_id": 397706, "tasklist_id": 2, "complete": false},
             {"id": 3320, "name": "Testing", "project_id": 397706, "tasklist_id": 3, "complete": true}]}]})"));
+    server.route("GET", "/api/projects/397709",
+                 FakeResponse::json(R"({"projects": [{"id": 397709, "tasks": []}]})"));
     server.route("POST", "/api/entries",
-                 FakeResponse::json(R"({"entries": [{"id": 15200864, "task_id": 2158,
-        "duration": 5400, "is_bulk": true, "added_manually": true}]})",
+                 FakeResponse::json(R"({"entries": [{"id": 15200864,
+        "task_id": 2158, "duration": 5400, "is_bulk": true}]})",
                                     201));
 }
 
@@ -68,7 +56,9 @@ const bool scenario = ServiceScenarios::add("Norvo.ZVPaymoIntegration", [] {
                    .seconds = 5400,
                    .title = "Review"},
         .postPath = "/api/entries",
-        .postMembers = {{"task_id", "2158"}, {"date", today()}, {"duration", "5400"}},
+        .postMembers = {{"task_id", "2158"},
+                        {"date", ZVPostingText::date(std::time(nullptr))},
+                        {"duration", "5400"}},
     };
 });
 
@@ -112,12 +102,6 @@ protected:
 
 TEST_F(PaymoTests, API3LogsWhatItLeavesOutAndPostsADayAndALengthWithoutTheNote) {
     servePaymo(server, false);
-    server.route("GET", "/api/projects", FakeResponse::json(R"({"projects": [
-        {"id": 397706, "name": "Website", "active": true},
-        {"id": 397707, "name": "Archive", "active": false},
-        {"id": "397709", "name": "Empty", "active": true}]})"));
-    server.route("GET", "/api/projects/397709",
-                 FakeResponse::json(R"({"projects": [{"id": 397709, "tasks": []}]})"));
     auto account = makeAccount<Paymo>();
     EXPECT_EQ(treeDescription(account->loadRemoteProjects()),
               "Website [397706|-|-]\n  Design [397706|2158|-]\n");
@@ -165,15 +149,13 @@ TEST_F(PaymoTests, API2LoadsAndPostsInASessionOfTheirOwnAndPostsOverPlainHTTP) {
     EXPECT_TRUE(log.contains("No name or ID in <project id=\"13\""));
     EXPECT_TRUE(log.contains("Missing name or ID in <task name=\"No id\""));
     EXPECT_FALSE(log.contains("Old site"));
-    EXPECT_TRUE(log.contains("Successfully logged out."));
 
     const auto login = server.requests("/service/paymo.auth.login").at(0);
     EXPECT_EQ(login.queryValue("api_key"), credentials.apiToken);
     EXPECT_EQ(login.queryValue("username"), credentials.username);
     EXPECT_EQ(login.queryValue("password"), credentials.password);
-    const auto tasks = server.requests("/service/paymo.tasks.findByProject").at(0);
-    EXPECT_EQ(tasks.queryValue("project_id"), "11");
-    EXPECT_EQ(tasks.queryValue("auth_token"), "ccdf3864");
+    EXPECT_EQ(server.requests("/service/paymo.tasks.findByProject").at(0).queryValue("project_id"),
+              "11");
     EXPECT_EQ(server.requests().back().path, "/service/paymo.auth.logout");
 
     server.clearRequests();
@@ -191,15 +173,10 @@ TEST_F(PaymoTests, API2LoadsAndPostsInASessionOfTheirOwnAndPostsOverPlainHTTP) {
     const std::time_t end = parsedLocalTime(post.queryValue("end"));
     EXPECT_EQ(end - parsedLocalTime(post.queryValue("start")), 5400);
     EXPECT_LE(std::abs(std::difftime(std::time(nullptr), end)), 60.0);
-    bool wentOverHTTP = false;
-    for (const auto& url : transport.URLs()) {
-        if (url.find("paymo.entries.add") != std::string::npos)
-            wentOverHTTP = url.starts_with("http://api.paymo.biz/");
-        if (url.find("paymo.auth.login") != std::string::npos) {
-            EXPECT_TRUE(url.starts_with("https://")) << url;
-        }
-    }
-    EXPECT_TRUE(wentOverHTTP);
+    const auto urls = transport.URLs();
+    EXPECT_TRUE(std::any_of(urls.begin(), urls.end(), [](const std::string& url) {
+        return url.starts_with("http://api.paymo.biz/service/paymo.entries.add?");
+    }));
 }
 
 TEST_F(PaymoTests, API2FailuresGiveTheirReasonsAndEveryOpenSessionIsEnded) {
@@ -245,22 +222,18 @@ TEST_F(PaymoTests, API2FailuresGiveTheirReasonsAndEveryOpenSessionIsEnded) {
     }
 }
 
-TEST_F(PaymoTests, TheVersionDecidesHostSchemeAndCredentialsAndAStoredAccountKeepsIt) {
+TEST_F(PaymoTests, TheVersionDecidesHostAndSchemeAndAStoredAccountKeepsIt) {
     const struct {
         std::int64_t stored;
         const char* address;
         ZVSSLSupport SSL;
-        ZVCredentialStyle::Kind credentials;
-    } cases[] = {{v2, "api.paymo.biz", ZVSSLSupport::none, ZVCredentialStyle::Kind::none},
-                 {1, "app.paymoapp.com/api", ZVSSLSupport::mandatory,
-                  ZVCredentialStyle::Kind::basicUsernamePassword},
-                 {7, "app.paymoapp.com/api", ZVSSLSupport::mandatory,
-                  ZVCredentialStyle::Kind::basicUsernamePassword}};
+    } cases[] = {{v2, "api.paymo.biz", ZVSSLSupport::none},
+                 {1, "app.paymoapp.com/api", ZVSSLSupport::mandatory},
+                 {7, "app.paymoapp.com/api", ZVSSLSupport::mandatory}};
     for (const auto& c : cases) {
         auto account = makeAccount<Paymo>({{Paymo::versionKey, c.stored}});
         EXPECT_EQ(account->accountIdentifier(), c.address) << c.stored;
         EXPECT_EQ(account->SSLSupport(), c.SSL) << c.stored;
-        EXPECT_EQ(account->credentialStyle().kind, c.credentials) << c.stored;
     }
     EXPECT_EQ(ZVIntegration::makeNew<Paymo>()->accountVersion(), Paymo::Version::v3);
 

@@ -156,6 +156,12 @@ void presentCredentials(QWidget* part, const ZVIntegration& account) {
         link->setText(QString::fromStdString(presentation->linkTitle));
         link->setVisible(!presentation->linkURL.empty());
     }
+    // A fixed host may follow a setting (the interface a service is reached through).
+    const auto* fixed = dynamic_cast<const ZVAddressBasedIntegration*>(&account);
+    auto* address = part->parentWidget() ? part->parentWidget()->findChild<QLineEdit*>(QStringLiteral("addressField"))
+                                         : nullptr;
+    if (fixed && fixed->hasHardcodedAddress() && address)
+        address->setText(QString::fromStdString(fixed->address()));
     for (const auto& setting : account.settings()) {
         if (!setting.belongsToCredentials) continue;
         auto* control = part->findChild<QWidget*>(QString::fromUtf8(setting.controlName));

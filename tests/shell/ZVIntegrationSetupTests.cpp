@@ -1,4 +1,5 @@
 #include <QCheckBox>
+#include <QComboBox>
 #include <QFormLayout>
 #include <QKeyEvent>
 #include <QLabel>
@@ -186,7 +187,7 @@ TEST_F(ZVIntegrationSetupTest, ChoosingAnotherServiceDropsWhatWasTypedAndTheSame
     EXPECT_TRUE(field(setup, "usernameField")->text().isEmpty());
 }
 
-TEST_F(ZVIntegrationSetupTest, ServiceWithAFixedHostShowsItReadOnlyAndNoSSLSwitch) {
+TEST_F(ZVIntegrationSetupTest, ServiceWithAFixedHostShowsItReadOnlyAndNoSSLSwitchAndFollowsItsSetting) {
     ZVIntegrationSetupViewController& setup = openSetup();
     choose(setup, "KashFlow");
     QLineEdit* address = field(setup, "addressField");
@@ -197,6 +198,14 @@ TEST_F(ZVIntegrationSetupTest, ServiceWithAFixedHostShowsItReadOnlyAndNoSSLSwitc
     ASSERT_NE(field(setup, "rateField"), nullptr);
     field(setup, "rateField")->setText(u"85.5"_s);
     EXPECT_EQ(setup.currentIntegration()->dictionaryRepresentation().at("KDKashFlowRate").description(), "85.5");
+    // A host that a setting chooses follows the setting, and so do the credential labels.
+    choose(setup, "Paymo");
+    auto* version = setup.setupView()->findChild<QComboBox*>(u"versionPopUp"_s);
+    ASSERT_NE(version, nullptr);
+    EXPECT_EQ(field(setup, "addressField")->text(), u"app.paymoapp.com/api"_s);
+    version->setCurrentIndex(version->findData(QVariant::fromValue<qlonglong>(0)));
+    EXPECT_EQ(field(setup, "addressField")->text(), u"api.paymo.biz"_s);
+    EXPECT_EQ(rowLabel(field(setup, "usernameField")), u"Username"_s);
 }
 
 TEST_F(ZVIntegrationSetupTest, AnOAuth2AccountTakesAnApplicationOfTheUsersOwnUnderAdvanced) {

@@ -20,6 +20,7 @@
 #include "core/integrations/address_based/kashflow/ZVKashflowIntegration.h"
 #include "core/integrations/address_based/liquidplanner/ZVLiquidPlannerIntegration.h"
 #include "core/integrations/address_based/mavenlink/ZVMavenlinkIntegration.h"
+#include "core/integrations/address_based/paymo/ZVPaymoIntegration.h"
 #include "core/integrations/address_based/redmine/ZVRedmineIntegration.h"
 #include "core/integrations/address_based/targetprocess/ZVTargetProcessIntegration.h"
 #include "core/integrations/address_based/teambox/ZVTeamboxIntegration.h"
@@ -305,6 +306,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .sslSupport = SSL::mandatory,
         .hasHardcodedAddress = true,
         .setupViewName = "Paymo",
+        .make = built<ZVPaymoIntegration>(),
     },
     {
         .className = "Norvo.ZVProjectBubbleIntegration",

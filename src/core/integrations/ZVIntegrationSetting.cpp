@@ -35,6 +35,10 @@ std::optional<ZVValue> ZVIntegrationSetting::accepted(const ZVValue& value) cons
     return std::nullopt;
 }
 
+ZVIntegrationSetting ZVIntegrationSetting::credentialSwitch(const char* key, const char* label, const char* controlName) {
+    return {key, Kind::flag, label, controlName, std::nullopt, {}, true};
+}
+
 ZVIntegrationSetting ZVIntegrationSetting::synchronization(const char* key, const char* firstLevel, const char* deeper) {
     return {key, Kind::choice, ZVLocalizable("Synchronize"), "synchronizationTypePopUp", std::nullopt,
             {{0, firstLevel}, {1, deeper}}};

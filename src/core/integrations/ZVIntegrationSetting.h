@@ -36,6 +36,9 @@ struct ZVIntegrationSetting {
     /// The "Synchronize" choice of a service whose tree stops at its first
     /// level (stored 0, the default) or reaches one level deeper (stored 1).
     static ZVIntegrationSetting synchronization(const char* key, const char* firstLevel, const char* deeper);
+    /// A switch beside the credentials that makes the secret field take a
+    /// token (or key) in place of the password; off by default.
+    static ZVIntegrationSetting credentialSwitch(const char* key, const char* label, const char* controlName);
 
     /// The default as stored: of the setting's kind.
     ZVValue initialValue() const;

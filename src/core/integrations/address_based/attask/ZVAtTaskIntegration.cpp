@@ -50,25 +50,16 @@ const std::vector<ZVIntegrationSetting>& ZVAtTaskIntegration::settings() const {
     static const std::vector<ZVIntegrationSetting> declared{
         {synchronizeAllTasksKey, Kind::flag, ZVLocalizable("Synchronize all tasks"),
          "synchronizeAllTasksButton"},
-        {usesAPIKeyKey,
-         Kind::flag,
-         ZVLocalizable("Sign in with an API key"),
-         "apiKeyButton",
-         std::nullopt,
-         {},
-         true},
+        ZVIntegrationSetting::credentialSwitch(
+            usesAPIKeyKey, ZVLocalizable("Sign in with an API key"), "apiKeyButton"),
     };
     return declared;
 }
 
 std::optional<ZVCredentialPresentation> ZVAtTaskIntegration::credentialPresentation() const {
     return ZVCredentialPresentation{
-        ZVLocalizedString("User name and password, or an API key"),
-        usernameLabel(),
-        usesAPIKey() ? ZVLocalizedString("API key") : ZVLocalizedString("Password"),
-        {},
-        {},
-        {}};
+        ZVLocalizedString("User name and password, or an API key"), usernameLabel(),
+        usesAPIKey() ? ZVLocalizedString("API key") : ZVLocalizedString("Password")};
 }
 
 ZVCredentialStyle ZVAtTaskIntegration::credentialStyle() const {

@@ -33,13 +33,8 @@ std::optional<std::string> text(const nlohmann::json& object, std::string_view k
 
 const std::vector<ZVIntegrationSetting>& ZVLiquidPlannerIntegration::settings() const {
     static const std::vector<ZVIntegrationSetting> declared{
-        {usesAPITokenKey,
-         ZVIntegrationSetting::Kind::flag,
-         ZVLocalizable("Sign in with an API token"),
-         "apiTokenButton",
-         std::nullopt,
-         {},
-         true},
+        ZVIntegrationSetting::credentialSwitch(
+            usesAPITokenKey, ZVLocalizable("Sign in with an API token"), "apiTokenButton"),
     };
     return declared;
 }
@@ -48,10 +43,7 @@ std::optional<ZVCredentialPresentation> ZVLiquidPlannerIntegration::credentialPr
     return ZVCredentialPresentation{
         ZVLocalizedString("Email and password, or an API token from My API Tokens"),
         usernameLabel(),
-        usesAPIToken() ? ZVLocalizedString("API token") : ZVLocalizedString("Password"),
-        {},
-        {},
-        {}};
+        usesAPIToken() ? ZVLocalizedString("API token") : ZVLocalizedString("Password")};
 }
 
 ZVCredentialStyle ZVLiquidPlannerIntegration::credentialStyle() const {

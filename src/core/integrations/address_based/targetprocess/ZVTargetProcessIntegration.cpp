@@ -58,27 +58,18 @@ std::optional<std::string> text(const nlohmann::json& object, std::string_view k
 }  // namespace targetprocess
 
 const std::vector<ZVIntegrationSetting>& ZVTargetProcessIntegration::settings() const {
-    using Kind = ZVIntegrationSetting::Kind;
     static const std::vector<ZVIntegrationSetting> declared{
-        {usesAccessTokenKey,
-         Kind::flag,
-         ZVLocalizable("Sign in with a personal access token"),
-         "accessTokenButton",
-         std::nullopt,
-         {},
-         true},
+        ZVIntegrationSetting::credentialSwitch(
+            usesAccessTokenKey, ZVLocalizable("Sign in with a personal access token"),
+            "accessTokenButton"),
     };
     return declared;
 }
 
 std::optional<ZVCredentialPresentation> ZVTargetProcessIntegration::credentialPresentation() const {
     return ZVCredentialPresentation{
-        ZVLocalizedString("User name and password, or a personal access token"),
-        usernameLabel(),
-        usesAccessToken() ? ZVLocalizedString("Access token") : ZVLocalizedString("Password"),
-        {},
-        {},
-        {}};
+        ZVLocalizedString("User name and password, or a personal access token"), usernameLabel(),
+        usesAccessToken() ? ZVLocalizedString("Access token") : ZVLocalizedString("Password")};
 }
 
 ZVCredentialStyle ZVTargetProcessIntegration::credentialStyle() const {

@@ -99,19 +99,13 @@ TEST_F(ManualTimerTests, repeatingTimerFiresOncePerIntervalWithTheClockAtItsTime
     ASSERT_EQ(firedAt.size(), 3u);
     for (size_t i = 0; i < 3; ++i) EXPECT_NEAR(firedAt[i], 0.5 * static_cast<double>(i + 1), 1e-5);
     EXPECT_NEAR(clock.now().time_since_epoch().count() - start, 1.6, 1e-5);
+    // An hour of half-second ticks neither drops nor adds one.
+    timers.advance(3600);
+    EXPECT_EQ(firedAt.size(), 3u + 7200u);
     timer.reset();
     timers.advance(10);
-    EXPECT_EQ(firedAt.size(), 3u);
+    EXPECT_EQ(firedAt.size(), 3u + 7200u);
     EXPECT_EQ(timers.activeTimerCount(), 0u);
-}
-
-TEST_F(ManualTimerTests, hourOfHeartBeatTicksRunsQuickly) {
-    int ticks = 0;
-    auto timer = ZVTimerFactory::shared().makeRepeatingTimer(0.5, [&] { ++ticks; });
-    auto start = std::chrono::steady_clock::now();
-    timers.advance(3600);
-    EXPECT_EQ(ticks, 7200);
-    EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 2.0);
 }
 
 TEST_F(ManualTimerTests, delayedBlocksAndTimersInterleaveInTimeOrderAndATickMayEndItsTimer) {

@@ -273,14 +273,12 @@ TEST_F(TimeActionsTest, TaskTextBecomesTheTitleOfANewRunCoveringTheTime) {
     EXPECT_EQ(run->text(), "Retyped");
 }
 
-TEST_F(TimeActionsTest, ToggleStartsAndStops) {
+TEST_F(TimeActionsTest, ToggleStartsAndStopsAndTheBannerShowsThePath) {
     ZVActionCenter::shared().toggleTimer();
     EXPECT_TRUE(heartBeat().isBeating());
     ZVActionCenter::shared().toggleTimer();
     EXPECT_FALSE(heartBeat().isBeating());
-}
-
-TEST_F(TimeActionsTest, SystemNotificationShowsThePath) {
+    env.ui.clearRecords();
     ZVActionCenter::shared().showSystemNotification(other);
     ASSERT_EQ(env.ui.banners().size(), 1u);
     EXPECT_EQ(env.ui.banners()[0].first, "Work \u2794 Other");

@@ -64,12 +64,16 @@ TEST(LogEntryFactoryTest, BuildsTheNamedClassOrNothing) {
     }
 }
 
-TEST(LogEntryTest, BareBaseEntryHasTextButNoDate) {
+// Asking a bare base entry for its date, or a reset entry without its
+// project for its sentence, is a programming error.
+TEST(LogEntryDeathTest, BareBaseEntryHasTextButNoDateAndAResetOneNeedsItsProject) {
     const auto entry = ZVLogEntry::logEntryWithDictionary({{"KDLogEntryClass", "Norvo.ZVLogEntry"}, {"KDLogEntryText", "x"}});
     ASSERT_EQ(kindOf(entry), Kind::base);
     EXPECT_EQ(entry->text(), "x");
     EXPECT_EQ(entry->entryDescription(true), "x");
     EXPECT_DEATH(entry->date(), "");
+    ZVResetLogEntry orphan;
+    EXPECT_DEATH((void)orphan.text(), "");
 }
 
 TEST(LogEntryTest, WrongTypesReadAsDefaults) {
@@ -183,11 +187,6 @@ TEST_F(ComputedSentenceTest, ResetSentenceFollowsTheProjectsCurrentName) {
     EXPECT_EQ(read->text(), "Reset time for 'Web shop'");
     EXPECT_NE(project->logString().find("Reset time for 'Web shop'"), std::string::npos);
     EXPECT_EQ(project->logString().find("Website"), std::string::npos);
-}
-
-TEST(ComputedSentenceDeathTest, SentenceWithoutProjectIsAProgrammingError) {
-    ZVResetLogEntry entry;
-    EXPECT_DEATH((void)entry.text(), "");
 }
 
 }  // namespace

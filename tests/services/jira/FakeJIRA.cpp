@@ -134,7 +134,6 @@ struct FakeJIRA::State {
     }
 
     FakeResponse cloudSearch(const FakeRequest& request) {
-        if (auto refused = refusal(request)) return *refused;
         std::lock_guard lock(mutex);
         const auto found = matches(request.queryText("jql"));
         if (!found) return reply(R"({"errorMessages":["Error in the JQL Query."],"errors":{}})", 400);
@@ -165,7 +164,6 @@ struct FakeJIRA::State {
     FakeResponse filterSearch(const FakeRequest& request) { return dataCenterSearch(request, false); }
 
     FakeResponse dataCenterSearch(const FakeRequest& request, bool paged) {
-        if (auto refused = refusal(request)) return *refused;
         std::lock_guard lock(mutex);
         const auto found = matches(request.queryText("jql"));
         if (!found) return reply(R"({"errorMessages":["Error in the JQL Query."],"errors":{}})", 400);
@@ -179,8 +177,7 @@ struct FakeJIRA::State {
         return reply(page.dump());
     }
 
-    FakeResponse projectList(const FakeRequest& request) {
-        if (auto refused = refusal(request)) return *refused;
+    FakeResponse projectList(const FakeRequest&) {
         std::lock_guard lock(mutex);
         nlohmann::json list = nlohmann::json::array();
         for (const auto& project : projects) list.push_back(projectJSON(project.key));
@@ -188,7 +185,6 @@ struct FakeJIRA::State {
     }
 
     FakeResponse projectSearch(const FakeRequest& request) {
-        if (auto refused = refusal(request)) return *refused;
         std::lock_guard lock(mutex);
         const size_t start = numberParameter(request, "startAt", 0);
         const size_t maxResults = std::min(numberParameter(request, "maxResults", 50), cloudProjectPageCap);
@@ -200,8 +196,7 @@ struct FakeJIRA::State {
         return reply(page.dump());
     }
 
-    FakeResponse favouriteFilters(const FakeRequest& request) {
-        if (auto refused = refusal(request)) return *refused;
+    FakeResponse favouriteFilters(const FakeRequest&) {
         std::lock_guard lock(mutex);
         nlohmann::json list = nlohmann::json::array();
         for (const auto& filter : filters)
@@ -242,6 +237,7 @@ FakeJIRA::FakeJIRA(FakeServer& server, Deployment deployment, Behaviour behaviou
     const auto answer = [&server, state](const char* method, const std::string& path,
                                          FakeResponse (State::*reply)(const FakeRequest&)) {
         server.route(method, path, [state, reply](const FakeRequest& request) {
+            if (auto refused = state->refusal(request)) return *refused;
             FakeResponse response = ((*state).*reply)(request);
             std::lock_guard lock(state->mutex);
             if (state->behaviour.setsSessionCookie && response.status < 300)

@@ -79,9 +79,7 @@ TEST_F(AddressBasedIntegrationTests, AddressIsTheAccountIdentifierAndBuildsURLs)
               "http://tracker.example.com/jira/search?jql=assignee%3Dada&maxResults=50");
     EXPECT_EQ(account->URLForPath("/issues.json?limit=100", "page=2"),
               "http://tracker.example.com/jira/issues.json?limit=100&page=2");
-    EXPECT_EQ(account->basicSetupViewNibName(), "AddressBased");
     EXPECT_EQ(account->addressPlaceholder(), "URL without leading http or trailing /");
-    EXPECT_EQ(account->usernamePasswordAuthentication().usernameLabel(), "Username");
 }
 
 TEST_F(AddressBasedIntegrationTests, HostIsTheAddressWithoutPortPathAndCase) {

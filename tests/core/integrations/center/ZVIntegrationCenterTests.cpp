@@ -68,6 +68,13 @@ protected:
         return ZVUnsignedValue(storedProject(account, index), "KDIntegrationProjectTime");
     }
 
+    /// A file's bytes; empty when it is missing.
+    static std::string contents(const std::string& path) {
+        std::string bytes;
+        ZVPaths::readFile(path, bytes);
+        return bytes;
+    }
+
     void writeDatabase(const ZVDictionary& root) { ASSERT_TRUE(ZVPropertyList::writeFile(ZVValue(root), databasePath())); }
 
     void setStoredPreference(const std::string& key, const ZVValue& value) {
@@ -188,8 +195,8 @@ TEST_F(IntegrationCenterTest, EveryKindOfChangeReachesTheStoreThroughTheJournalA
     auto account = accountWithTree("Client A");
     center().addIntegration(account);
     center().journal().fullWriteNow();
-    std::string written;
-    ASSERT_TRUE(ZVPaths::readFile(databasePath(), written));
+    const std::string written = contents(databasePath());
+    ASSERT_FALSE(written.empty());
     const std::string identifier = account->integrationID();
     const auto expectStored = [&](const std::string& step) {
         SCOPED_TRACE(step);
@@ -242,9 +249,7 @@ TEST_F(IntegrationCenterTest, EveryKindOfChangeReachesTheStoreThroughTheJournalA
         change();
         expectStored(name);
     }
-    std::string unchanged;
-    ASSERT_TRUE(ZVPaths::readFile(databasePath(), unchanged));
-    EXPECT_EQ(unchanged, written);
+    EXPECT_EQ(contents(databasePath()), written);
     EXPECT_GT(center().journal().size(), ZVJournalFile::header("").size());
 
     // A second account comes and goes through the journal as well.
@@ -320,8 +325,7 @@ TEST_F(IntegrationCenterTest, DatabaseIsAPrivateXMLPropertyListOtherReadersAccep
     ASSERT_EQ(::stat(databasePath().c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0600u);
 
-    std::ifstream file(databasePath());
-    std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    const std::string text = contents(databasePath());
     EXPECT_NE(text.find("<plist"), std::string::npos);
     EXPECT_NE(text.find("<key>" + account->integrationID() + "</key>"), std::string::npos);
 
@@ -363,8 +367,7 @@ TEST_F(IntegrationCenterTest, UnreadableDatabaseIsMovedAsideKeptAndTheUserTold) 
         }
         ASSERT_EQ(setAside.size(), round + 1);
         EXPECT_NE(environment.ui.alerts()[0].informativeText.find(setAside.back().string()), std::string::npos);
-        std::ifstream kept(setAside.back());
-        EXPECT_EQ(std::string((std::istreambuf_iterator<char>(kept)), std::istreambuf_iterator<char>()), garbage);
+        EXPECT_EQ(contents(setAside.back()), garbage);
     }
 
     auto account = accountWithTree("Client A");
@@ -435,9 +438,7 @@ TEST_F(IntegrationCenterTest, AFailedSaveIsToldOnceKeepsTheTimeAndIsRetriedUntil
     EXPECT_EQ(environment.ui.alerts()[0].messageText, "Norvo cannot save “Integrations.edb”.");
     EXPECT_EQ(top(account, 1)->time(), 7300u);
     // The old file stands whole while nothing new fits.
-    std::string bytes;
-    ASSERT_TRUE(ZVPaths::readFile(databasePath(), bytes));
-    EXPECT_NE(bytes.find("<integer>60</integer>"), std::string::npos);
+    EXPECT_NE(contents(databasePath()).find("<integer>60</integer>"), std::string::npos);
 
     environment.timers.advance(ZVFileProblemAlerts::retryInterval);
     center().waitUntilSaved();
@@ -526,8 +527,7 @@ TEST_F(IntegrationCenterTest, AnAccountThatFailedToLoadKeepsItsEntryByteForByte)
                                             ZVArray{ZVDictionary{{"KDIntegrationProjectName", "Orphan"},
                                                                  {"KDIntegrationProjectIsSelected", true}}}}}}});
     const auto bytesOfFuture = [this] {
-        std::string bytes;
-        EXPECT_TRUE(ZVPaths::readFile(databasePath(), bytes));
+        const std::string bytes = contents(databasePath());
         const auto ranges = ZVPropertyList::dictionaryEntryRanges(bytes);
         EXPECT_TRUE(ranges && ranges->contains("future"));
         if (!ranges || !ranges->contains("future")) return std::string();
@@ -751,10 +751,6 @@ TEST_F(IntegrationCenterTest, ReadingInTheBackgroundWritesNothingUntilTheAccount
     local->addProject(ZVIntegrationProject::create("Writing", "local-w"));
     const std::string files[] = {databasePath(), databasePath() + ".journal", environment.home.preferencesFile()};
     std::map<std::string, std::string> before;
-    auto contents = [](const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
-        return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    };
     for (const std::string& file : files) before[file] = contents(file);
     ASSERT_FALSE(before[databasePath()].empty());
 

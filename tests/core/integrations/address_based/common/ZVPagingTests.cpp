@@ -107,7 +107,7 @@ TEST(TokenPaging, APageThatComesBackUnderANewTokenEndsWithAnError) {
     EXPECT_TRUE(log.contains("Page 2 repeats page 1; paging ends")) << log.joined();
 }
 
-TEST(OffsetPaging, StartsEachPageAfterTheItemsReceived) {
+TEST(OffsetPaging, StartsEachPageAfterTheItemsReceivedUntilTheLastOrAnEmptyPage) {
     // The server sends fewer than asked for; the next page starts after what came.
     std::vector<std::size_t> starts;
     const std::vector<OffsetPage> pages = {{50, false}, {30, false}, {2, true}};
@@ -116,10 +116,8 @@ TEST(OffsetPaging, StartsEachPageAfterTheItemsReceived) {
         return pages.at(starts.size() - 1);
     });
     EXPECT_EQ(starts, (std::vector<std::size_t>{0, 50, 80}));
-}
-
-TEST(OffsetPaging, AnEmptyPageEndsAPagingThatNeverSaysLast) {
-    std::vector<std::size_t> starts;
+    // An empty page ends a paging that never says it is the last.
+    starts.clear();
     ZVPaging::walkOffsetPages([&](std::size_t startAt) {
         starts.push_back(startAt);
         return OffsetPage{startAt < 100 ? 50u : 0u, false};

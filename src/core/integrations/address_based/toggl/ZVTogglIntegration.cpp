@@ -16,6 +16,7 @@
 namespace toggl {
 namespace {
 constexpr const char* apiPath = "/api/v9/";
+constexpr const char* profilePageURL = "https://track.toggl.com/profile";
 constexpr const char* workspacesSuffix = "me/workspaces";
 // The most projects the service hands out in one page; it gives 151 unasked.
 constexpr std::size_t projectPageSize = 200;
@@ -31,8 +32,8 @@ std::optional<ZVCredentialPresentation> ZVTogglIntegration::credentialPresentati
         ZVLocalizedString("The API token at the bottom of your Toggl Track profile page"),
         {},
         ZVLocalizedString("API token"),
-        {},
-        {},
+        ZVLocalizedString("Open the Profile Page"),
+        toggl::profilePageURL,
         {}};
 }
 

@@ -29,24 +29,33 @@ void serveJSON(FakeServer& server, const std::string& suffix, const nlohmann::js
 /// Two workspaces with a project of active tasks each; with a bad record, a
 /// project without a name.
 void serveToggl(FakeServer& server, bool withBadRecord) {
-    serveJSON(server, "me/workspaces", {{{"id", 10}, {"name", "Acme"}}, {{"id", 11}, {"name", "Side projects"}}});
+    serveJSON(server, "me/workspaces",
+              {{{"id", 10}, {"name", "Acme"}}, {{"id", 11}, {"name", "Side projects"}}});
     auto projects = nlohmann::json::array({record(100, "Website", 10)});
     if (withBadRecord) projects.push_back({{"id", 102}, {"workspace_id", 10}});
     serveJSON(server, "workspaces/10/projects", projects);
-    serveJSON(server, "workspaces/10/projects/100/tasks", {task(1001, "Design", 10, 100), task(1002, "Build", 10, 100)});
+    serveJSON(server, "workspaces/10/projects/100/tasks",
+              {task(1001, "Design", 10, 100), task(1002, "Build", 10, 100)});
     serveJSON(server, "workspaces/11/projects", {record(200, "Garden", 11)});
     serveJSON(server, "workspaces/11/projects/200/tasks", {task(2001, "Weeding", 11, 200)});
-    server.route("POST", api + "workspaces/10/time_entries",
-                 FakeResponse::json(R"({"id": 4242, "workspace_id": 10, "project_id": 100, "task_id": 1001,
+    server.route(
+        "POST", api + "workspaces/10/time_entries",
+        FakeResponse::json(R"({"id": 4242, "workspace_id": 10, "project_id": 100, "task_id": 1001,
                                         "duration": 5400, "description": "Review"})"));
 }
 
 const bool scenario = ServiceScenarios::add("Norvo.ZVTogglIntegration", [] {
     return ServiceScenario{
         .serve = serveToggl,
-        .tree = "Acme [10|-|-]\n  Website [10|100|-]\n    Design [10|100|1001]\n    Build [10|100|1002]\n"
-                "Side projects [11|-|-]\n  Garden [11|200|-]\n    Weeding [11|200|2001]\n",
-        .posted = {.projectID = "10", .subprojectID = "100", .additionalID = "1001", .seconds = 5400, .title = "Review"},
+        .tree =
+            "Acme [10|-|-]\n  Website [10|100|-]\n    Design [10|100|1001]\n    Build "
+            "[10|100|1002]\n"
+            "Side projects [11|-|-]\n  Garden [11|200|-]\n    Weeding [11|200|2001]\n",
+        .posted = {.projectID = "10",
+                   .subprojectID = "100",
+                   .additionalID = "1001",
+                   .seconds = 5400,
+                   .title = "Review"},
         .postPath = api + "workspaces/10/time_entries",
         .postMembers = {{"workspace_id", "10"},
                         {"project_id", "100"},
@@ -66,37 +75,35 @@ protected:
 };
 
 TEST_F(TogglTests, ProjectsWithoutActiveTasksAndWorkspacesWithoutThemAreLeftOut) {
-    serveJSON(server, "workspaces/10/projects", {record(100, "Website", 10), record(101, "Archive", 10)});
+    serveJSON(server, "workspaces/10/projects",
+              {record(100, "Website", 10), record(101, "Archive", 10)});
     serveJSON(server, "workspaces/10/projects/100/tasks",
-              {task(1001, "Design", 10, 100), task(1003, "Old report", 10, 100, false), {{"id", 1004}}});
+              {task(1001, "Design", 10, 100),
+               task(1003, "Old report", 10, 100, false),
+               {{"id", 1004}, {"active", true}}});
     server.route("GET", api + "workspaces/10/projects/101/tasks", FakeResponse::json("null"));
     serveJSON(server, "workspaces/11/projects/200/tasks", {task(2001, "Weeding", 11, 200, false)});
 
     EXPECT_EQ(treeDescription(makeAccount<Toggl>()->loadRemoteProjects()),
               "Acme [10|-|-]\n  Website [10|100|-]\n    Design [10|100|1001]\n");
-    for (const char* line : {"Missing task name or ID", "Skipping project Archive since it contains no tasks.",
+    for (const char* line : {"Missing task name or ID {\"active\":true,\"id\":1004}",
+                             "Skipping project Archive since it contains no tasks.",
                              "Skipping project Garden since it contains no tasks.",
                              "Skipping workspace Side projects since it contains no projects."})
         EXPECT_TRUE(log.contains(line)) << line;
 }
 
-TEST_F(TogglTests, ANullListIsEmptyAndOtherShapesFailNamingTheList) {
-    const struct {
-        FakeResponse reply;
-        std::string reason;  // empty: an empty tree
-    } cases[] = {
-        {FakeResponse::json("null"), ""},
-        {FakeResponse::json(R"({"id": 10, "name": "Acme"})"), "Invalid data type received for me/workspaces"},
-        {FakeResponse{200, "<html>Sign in</html>", "text/html"}, "Invalid data received for me/workspaces."},
-    };
+TEST_F(TogglTests, AListOfAnotherShapeFailsNamingTheList) {
+    const std::pair<FakeResponse, std::string> cases[] = {
+        {FakeResponse::json(R"({"id": 10, "name": "Acme"})"),
+         "Invalid data type received for me/workspaces"},
+        {FakeResponse{200, "<html>Sign in</html>", "text/html"},
+         "Invalid data received for me/workspaces."}};
     auto account = makeAccount<Toggl>();
     for (const auto& c : cases) {
-        server.route("GET", api + "me/workspaces", c.reply);
-        if (c.reason.empty()) {
-            EXPECT_TRUE(account->loadRemoteProjects().empty());
-        } else {
-            EXPECT_TRUE(throwsFailureReason([&] { account->loadRemoteProjects(); }, c.reason)) << c.reply.body;
-        }
+        server.route("GET", api + "me/workspaces", c.first);
+        EXPECT_TRUE(throwsFailureReason([&] { account->loadRemoteProjects(); }, c.second))
+            << c.first.body;
     }
     EXPECT_TRUE(log.contains("Can't cast obj to array {\"id\":10,\"name\":\"Acme\"}"));
 }
@@ -104,11 +111,13 @@ TEST_F(TogglTests, ANullListIsEmptyAndOtherShapesFailNamingTheList) {
 TEST_F(TogglTests, ProjectsComeInFullPagesOfActiveOnesAndEveryRequestCarriesTheTokenAsUserName) {
     nlohmann::json fullPage = nlohmann::json::array();
     for (int id = 1; id <= 200; ++id) fullPage.push_back(record(300 + id, "Bulk", 11));
-    server.routeSequence("GET", api + "workspaces/11/projects",
-                         {FakeResponse::json(fullPage.dump()),
-                          FakeResponse::json(nlohmann::json::array({record(200, "Garden", 11)}).dump())});
+    server.routeSequence(
+        "GET", api + "workspaces/11/projects",
+        {FakeResponse::json(fullPage.dump()),
+         FakeResponse::json(nlohmann::json::array({record(200, "Garden", 11)}).dump())});
     const auto tree = makeAccount<Toggl>()->loadRemoteProjects();
-    EXPECT_EQ(treeDescription({tree.at(1)}), "Side projects [11|-|-]\n  Garden [11|200|-]\n    Weeding [11|200|2001]\n");
+    EXPECT_EQ(treeDescription({tree.at(1)}),
+              "Side projects [11|-|-]\n  Garden [11|200|-]\n    Weeding [11|200|2001]\n");
 
     const auto pages = server.requests(api + "workspaces/11/projects");
     ASSERT_EQ(pages.size(), 2u) << requestSummary(server.requests());
@@ -118,7 +127,9 @@ TEST_F(TogglTests, ProjectsComeInFullPagesOfActiveOnesAndEveryRequestCarriesTheT
         EXPECT_EQ(pages[page].queryValue("active"), "true");
     }
     for (const auto& request : server.requests())
-        EXPECT_EQ(request.header("Authorization"), basicAuthorization(credentials.apiToken, "api_token")) << request.target;
+        EXPECT_EQ(request.header("Authorization"),
+                  basicAuthorization(credentials.apiToken, "api_token"))
+            << request.target;
 }
 
 TEST_F(TogglTests, APostStartsItsTimeAgoAndSendsTheNoteAsWritten) {
@@ -140,21 +151,11 @@ TEST_F(TogglTests, APostStartsItsTimeAgoAndSendsTheNoteAsWritten) {
         EXPECT_EQ(body["duration"], 1800);
     }
     // An answer without the new entry's id is no success.
-    server.route("POST", api + "workspaces/10/time_entries", FakeResponse::json(R"({"data": null})"));
+    server.route("POST", api + "workspaces/10/time_entries",
+                 FakeResponse::json(R"({"data": null})"));
     auto node = trackedProject(account, "Design", "10", "100", 60);
     node->setAdditionalID("1001");
     EXPECT_TRUE(throwsGenericPostingError([&] { account->postTime(*node); }));
-}
-
-TEST_F(TogglTests, AnAccountStoredUnderTheOldClassNameKeepsItsTime) {
-    auto stored = makeAccount<Toggl>();
-    stored->addProject(trackedProject(stored, "Acme", "10", std::nullopt, 600));
-    ZVDictionary dictionary = stored->dictionaryRepresentation();
-    dictionary["KDIntegrationClass"] = std::string("KDTogglIntegration");
-    const auto old = std::dynamic_pointer_cast<Toggl>(ZVIntegration::integrationWithDictionary(dictionary));
-    ASSERT_TRUE(old);
-    EXPECT_EQ(old->availableProjects().at(0)->time(), 600u);
-    EXPECT_EQ(old->accountIdentifier(), host);
 }
 
 }  // namespace

@@ -37,7 +37,8 @@ std::optional<ZVCredentialPresentation> ZVTogglIntegration::credentialPresentati
         {}};
 }
 
-std::vector<nlohmann::json> ZVTogglIntegration::_loadDataWithURLSuffix(const std::string& suffix, bool paged) {
+std::vector<nlohmann::json> ZVTogglIntegration::_loadDataWithURLSuffix(const std::string& suffix,
+                                                                       bool paged) {
     std::vector<nlohmann::json> all;
     ZVPaging::Guard guard;
     for (std::size_t page = 1;; ++page) {
@@ -51,10 +52,13 @@ std::vector<nlohmann::json> ZVTogglIntegration::_loadDataWithURLSuffix(const std
         const ZVServiceReply reply = send(request);
         if (reply.body == "null") return all;
         const auto list = reply.json();
-        if (!list) throw ZVIntegrationErrorWithFailureReason(ZVLocalizedFormat("Invalid data received for %@.", {suffix}));
+        if (!list)
+            throw ZVIntegrationErrorWithFailureReason(
+                ZVLocalizedFormat("Invalid data received for %@.", {suffix}));
         if (!list->is_array()) {
             ZVLog([&] { return "Can't cast obj to array " + list->dump(); });
-            throw ZVIntegrationErrorWithFailureReason(ZVLocalizedFormat("Invalid data type received for %@", {suffix}));
+            throw ZVIntegrationErrorWithFailureReason(
+                ZVLocalizedFormat("Invalid data type received for %@", {suffix}));
         }
         if (list->empty()) return all;
         guard.notePage(ZVPaging::arrayFingerprint(*list));
@@ -67,32 +71,44 @@ ZVIntegration::ProjectList ZVTogglIntegration::loadRemoteProjects() {
     const auto self = shared_from_this();
     ProjectList workspaces;
     for (const auto& workspaceRecord :
-         ZVListing::records(_loadDataWithURLSuffix(toggl::workspacesSuffix), {}, "Missing workspace name or ID")) {
+         ZVListing::records(_loadDataWithURLSuffix(toggl::workspacesSuffix), {},
+                            "Missing workspace name or ID ")) {
         auto workspace = ZVIntegrationProject::create(workspaceRecord.name, workspaceRecord.id);
         workspace->setIntegration(self);
         for (const auto& projectRecord :
-             ZVListing::records(_loadDataWithURLSuffix(toggl::workspaceSuffix(workspaceRecord.id, "projects"), true),
-                                {}, "Missing project name or ID")) {
-            auto project = ZVIntegrationProject::create(projectRecord.name, workspaceRecord.id, projectRecord.id);
+             ZVListing::records(_loadDataWithURLSuffix(
+                                    toggl::workspaceSuffix(workspaceRecord.id, "projects"), true),
+                                {}, "Missing project name or ID ")) {
+            auto project = ZVIntegrationProject::create(projectRecord.name, workspaceRecord.id,
+                                                        projectRecord.id);
             project->setIntegration(self);
-            auto tasks = _loadDataWithURLSuffix(
-                toggl::workspaceSuffix(workspaceRecord.id, "projects/" + projectRecord.id + "/tasks"));
+            auto tasks = _loadDataWithURLSuffix(toggl::workspaceSuffix(
+                workspaceRecord.id, "projects/" + projectRecord.id + "/tasks"));
             // A finished task takes no more time.
-            std::erase_if(tasks, [](const nlohmann::json& task) { return !ZVJSON::boolean(task, "active"); });
-            for (const auto& taskRecord : ZVListing::records(tasks, {}, "Missing task name or ID")) {
-                auto task = ZVIntegrationProject::create(taskRecord.name, workspaceRecord.id, projectRecord.id);
+            std::erase_if(
+                tasks, [](const nlohmann::json& task) { return !ZVJSON::boolean(task, "active"); });
+            for (const auto& taskRecord :
+                 ZVListing::records(tasks, {}, "Missing task name or ID ")) {
+                auto task = ZVIntegrationProject::create(taskRecord.name, workspaceRecord.id,
+                                                         projectRecord.id);
                 task->setAdditionalID(taskRecord.id);
                 task->setIntegration(self);
                 project->addSubproject(std::move(task));
             }
             if (!project->hasSubprojects()) {
-                ZVLog([&] { return "Skipping project " + projectRecord.name + " since it contains no tasks."; });
+                ZVLog([&] {
+                    return "Skipping project " + projectRecord.name +
+                           " since it contains no tasks.";
+                });
                 continue;
             }
             workspace->addSubproject(std::move(project));
         }
         if (!workspace->hasSubprojects()) {
-            ZVLog([&] { return "Skipping workspace " + workspaceRecord.name + " since it contains no projects."; });
+            ZVLog([&] {
+                return "Skipping workspace " + workspaceRecord.name +
+                       " since it contains no projects.";
+            });
             continue;
         }
         workspaces.push_back(std::move(workspace));
@@ -107,13 +123,14 @@ void ZVTogglIntegration::postTime(ZVIntegrationProject& project) {
         {"workspace_id", ZVPostingText::numericID(project.projectID())},
         {"project_id", ZVPostingText::numericID(project.subprojectID())},
         {"task_id", ZVPostingText::numericID(project.additionalID())},
-        {"start", ZVPostingText::dateTime(now - static_cast<std::time_t>(seconds), ZVPostingText::Zone::colonOffset)},
+        {"start", ZVPostingText::dateTime(now - static_cast<std::time_t>(seconds),
+                                          ZVPostingText::Zone::colonOffset)},
         {"duration", seconds},
         // The user's words go out as written: "%@" stays, unlike at other services.
         {"description", ZVPostingText::title(project, "%@")},
         {"created_with", "Norvo"}};
-    const auto reply = sendForJSON(
-        ZVServiceRequest::postJSON(toggl::apiPath + toggl::workspaceSuffix(project.projectID(), "time_entries"), entry));
+    const auto reply = sendForJSON(ZVServiceRequest::postJSON(
+        toggl::apiPath + toggl::workspaceSuffix(project.projectID(), "time_entries"), entry));
     ZVLog([&] { return "Response " + reply.dump(); });
     ZVPostingText::requireValue(reply, "id");
 }

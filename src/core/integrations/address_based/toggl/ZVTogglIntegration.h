@@ -31,5 +31,6 @@ private:
     /// Every record of the list at `suffix` (below the interface's path),
     /// page by page where `paged`. The text "null" is the service's empty
     /// list; any other reply that is no array of records fails the sync.
-    std::vector<nlohmann::json> _loadDataWithURLSuffix(const std::string& suffix, bool paged = false);
+    std::vector<nlohmann::json> _loadDataWithURLSuffix(const std::string& suffix,
+                                                       bool paged = false);
 };

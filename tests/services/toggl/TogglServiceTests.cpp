@@ -22,22 +22,24 @@ nlohmann::json task(int id, const char* name, int workspaceID, int projectID, bo
     return task;
 }
 
-void serveJSON(FakeServer& server, const std::string& suffix, const nlohmann::json& body) {
-    server.route("GET", api + suffix, FakeResponse::json(body.dump()));
+/// A list as the service gives it: a bare array of records.
+void serveList(FakeServer& server, const std::string& suffix,
+               const std::vector<nlohmann::json>& records) {
+    server.route("GET", api + suffix, FakeResponse::json(nlohmann::json(records).dump()));
 }
 
 /// Two workspaces with a project of active tasks each; with a bad record, a
 /// project without a name.
 void serveToggl(FakeServer& server, bool withBadRecord) {
-    serveJSON(server, "me/workspaces",
+    serveList(server, "me/workspaces",
               {{{"id", 10}, {"name", "Acme"}}, {{"id", 11}, {"name", "Side projects"}}});
-    auto projects = nlohmann::json::array({record(100, "Website", 10)});
+    std::vector<nlohmann::json> projects{record(100, "Website", 10)};
     if (withBadRecord) projects.push_back({{"id", 102}, {"workspace_id", 10}});
-    serveJSON(server, "workspaces/10/projects", projects);
-    serveJSON(server, "workspaces/10/projects/100/tasks",
+    serveList(server, "workspaces/10/projects", projects);
+    serveList(server, "workspaces/10/projects/100/tasks",
               {task(1001, "Design", 10, 100), task(1002, "Build", 10, 100)});
-    serveJSON(server, "workspaces/11/projects", {record(200, "Garden", 11)});
-    serveJSON(server, "workspaces/11/projects/200/tasks", {task(2001, "Weeding", 11, 200)});
+    serveList(server, "workspaces/11/projects", {record(200, "Garden", 11)});
+    serveList(server, "workspaces/11/projects/200/tasks", {task(2001, "Weeding", 11, 200)});
     server.route(
         "POST", api + "workspaces/10/time_entries",
         FakeResponse::json(R"({"id": 4242, "workspace_id": 10, "project_id": 100, "task_id": 1001,
@@ -75,14 +77,14 @@ protected:
 };
 
 TEST_F(TogglTests, ProjectsWithoutActiveTasksAndWorkspacesWithoutThemAreLeftOut) {
-    serveJSON(server, "workspaces/10/projects",
+    serveList(server, "workspaces/10/projects",
               {record(100, "Website", 10), record(101, "Archive", 10)});
-    serveJSON(server, "workspaces/10/projects/100/tasks",
+    serveList(server, "workspaces/10/projects/100/tasks",
               {task(1001, "Design", 10, 100),
                task(1003, "Old report", 10, 100, false),
                {{"id", 1004}, {"active", true}}});
     server.route("GET", api + "workspaces/10/projects/101/tasks", FakeResponse::json("null"));
-    serveJSON(server, "workspaces/11/projects/200/tasks", {task(2001, "Weeding", 11, 200, false)});
+    serveList(server, "workspaces/11/projects/200/tasks", {task(2001, "Weeding", 11, 200, false)});
 
     EXPECT_EQ(treeDescription(makeAccount<Toggl>()->loadRemoteProjects()),
               "Acme [10|-|-]\n  Website [10|100|-]\n    Design [10|100|1001]\n");
@@ -110,11 +112,15 @@ TEST_F(TogglTests, AListOfAnotherShapeFailsNamingTheList) {
 
 TEST_F(TogglTests, ProjectsComeInFullPagesOfActiveOnesAndEveryRequestCarriesTheTokenAsUserName) {
     nlohmann::json fullPage = nlohmann::json::array();
-    for (int id = 1; id <= 200; ++id) fullPage.push_back(record(300 + id, "Bulk", 11));
+    for (int id = 1; id <= 200; ++id) fullPage.push_back(record(3000 + id, "Bulk", 11));
     server.routeSequence(
         "GET", api + "workspaces/11/projects",
         {FakeResponse::json(fullPage.dump()),
          FakeResponse::json(nlohmann::json::array({record(200, "Garden", 11)}).dump())});
+    server.intercept([](const FakeRequest& request) -> std::optional<FakeResponse> {
+        if (request.path.find("/projects/3") == std::string::npos) return std::nullopt;
+        return FakeResponse::json("null");
+    });
     const auto tree = makeAccount<Toggl>()->loadRemoteProjects();
     EXPECT_EQ(treeDescription({tree.at(1)}),
               "Side projects [11|-|-]\n  Garden [11|200|-]\n    Weeding [11|200|2001]\n");

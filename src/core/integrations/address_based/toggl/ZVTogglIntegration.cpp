@@ -31,7 +31,7 @@ std::optional<ZVCredentialPresentation> ZVTogglIntegration::credentialPresentati
     return ZVCredentialPresentation{
         ZVLocalizedString("The API token at the bottom of your Toggl Track profile page"),
         {},
-        ZVLocalizedString("API token"),
+        {},
         ZVLocalizedString("Open the Profile Page"),
         toggl::profilePageURL,
         {}};

@@ -11,15 +11,9 @@ using Toggl = ZVTogglIntegration;
 const std::string host = "api.track.toggl.com";
 const std::string api = "/api/v9/";
 
-nlohmann::json record(int id, const char* name, int workspaceID) {
-    return {{"id", id}, {"name", name}, {"workspace_id", workspaceID}, {"active", true}};
-}
-
-nlohmann::json task(int id, const char* name, int workspaceID, int projectID, bool active = true) {
-    auto task = record(id, name, workspaceID);
-    task["project_id"] = projectID;
-    task["active"] = active;
-    return task;
+/// A workspace, project or task as the service lists it; only tasks are ever inactive here.
+nlohmann::json record(int id, const char* name, bool active = true) {
+    return {{"id", id}, {"name", name}, {"active", active}};
 }
 
 /// A list as the service gives it: a bare array of records.
@@ -31,15 +25,14 @@ void serveList(FakeServer& server, const std::string& suffix,
 /// Two workspaces with a project of active tasks each; with a bad record, a
 /// project without a name.
 void serveToggl(FakeServer& server, bool withBadRecord) {
-    serveList(server, "me/workspaces",
-              {{{"id", 10}, {"name", "Acme"}}, {{"id", 11}, {"name", "Side projects"}}});
-    std::vector<nlohmann::json> projects{record(100, "Website", 10)};
-    if (withBadRecord) projects.push_back({{"id", 102}, {"workspace_id", 10}});
+    serveList(server, "me/workspaces", {record(10, "Acme"), record(11, "Side projects")});
+    std::vector<nlohmann::json> projects{record(100, "Website")};
+    if (withBadRecord) projects.push_back({{"id", 102}});
     serveList(server, "workspaces/10/projects", projects);
     serveList(server, "workspaces/10/projects/100/tasks",
-              {task(1001, "Design", 10, 100), task(1002, "Build", 10, 100)});
-    serveList(server, "workspaces/11/projects", {record(200, "Garden", 11)});
-    serveList(server, "workspaces/11/projects/200/tasks", {task(2001, "Weeding", 11, 200)});
+              {record(1001, "Design"), record(1002, "Build")});
+    serveList(server, "workspaces/11/projects", {record(200, "Garden")});
+    serveList(server, "workspaces/11/projects/200/tasks", {record(2001, "Weeding")});
     server.route(
         "POST", api + "workspaces/10/time_entries",
         FakeResponse::json(R"({"id": 4242, "workspace_id": 10, "project_id": 100, "task_id": 1001,
@@ -77,14 +70,13 @@ protected:
 };
 
 TEST_F(TogglTests, ProjectsWithoutActiveTasksAndWorkspacesWithoutThemAreLeftOut) {
-    serveList(server, "workspaces/10/projects",
-              {record(100, "Website", 10), record(101, "Archive", 10)});
+    serveList(server, "workspaces/10/projects", {record(100, "Website"), record(101, "Archive")});
     serveList(server, "workspaces/10/projects/100/tasks",
-              {task(1001, "Design", 10, 100),
-               task(1003, "Old report", 10, 100, false),
+              {record(1001, "Design"),
+               record(1003, "Old report", false),
                {{"id", 1004}, {"active", true}}});
     server.route("GET", api + "workspaces/10/projects/101/tasks", FakeResponse::json("null"));
-    serveList(server, "workspaces/11/projects/200/tasks", {task(2001, "Weeding", 11, 200, false)});
+    serveList(server, "workspaces/11/projects/200/tasks", {record(2001, "Weeding", false)});
 
     EXPECT_EQ(treeDescription(makeAccount<Toggl>()->loadRemoteProjects()),
               "Acme [10|-|-]\n  Website [10|100|-]\n    Design [10|100|1001]\n");
@@ -112,11 +104,11 @@ TEST_F(TogglTests, AListOfAnotherShapeFailsNamingTheList) {
 
 TEST_F(TogglTests, ProjectsComeInFullPagesOfActiveOnesAndEveryRequestCarriesTheTokenAsUserName) {
     nlohmann::json fullPage = nlohmann::json::array();
-    for (int id = 1; id <= 200; ++id) fullPage.push_back(record(3000 + id, "Bulk", 11));
+    for (int id = 1; id <= 200; ++id) fullPage.push_back(record(3000 + id, "Bulk"));
     server.routeSequence(
         "GET", api + "workspaces/11/projects",
         {FakeResponse::json(fullPage.dump()),
-         FakeResponse::json(nlohmann::json::array({record(200, "Garden", 11)}).dump())});
+         FakeResponse::json(nlohmann::json::array({record(200, "Garden")}).dump())});
     server.intercept([](const FakeRequest& request) -> std::optional<FakeResponse> {
         if (request.path.find("/projects/3") == std::string::npos) return std::nullopt;
         return FakeResponse::json("null");

@@ -25,6 +25,7 @@
 #include "core/integrations/address_based/targetprocess/ZVTargetProcessIntegration.h"
 #include "core/integrations/address_based/teambox/ZVTeamboxIntegration.h"
 #include "core/integrations/address_based/teamworkpm/ZVTeamworkPMIntegration.h"
+#include "core/integrations/address_based/toggl/ZVTogglIntegration.h"
 #include "core/integrations/address_based/tsheets/ZVTSheetsIntegration.h"
 
 namespace {
@@ -407,6 +408,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .sslSupport = SSL::mandatory,
         .hasHardcodedAddress = true,
         .setupViewName = "Assembla",
+        .make = built<ZVTogglIntegration>(),
     },
     {
         .className = "Norvo.ZVTriggerAppIntegration",

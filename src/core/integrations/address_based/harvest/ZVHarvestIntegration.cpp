@@ -47,7 +47,7 @@ std::optional<ZVCredentialPresentation> ZVHarvestIntegration::credentialPresenta
                                   "and enter it with the account ID shown there."),
         .usernameLabel = usernameLabel(),
         .secretLabel = ZVLocalizedString("Personal access token"),
-        .linkTitle = ZVLocalizedString("Create a Token"),
+        .linkTitle = ZVLocalizedString("Create a Token..."),
         .linkURL = harvest::developersURL};
 }
 

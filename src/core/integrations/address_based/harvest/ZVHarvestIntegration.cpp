@@ -42,9 +42,8 @@ const std::vector<ZVIntegrationSetting>& ZVHarvestIntegration::settings() const 
 
 std::optional<ZVCredentialPresentation> ZVHarvestIntegration::credentialPresentation() const {
     return ZVCredentialPresentation{
-        .hint = ZVLocalizedString("Harvest closed its sign-in with e-mail and password in 2019. "
-                                  "Create a personal access token under Developers in Harvest ID "
-                                  "and enter it with the account ID shown there."),
+        .hint = ZVLocalizedString("Harvest closed sign-in by password in 2019. Use a personal "
+                                  "access token and the account ID from Developers in Harvest ID."),
         .usernameLabel = usernameLabel(),
         .secretLabel = ZVLocalizedString("Personal access token"),
         .linkTitle = ZVLocalizedString("Create a Token..."),

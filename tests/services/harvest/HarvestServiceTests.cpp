@@ -73,7 +73,12 @@ const bool scenario = ServiceScenarios::add("Norvo.ZVHarvestIntegration", [] {
 
 class HarvestTests : public ServiceTestCase {
 protected:
-    std::shared_ptr<Harvest> account() { return makeAccount<Harvest>({{Harvest::accountIDKey, accountID}}); }
+    /// An account at the fake, which answers the https that the service always speaks.
+    std::shared_ptr<Harvest> account() {
+        auto made = makeAccount<Harvest>({{Harvest::accountIDKey, accountID}});
+        redirectServiceHost(*made);
+        return made;
+    }
 };
 
 TEST_F(HarvestTests, AssignmentsFollowTheNextLinkAndEveryRequestNamesTheAccountAndTheUser) {

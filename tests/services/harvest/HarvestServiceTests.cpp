@@ -83,16 +83,17 @@ protected:
 
 TEST_F(HarvestTests, AssignmentsFollowTheNextLinkAndEveryRequestNamesTheAccountAndTheUser) {
     serveHarvest(server, false);
+    auto harvest = account();
     FakeQueryRoutes routes(server, "GET", assignmentsPath);
     routes.add({{"cursor", "p2"}},
                assignmentsPage({projectAssignment(3, "Intranet", {taskAssignment(31, "Old", false),
                                                                   taskAssignment(32, "Support")}),
                                 projectAssignment(4, "Sales", {})}));
     routes.add({}, assignmentsPage({projectAssignment(1, "Audit", {taskAssignment(11, "Fieldwork")})},
-                                   server.url(assignmentsPath + "?cursor=p2&per_page=2000")));
+                                   harvest->serviceBaseURL() + assignmentsPath + "?cursor=p2&per_page=2000"));
 
     // An archived task is left out; a project without tasks stays.
-    EXPECT_EQ(treeDescription(account()->loadRemoteProjects()),
+    EXPECT_EQ(treeDescription(harvest->loadRemoteProjects()),
               "Audit [1|-|-]\n  Fieldwork [1|11|-]\nIntranet [3|-|-]\n  Support [3|32|-]\nSales [4|-|-]\n");
     EXPECT_TRUE(log.contains("Skipping archived task assignment "));
     const auto asked = server.requests(assignmentsPath);

@@ -55,8 +55,10 @@ protected:
             made->setAddress(reachable ? serverAddress() : deadAddress());
             made->setSSLEnabled(false);
         }
-        // A service whose interface lives on its own host, whatever the address.
-        if (made->hasHardcodedAddress() || made->serviceBaseURL() != made->baseURL())
+        // A service whose interface lives on its own host, whatever the address,
+        // or that speaks only https to the address, which the plain fake is sent for.
+        if (made->hasHardcodedAddress() || made->serviceBaseURL() != made->baseURL() ||
+            made->SSLSupport() == ZVSSLSupport::mandatory)
             redirectServiceHost(*made, !reachable);
         storeCredentials(*made);
         ZVDictionary dictionary = made->dictionaryRepresentation();

@@ -16,6 +16,7 @@
 #include "core/integrations/address_based/attask/ZVAtTaskIntegration.h"
 #include "core/integrations/address_based/freeagent/ZVFreeAgentIntegration.h"
 #include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
+#include "core/integrations/address_based/harvest/ZVHarvestIntegration.h"
 #include "core/integrations/address_based/jira/ZVJIRAIntegration.h"
 #include "core/integrations/address_based/kashflow/ZVKashflowIntegration.h"
 #include "core/integrations/address_based/liquidplanner/ZVLiquidPlannerIntegration.h"
@@ -195,6 +196,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .authenticationType = Auth::usernamePassword,
         .sslSupport = SSL::mandatory,
         .usernameLabel = ZVLocalizable("Email"),
+        .make = built<ZVHarvestIntegration>(),
     },
     {
         .className = "Norvo.ZVIntervalsIntegration",

@@ -1,5 +1,7 @@
 #include "ZVXML.h"
 
+#include <sstream>
+
 std::optional<ZVXMLDocument> ZVXMLDocument::parse(const std::string& text) {
     auto document = std::make_shared<pugi::xml_document>();
     auto result = document->load_buffer(text.data(), text.size());
@@ -26,6 +28,12 @@ std::vector<pugi::xml_node> ZVXMLDocument::nodes(const pugi::xml_node& context, 
     } catch (const pugi::xpath_exception&) {
     }
     return result;
+}
+
+std::string ZVXMLDocument::printed(const pugi::xml_node& node) {
+    std::ostringstream text;
+    node.print(text, "", pugi::format_raw);
+    return text.str();
 }
 
 std::optional<std::string> ZVXMLDocument::string(const pugi::xml_node& context, const std::string& xpath) {

@@ -24,6 +24,8 @@ public:
     /// The same, evaluated against a node.
     static std::vector<pugi::xml_node> nodes(const pugi::xml_node& context, const std::string& xpath);
     static std::optional<std::string> string(const pugi::xml_node& context, const std::string& xpath);
+    /// The node written out on one line, as the logs quote a record.
+    static std::string printed(const pugi::xml_node& node);
 
 private:
     std::shared_ptr<pugi::xml_document> _document;

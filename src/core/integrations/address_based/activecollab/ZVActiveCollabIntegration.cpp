@@ -20,11 +20,7 @@ constexpr const char* userPath = "/info";
 constexpr const char* jobTypesPath = "info/job-types";
 constexpr const char* projectsPath = "projects";
 
-std::string described(const pugi::xml_node& node) {
-    std::ostringstream text;
-    node.print(text, "", pugi::format_raw);
-    return text.str();
-}
+std::string described(const pugi::xml_node& node) { return ZVXMLDocument::printed(node); }
 
 std::string described(const ZVXMLDocument& document) { return described(document.root()); }
 

@@ -178,11 +178,7 @@ std::vector<ZVRecord> records(const ZVXMLDocument& document, const std::string& 
             record.parentID = parent.value_or("");
         }
         for (const auto& path : shape.otherPaths) record.others.push_back(ZVXMLDocument::string(node, path));
-        const auto describe = [&] {
-            std::ostringstream text;
-            node.print(text, "", pugi::format_raw);
-            return text.str();
-        };
+        const auto describe = [&] { return ZVXMLDocument::printed(node); };
         if (auto kept = checked(std::move(record), complete, skippedLine, describe)) result.push_back(std::move(*kept));
     }
     return result;

@@ -46,11 +46,7 @@ std::optional<std::vector<pugi::xml_node>> records(const ZVXMLDocument& document
     return children;
 }
 
-std::string describe(const pugi::xml_node& node) {
-    std::ostringstream text;
-    node.print(text, "", pugi::format_raw);
-    return text.str();
-}
+std::string describe(const pugi::xml_node& node) { return ZVXMLDocument::printed(node); }
 
 std::string twoPlaces(double value) {
     char buffer[64];

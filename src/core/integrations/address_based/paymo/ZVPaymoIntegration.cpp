@@ -29,11 +29,7 @@ constexpr const char* entriesV2Path = "/service/paymo.entries.add";
 constexpr const char* projectsPath = "/projects";
 constexpr const char* entriesPath = "/entries";
 
-std::string described(const pugi::xml_node& node) {
-    std::ostringstream text;
-    node.print(text, "", pugi::format_raw);
-    return text.str();
-}
+std::string described(const pugi::xml_node& node) { return ZVXMLDocument::printed(node); }
 
 std::string localTime(std::time_t moment) {
     std::tm parts{};

@@ -35,11 +35,7 @@ ZVPagingStyle paging() {
             .shortPageIsLast = true};
 }
 
-std::string described(const pugi::xml_node& node) {
-    std::ostringstream text;
-    node.print(text, "", pugi::format_raw);
-    return text.str();
-}
+std::string described(const pugi::xml_node& node) { return ZVXMLDocument::printed(node); }
 
 std::string lowercased(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });

@@ -107,7 +107,9 @@ bool ZVPopover::eventFilter(QObject* watched, QEvent* event) {
             return true;
         }
     }
-    if (_isShown && event->type() == QEvent::MouseButtonPress) {
+    // An alert raised over the panel (a refused authorization, say) is
+    // answered without closing the panel and losing what was typed.
+    if (_isShown && event->type() == QEvent::MouseButtonPress && !QApplication::activeModalWidget()) {
         auto* widget = qobject_cast<QWidget*>(watched);
         if (widget && !contains(widget)) clickedOutside();
     }

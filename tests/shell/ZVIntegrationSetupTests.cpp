@@ -6,6 +6,7 @@
 #include <QLineEdit>
 #include <QListView>
 #include <QMimeData>
+#include <QMessageBox>
 #include <QMouseEvent>
 #include <QPushButton>
 #include <QTabBar>
@@ -232,6 +233,15 @@ TEST_F(ZVIntegrationSetupTest, AnOAuth2AccountTakesAnApplicationOfTheUsersOwnUnd
     EXPECT_EQ(withOAuth2->ownClientCredentials().first + "/" + withOAuth2->ownClientCredentials().second, "own-client/own-secret");
     EXPECT_EQ(ZVPropertyList::writeXML(ZVValue(setup.currentIntegration()->dictionaryRepresentation())).find("own-secret"),
               std::string::npos);
+    // Answering an alert over the panel, as Authorize raises, keeps the panel and what was typed.
+    QMessageBox alert(QMessageBox::Warning, u"Norvo"_s, u"Norvo could not be authorized."_s);
+    alert.setWindowModality(Qt::ApplicationModal);
+    alert.show();
+    QMouseEvent press(QEvent::MouseButtonPress, QPointF(3, 3), QPointF(3, 3), Qt::LeftButton, Qt::LeftButton,
+                      Qt::NoModifier);
+    QApplication::sendEvent(&alert, &press);
+    EXPECT_TRUE(popover().isShown());
+    alert.close();
     advanced->setChecked(false);
     EXPECT_TRUE(withOAuth2->ownClientCredentials().first.empty()) << "folding it goes back to the build's application";
 }

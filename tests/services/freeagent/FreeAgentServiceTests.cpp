@@ -124,6 +124,8 @@ TEST_F(FreeAgentAuthorizationTests, AuthorizesThroughTheBrowserAndRefreshesToken
 
     account->authorize();
     EXPECT_EQ(ui.alertMessages().back(), "Norvo has no application registered with FreeAgent.");
+    // The setup view stores the id as soon as it is typed, the secret after it.
+    account->setOwnClient("own-client", "");
     account->setOwnClient("own-client", "own-secret");
 
     // A refused code leaves the account as it was; a second try works.
@@ -135,6 +137,7 @@ TEST_F(FreeAgentAuthorizationTests, AuthorizesThroughTheBrowserAndRefreshesToken
     ASSERT_TRUE(account->hasAuthorizedAccount());
     const auto exchange = server.requests("/v2/token_endpoint").back();
     EXPECT_NE(exchange.body.find("code_verifier="), std::string::npos);
+    EXPECT_NE(exchange.body.find("client_secret=own-secret"), std::string::npos);
     EXPECT_NE(ui.openedURLs().back().find("code_challenge_method=S256"), std::string::npos);
     EXPECT_NE(ui.openedURLs().back().find("client_id=own-client"), std::string::npos);
 

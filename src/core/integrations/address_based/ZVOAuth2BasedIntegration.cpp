@@ -54,7 +54,8 @@ ZVOAuth2Client& ZVOAuth2BasedIntegration::authenticationClient() const {
     }
     ZVOAuth2Client* client = ZVOAuth2Client::client(configuration.name);
     if (!client) return ZVOAuth2Client::registerClientWithConfiguration(configuration);
-    if (client->configuration().clientID != configuration.clientID)
+    if (client->configuration().clientID != configuration.clientID ||
+        client->configuration().secret != configuration.secret)
         client->setClientCredentials(configuration.clientID, configuration.secret);
     return *client;
 }

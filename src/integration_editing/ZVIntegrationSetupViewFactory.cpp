@@ -6,10 +6,12 @@
 #include <QComboBox>
 #include <QDoubleValidator>
 #include <QFormLayout>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QStyle>
+#include <QTimer>
 #include <algorithm>
 #include <functional>
 
@@ -277,7 +279,23 @@ QWidget* ZVIntegrationSetupViewFactory::makeCredentialView(const std::shared_ptr
             auto account = weakIntegration.lock();
             if (auto* withOAuth2 = dynamic_cast<ZVIntegrationWithOAuth2*>(account.get())) withOAuth2->authorize();
         });
-        form->addRow(authorize);
+        // Whether the account holds a login; the browser answers whenever the
+        // user is done there, so the line looks again while it is shown.
+        auto* state = new QLabel();
+        state->setObjectName(QStringLiteral("authorizationStateLabel"));
+        const auto showState = [state, weakIntegration] {
+            auto* withOAuth2 = dynamic_cast<ZVIntegrationWithOAuth2*>(weakIntegration.lock().get());
+            state->setText(withOAuth2 && withOAuth2->hasAuthorizedAccount() ? ZVLocalizedQString("Authorized")
+                                                                            : ZVLocalizedQString("Not authorized yet"));
+        };
+        showState();
+        auto* look = new QTimer(state);
+        QObject::connect(look, &QTimer::timeout, state, showState);
+        look->start(500);
+        auto* row = new QHBoxLayout();
+        row->addWidget(authorize, 1);
+        row->addWidget(state);
+        form->addRow(row);
         // An application the user registered with the service, for a build
         // without one of its own or a user who prefers theirs.
         if (auto* withOAuth2 = dynamic_cast<ZVIntegrationWithOAuth2*>(integration.get())) {

@@ -107,11 +107,12 @@ bool ZVPopover::eventFilter(QObject* watched, QEvent* event) {
             return true;
         }
     }
-    // An alert raised over the panel (a refused authorization, say) is
-    // answered without closing the panel and losing what was typed.
-    if (_isShown && event->type() == QEvent::MouseButtonPress && !QApplication::activeModalWidget()) {
+    if (_isShown && event->type() == QEvent::MouseButtonPress) {
         auto* widget = qobject_cast<QWidget*>(watched);
-        if (widget && !contains(widget)) clickedOutside();
+        // An alert raised over the panel (a refused authorization, say) is
+        // answered without closing the panel and losing what was typed.
+        const bool inDialog = widget && widget->window()->windowType() == Qt::Dialog;
+        if (widget && !contains(widget) && !inDialog) clickedOutside();
     }
     return QFrame::eventFilter(watched, event);
 }

@@ -218,6 +218,9 @@ TEST_F(ZVIntegrationSetupTest, AnOAuth2AccountTakesAnApplicationOfTheUsersOwnUnd
     auto* fields = setup.setupView()->findChild<QWidget*>(u"advancedOAuth2Fields"_s);
     ASSERT_NE(fields, nullptr);
     EXPECT_TRUE(fields->isHidden()) << "folded away until asked for, taking no room";
+    auto* state = setup.setupView()->findChild<QLabel*>(u"authorizationStateLabel"_s);
+    ASSERT_NE(state, nullptr);
+    EXPECT_EQ(state->text(), u"Not authorized yet"_s);
     advanced->setChecked(true);
     EXPECT_FALSE(fields->isHidden());
     auto* withOAuth2 = dynamic_cast<ZVIntegrationWithOAuth2*>(setup.currentIntegration().get());
@@ -235,7 +238,6 @@ TEST_F(ZVIntegrationSetupTest, AnOAuth2AccountTakesAnApplicationOfTheUsersOwnUnd
               std::string::npos);
     // Answering an alert over the panel, as Authorize raises, keeps the panel and what was typed.
     QMessageBox alert(QMessageBox::Warning, u"Norvo"_s, u"Norvo could not be authorized."_s);
-    alert.setWindowModality(Qt::ApplicationModal);
     alert.show();
     QMouseEvent press(QEvent::MouseButtonPress, QPointF(3, 3), QPointF(3, 3), Qt::LeftButton, Qt::LeftButton,
                       Qt::NoModifier);

@@ -52,8 +52,8 @@ public:
     static std::string cleanedAddress(const std::string& value);
 
     std::string accountIdentifier() const override;
-    /// The service's own address: an offline computer gets no answer from it.
-    std::optional<std::string> connectionProbeURL() const override { return baseURL() + "/"; }
+    /// The host the requests go to: an offline computer gets no answer from it.
+    std::optional<std::string> connectionProbeURL() const override { return serviceBaseURL() + "/"; }
     std::string basicSetupViewNibName() const override { return "AddressBased"; }
     /// Empty when there is no address; else the base's keys plus
     /// "KDIntegrationAddress" (without a fixed host) and "KDIntegrationUseSSL".

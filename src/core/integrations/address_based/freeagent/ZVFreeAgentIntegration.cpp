@@ -37,6 +37,8 @@ std::string ZVFreeAgentIntegration::serviceBaseURL() const {
     return usesSandbox() ? "https://api.sandbox.freeagent.com" : "https://api.freeagent.com";
 }
 
+std::string ZVFreeAgentIntegration::hardcodedAddress() const { return serviceBaseURL().substr(std::string_view("https://").size()); }
+
 std::string ZVFreeAgentIntegration::authenticationIdentifier() const {
     return integrationIdentifier() + (usesSandbox() ? "_sandbox" : "");
 }

@@ -17,7 +17,7 @@ public:
     /// The top node of the projects whose contact is not listed.
     static constexpr const char* noClientAssignedID = "---KDNoClientAssignedID---";
 
-    std::string hardcodedAddress() const override { return "www.freeagent.com"; }
+    std::string hardcodedAddress() const override;
     std::string addressPlaceholder() const override { return "yourcompany.freeagent.com"; }
     /// The interface's host, or its sandbox when NORVO_FREEAGENT_SANDBOX is set.
     std::string serviceBaseURL() const override;

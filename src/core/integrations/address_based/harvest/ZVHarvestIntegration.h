@@ -26,9 +26,6 @@ public:
     /// its domain (a stored "<company>.harvestapp.com" too) reaches it there,
     /// over https; any other address is a server of the user's own.
     std::string serviceBaseURL() const override;
-    std::optional<std::string> connectionProbeURL() const override {
-        return serviceBaseURL() + "/";
-    }
     const std::vector<ZVIntegrationSetting>& settings() const override;
     std::optional<ZVCredentialPresentation> credentialPresentation() const override;
     ZVCredentialStyle credentialStyle() const override {

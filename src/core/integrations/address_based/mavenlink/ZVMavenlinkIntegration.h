@@ -9,7 +9,7 @@
 /// (tasks) below them; time goes out as a time entry on a story.
 class ZVMavenlinkIntegration : public ZVOAuth2BasedIntegration {
 public:
-    std::string hardcodedAddress() const override { return "app.mavenlink.com"; }
+    std::string hardcodedAddress() const override { return "api.mavenlink.com"; }
     /// The interface lives on a host of its own.
     std::string serviceBaseURL() const override { return "https://api.mavenlink.com"; }
     ZVOAuth2Configuration authenticationConfiguration() const override;

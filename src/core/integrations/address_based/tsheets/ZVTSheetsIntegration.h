@@ -23,9 +23,6 @@ public:
     /// its domain (an account's old "<company>.tsheets.com" too) reaches it
     /// there, over https; any other address is a server of the user's own.
     std::string serviceBaseURL() const override;
-    std::optional<std::string> connectionProbeURL() const override {
-        return serviceBaseURL() + "/";
-    }
     std::optional<ZVCredentialPresentation> credentialPresentation() const override;
     ZVCredentialStyle credentialStyle() const override {
         return {ZVCredentialStyle::Kind::bearerToken};

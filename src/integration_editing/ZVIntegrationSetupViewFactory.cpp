@@ -286,7 +286,7 @@ QWidget* ZVIntegrationSetupViewFactory::makeCredentialView(const std::shared_ptr
         const auto showState = [state, weakIntegration] {
             auto* withOAuth2 = dynamic_cast<ZVIntegrationWithOAuth2*>(weakIntegration.lock().get());
             state->setText(withOAuth2 && withOAuth2->hasAuthorizedAccount() ? ZVLocalizedQString("Authorized")
-                                                                            : ZVLocalizedQString("Not authorized yet"));
+                                                                            : ZVLocalizedQString("Not authorized"));
         };
         showState();
         auto* look = new QTimer(state);

@@ -220,7 +220,7 @@ TEST_F(ZVIntegrationSetupTest, AnOAuth2AccountTakesAnApplicationOfTheUsersOwnUnd
     EXPECT_TRUE(fields->isHidden()) << "folded away until asked for, taking no room";
     auto* state = setup.setupView()->findChild<QLabel*>(u"authorizationStateLabel"_s);
     ASSERT_NE(state, nullptr);
-    EXPECT_EQ(state->text(), u"Not authorized yet"_s);
+    EXPECT_EQ(state->text(), u"Not authorized"_s);
     advanced->setChecked(true);
     EXPECT_FALSE(fields->isHidden());
     auto* withOAuth2 = dynamic_cast<ZVIntegrationWithOAuth2*>(setup.currentIntegration().get());

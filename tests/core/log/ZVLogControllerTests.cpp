@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -259,6 +260,21 @@ TEST_F(LogControllerTest, ExportWritesOneRowPerRunOfThePeriodOrTheHeaderOnly) {
     EXPECT_NE(text.find("Design"), std::string::npos);
     EXPECT_NE(text.find(ZVISO8601String(at(20, 9))), std::string::npos);
     EXPECT_EQ(text.find("Too old"), std::string::npos);
+
+    // An export of days takes the runs that start from its first day up to,
+    // not at, the end of its last.
+    const auto second = std::chrono::duration<double>(1);
+    for (const ZVDate start : {at(10, 0) - second, at(10, 0), at(12, 0) - second, at(12, 0)}) addRun(project, start, 1);
+    std::vector<std::string> starts;
+    for (const auto& entry : controller.logsBetween(at(10, 0), at(12, 0))) starts.push_back(ZVISO8601String(entry->date()));
+    EXPECT_EQ(starts, (std::vector<std::string>{ZVISO8601String(at(10, 0)), ZVISO8601String(at(12, 0) - second)}));
+
+    // Past a mebibyte the text goes out in pieces: still one row a run, none twice.
+    std::vector<std::shared_ptr<ZVLogEntry>> many;
+    for (int index = 0; index < 6000; ++index) many.push_back(addRun(project, at(20, 9), 1, std::string(200, 'x')));
+    const std::string large = ZVLogController::csvText(many);
+    EXPECT_GT(large.size(), std::size_t{1} << 20);
+    EXPECT_EQ(std::count(large.begin(), large.end(), '\n'), 6001);
 
     // Cancelled, then failed.
     view.exportPath = std::nullopt;

@@ -5,11 +5,13 @@
 # (for the shell tests).
 #   scripts/test.sh             - the normal build
 #   scripts/test.sh --sanitize  - the same with AddressSanitizer and UBSan
+#   scripts/test.sh --tsan      - the library and domain tests with ThreadSanitizer
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh test
 
 builddir=build-tests
+only=()
 # Unoptimized and without debug information: the suite builds in a
 # fraction of the time and runs fast enough. Configure a tree of your own
 # with -DCMAKE_BUILD_TYPE=Debug to debug a test.
@@ -20,6 +22,14 @@ if [ "${1:-}" = "--sanitize" ]; then
   flags+=(-DNORVO_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug "-DCMAKE_CXX_FLAGS_DEBUG=-O1 -g" "-DCMAKE_C_FLAGS_DEBUG=-O1 -g")
   export LSAN_OPTIONS="suppressions=$PWD/tests/lsan.supp:print_suppressions=0"
   export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+fi
+if [ "${1:-}" = "--tsan" ]; then
+  # Threads meet in the domain: its tests, without the shell and its toolkit.
+  builddir=build-tsan
+  flags=(-DCMAKE_BUILD_TYPE=Debug "-DCMAKE_CXX_FLAGS_DEBUG=-O1 -g" "-DCMAKE_C_FLAGS_DEBUG=-O1 -g" -DNORVO_BUILD_TESTS=ON
+         -DNORVO_BUILD_SHELL=OFF -DNORVO_UNITY_BUILD=ON -DNORVO_TSAN=ON)
+  export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1"
+  only=(-L core)
 fi
 [ -n "${NORVO_WERROR:-}" ] && flags+=(-DNORVO_WERROR=ON)
 
@@ -36,7 +46,7 @@ chmod 700 "$XDG_RUNTIME_DIR"
 
 # Every benchmark once on tiny data, so that they keep working; their
 # figures mean nothing here and no time fails the run.
-if [ "${1:-}" != "--sanitize" ]; then
+if [ -z "${1:-}" ]; then
   python3 bench/run_all.py --build "$builddir" --size tiny --runs 1 --idle 1 >"$scratch/bench.txt" 2>&1 ||
     { cat "$scratch/bench.txt"; echo "a benchmark failed to run" >&2; exit 1; }
   echo "benchmarks: each ran once on tiny data"
@@ -48,5 +58,5 @@ export QT_QPA_PLATFORM=${QT_QPA_PLATFORM:-xcb}
 # goes, and a test starting at that moment could not connect.
 dbus-run-session -- bash -c '
   echo -n norvo-tests | gnome-keyring-daemon --unlock --components=secrets >/dev/null 2>&1 || true
-  xvfb-run -a -s "-screen 0 1280x800x24 -noreset" ctest --test-dir "$0" --output-on-failure --timeout 120 -j"$(nproc)"
-' "$builddir"
+  xvfb-run -a -s "-screen 0 1280x800x24 -noreset" ctest --test-dir "$0" --output-on-failure --timeout 120 -j"$(nproc)" "$@"
+' "$builddir" "${only[@]}"

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <thread>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -18,7 +20,9 @@
 #include "core/log_entries/ZVTimeSetLogEntry.h"
 #include "core/sync/CoreTestEnvironment.h"
 #include "core/sync/TestServiceIntegration.h"
+#include "core/sync/ZVSynchronizationThread.h"
 #include "core/ui/ZVLogView.h"
+#include "testkit/FakeServer.h"
 
 namespace {
 
@@ -283,6 +287,53 @@ TEST_F(LogControllerTest, ExportWritesOneRowPerRunOfThePeriodOrTheHeaderOnly) {
     view.exportPath = env.home.path() + "/missing-folder/log.csv";
     controller.exportToCSV();
     EXPECT_EQ(env.ui.alerts().size(), 1u);
+}
+
+// A refresh merges on its own thread while the main thread reads the same
+// trees, adds runs to them and clears their logs. The account's and the
+// nodes' locks keep the two apart; the thread-sanitizer build reports any
+// access they miss.
+TEST_F(LogControllerTest, ARefreshOnAWorkerAndTheMainThreadShareTheTreesSafely) {
+    FakeServer server;
+    server.route("*", "/", FakeResponse::text(""));
+    std::atomic<int> replies{0};
+    server.route("GET", "/projects", [&](const FakeRequest&) {
+        // Every other reply brings a second task, so the merge adds and removes nodes.
+        const bool second = replies++ % 2 == 1;
+        return FakeResponse::json(std::string(R"([{"id":"w","name":"Website","children":[)") +
+                                  R"({"id":"w","sub":"c","name":"Checkout"})" +
+                                  (second ? R"(,{"id":"w","sub":"d","name":"Design"})" : "") + "]}]");
+    });
+    ZVSynchronizationThread::setConnectionProbeOverride(server.url("/"));
+    auto remote = env.addAccount(server.baseURL());
+    const auto checkout = remote->availableProjects().at(0)->subprojects().at(0);
+    checkout->setTime(300);
+
+    std::atomic<bool> done{false};
+    std::thread worker([&] {
+        for (int round = 0; round < 40; ++round) remote->synchronize();
+        done = true;
+    });
+    int reads = 0;
+    EXPECT_TRUE(env.pumpUntil([&] {
+        {
+            // Readers of a tree that a refresh may change hold its account's lock.
+            std::lock_guard<std::recursive_mutex> guard(remote->lock());
+            for (const auto& top : remote->availableProjects())
+                for (const auto& task : top->subprojects()) reads += static_cast<int>(task->name().size() + task->time());
+        }
+        addRun(checkout, at(20, 22), 60);
+        controller.clear();
+        return done.load();
+    }, 60));
+    worker.join();
+    ZVSynchronizationThread::setConnectionProbeOverride(std::nullopt);
+
+    EXPECT_GT(reads, 0);
+    EXPECT_EQ(replies.load(), 41);
+    EXPECT_EQ(remote->availableProjects().at(0)->subprojects().at(0), checkout) << "the node with time stays";
+    EXPECT_EQ(checkout->time(), 300u);
+    EXPECT_TRUE(checkout->logEntries().empty());
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include <QApplication>
 
 #include "ZVLog.h"
-#include "app/ZVApplicationCommands.h"
+#include "ui_elements/ZVApplicationCommands.h"
 #include "app/ZVGlobalHotKeys.h"
 #include "core/actions/ZVActionCenter.h"
 #include "core/integrations/ZVIntegration.h"

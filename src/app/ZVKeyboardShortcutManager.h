@@ -6,6 +6,8 @@
 #include <functional>
 #include <memory>
 
+#include "preferences/ZVHotKeyDefinitions.h"
+
 class ZVApplicationCommands;
 class ZVGlobalHotKeys;
 
@@ -16,19 +18,9 @@ class ZVGlobalHotKeys;
 class ZVKeyboardShortcutManager final : public QObject {
     Q_OBJECT
 public:
-    enum class HotKey { toggleTimer, quickSearch, postTime, showCurrentProject, syncNow };
-    struct Definition {
-        HotKey hotKey;
-        const char* autosaveName;
-    };
-    /// In the order of registration.
-    static constexpr std::array<Definition, 5> definitions{{
-        {HotKey::toggleTimer, "KeyboardShortcut"},
-        {HotKey::quickSearch, "QuickSearchKeyboardShortcut"},
-        {HotKey::postTime, "PostTimeShortcut"},
-        {HotKey::showCurrentProject, "ShowProjectShortcut"},
-        {HotKey::syncNow, "SyncNowShortcut"},
-    }};
+    using HotKey = ZVHotKey;
+    using Definition = ZVHotKeyDefinition;
+    static constexpr const auto& definitions = ZVHotKeyDefinitions;
 
     ZVKeyboardShortcutManager(ZVApplicationCommands& commands, std::function<void()> postTime,
                               QObject* parent = nullptr);

@@ -6,7 +6,7 @@
 
 #include "ZVLocalization.h"
 #include "ZVLog.h"
-#include "app/ZVApplicationCommands.h"
+#include "ui_elements/ZVApplicationCommands.h"
 #include "core/actions/ZVActionCenter.h"
 #include "core/heart_beat/ZVHeartBeat.h"
 #include "core/integrations/ZVIntegration.h"

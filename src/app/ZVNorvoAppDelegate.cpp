@@ -53,7 +53,7 @@
 #include "ui_elements/ZVKeyCombo.h"
 #include "ui_elements/ZVShortcutRecorder.h"
 #include "ui_elements/ZVProjectPopUpButton.h"
-#include "ui_elements/ZVStatusItemController.h"
+#include "app/ZVStatusItemController.h"
 
 namespace {
 ZVNorvoAppDelegate* sharedDelegateInstance = nullptr;

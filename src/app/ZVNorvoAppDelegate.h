@@ -4,7 +4,7 @@
 #include <QString>
 #include <memory>
 
-#include "app/ZVApplicationCommands.h"
+#include "ui_elements/ZVApplicationCommands.h"
 
 class QDialog;
 class ZVGlobalHotKeys;

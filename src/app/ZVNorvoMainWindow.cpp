@@ -18,7 +18,7 @@
 #include <QVBoxLayout>
 
 #include "ZVLocalization.h"
-#include "app/ZVApplicationCommands.h"
+#include "ui_elements/ZVApplicationCommands.h"
 #include "app/ZVTimerViewController.h"
 #include "core/actions/ZVActionCenter.h"
 #include "core/heart_beat/ZVHeartBeat.h"

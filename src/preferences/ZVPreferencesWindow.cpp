@@ -17,7 +17,7 @@
 #include "ZVLocalization.h"
 #include "ZVLog.h"
 #include "ZVPreferences.h"
-#include "app/ZVKeyboardShortcutManager.h"
+#include "preferences/ZVHotKeyDefinitions.h"
 #include "core/ledgrin/ZVLedgrinIntegration.h"
 #include "core/ui/ZVUserInterface.h"
 #include "preferences/ZVLaunchAtLogin.h"
@@ -129,7 +129,7 @@ QWidget* ZVPreferencesWindow::_makeShortcutsPane() {
                             ZVLocalizable("Synchronize now:")};
     for (int i = 0; i < 5; ++i) {
         auto* recorder = new ZVShortcutRecorder();
-        const QString name = QString::fromUtf8(ZVKeyboardShortcutManager::definitions[static_cast<std::size_t>(i)].autosaveName);
+        const QString name = QString::fromUtf8(ZVHotKeyDefinitions[static_cast<std::size_t>(i)].autosaveName);
         recorder->setObjectName(name);
         recorder->setAutosaveName(name);
         if (_hooks.validateHotKey) recorder->setValidator(_hooks.validateHotKey);

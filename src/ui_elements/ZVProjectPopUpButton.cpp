@@ -4,7 +4,7 @@
 
 #include "ZVLocalization.h"
 #include "ZVLog.h"
-#include "app/ZVApplicationCommands.h"
+#include "ui_elements/ZVApplicationCommands.h"
 #include "core/integrations/ZVIntegration.h"
 #include "core/integrations/center/ZVIntegrationCenter.h"
 #include "core/integrations/helper/ZVIntegrationProject.h"

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "app/ZVApplicationCommands.h"
+#include "ui_elements/ZVApplicationCommands.h"
 #include "core/ui/ZVMenu.h"
 
 /// Application commands that do nothing: for tests and benchmarks of parts

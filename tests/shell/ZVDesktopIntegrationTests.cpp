@@ -21,7 +21,7 @@
 #include "preferences/ZVLaunchAtLogin.h"
 #include "preferences/ZVPreferencesWindow.h"
 #include "testkit/ScriptedUserInterface.h"
-#include "ui_elements/ZVStatusItemController.h"
+#include "app/ZVStatusItemController.h"
 
 using namespace Qt::StringLiterals;
 

@@ -5,7 +5,7 @@
 
 #include "IgnoredCommands.h"
 #include "ShellTestEnvironment.h"
-#include "app/ZVApplicationCommands.h"
+#include "ui_elements/ZVApplicationCommands.h"
 #include "app/ZVMenuManager.h"
 #include "app/ZVTimerViewController.h"
 #include "core/ui/ZVMenu.h"

@@ -4,7 +4,7 @@
 #include <typeinfo>
 
 #include "ZVValue.h"
-#include "core/integrations/address_based/ZVSSLSupport.h"
+#include "core/integrations/ZVSSLSupport.h"
 #include "core/integrations/authentication/ZVAuthenticationType.h"
 
 class ZVIntegration;

@@ -12,7 +12,7 @@
 #include "ZVURLRequest.h"
 #include "ZVXML.h"
 #include "core/integrations/ZVIntegration.h"
-#include "core/integrations/address_based/ZVSSLSupport.h"
+#include "core/integrations/ZVSSLSupport.h"
 #include "core/integrations/address_based/common/ZVServiceRequest.h"
 
 inline constexpr const char* ZVIntegrationAddressKey = "KDIntegrationAddress";

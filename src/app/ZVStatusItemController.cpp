@@ -1,4 +1,4 @@
-#include "ui_elements/ZVStatusItemController.h"
+#include "app/ZVStatusItemController.h"
 
 #include <QApplication>
 #include <QCursor>

@@ -12,6 +12,7 @@ using Deployment = FakeJIRA::Deployment;
 /// How an account signs in.
 enum class Way { cloudAPIToken, dataCenterPassword, dataCenterPersonalAccessToken };
 const char* const wayNames[] = {"CloudAPIToken", "DataCenterPassword", "DataCenterPersonalAccessToken"};
+void PrintTo(Way way, std::ostream* out) { *out << wayNames[static_cast<int>(way)]; }
 
 constexpr const char* assignedQuery = "(resolution+is+empty)+and+assignee=currentUser()";
 constexpr const char* unassignedQuery = "(resolution+is+empty)+and+(assignee=currentUser()+or+assignee+is+empty)";

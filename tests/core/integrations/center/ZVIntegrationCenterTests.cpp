@@ -621,6 +621,7 @@ struct CurrentProjectPathCase {
     ZVValue stored;
     const char* restored;  // the name of the project made current, or nullptr
 };
+void PrintTo(const CurrentProjectPathCase& row, std::ostream* out) { *out << row.label; }
 
 class IntegrationCenterStoredCurrentProjectTest : public IntegrationCenterTest,
                                                   public testing::WithParamInterface<CurrentProjectPathCase> {};
@@ -648,6 +649,7 @@ TEST_P(IntegrationCenterStoredCurrentProjectTest, IsRestoredByItsIdentifiersOrNo
 INSTANTIATE_TEST_SUITE_P(
     Paths, IntegrationCenterStoredCurrentProjectTest,
     testing::Values(CurrentProjectPathCase{"threeLevelsDown", ZVValue(ZVArray{"acc", "w", "c", "p"}), "Payment"},
+                    CurrentProjectPathCase{"twoLevelsDown", ZVValue(ZVArray{"acc", "w", "c"}), "Checkout"},
                     CurrentProjectPathCase{"topLevel", ZVValue(ZVArray{"acc", "s"}), "Support"},
                     CurrentProjectPathCase{"emptyArray", ZVValue(ZVArray{}), nullptr},
                     CurrentProjectPathCase{"accountOnly", ZVValue(ZVArray{"acc"}), nullptr},

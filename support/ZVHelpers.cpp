@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <ctime>
+#include <random>
 
 #include "ZVClock.h"
 
@@ -315,14 +316,30 @@ std::optional<ZVDate> ZVDateFromISO8601(std::string_view text) {
     } else {
         return std::nullopt;
     }
+    return ZVUTCDate(year, month, day, hour, minute, second - static_cast<double>(offsetSeconds));
+}
+
+std::string ZVMakeUUID() {
+    thread_local std::mt19937_64 generator{std::random_device{}()};
+    std::uint64_t high = generator();
+    std::uint64_t low = generator();
+    high = (high & 0xFFFFFFFFFFFF0FFFull) | 0x0000000000004000ull;  // version 4
+    low = (low & 0x3FFFFFFFFFFFFFFFull) | 0x8000000000000000ull;    // RFC 4122 variant
+    char text[37];
+    std::snprintf(text, sizeof text, "%08X-%04X-%04X-%04X-%012llX", static_cast<unsigned>(high >> 32),
+                  static_cast<unsigned>((high >> 16) & 0xFFFF), static_cast<unsigned>(high & 0xFFFF),
+                  static_cast<unsigned>(low >> 48), static_cast<unsigned long long>(low & 0xFFFFFFFFFFFFull));
+    return text;
+}
+
+ZVDate ZVUTCDate(int year, int month, int day, int hour, int minute, double second) {
     std::tm utc{};
     utc.tm_year = year - 1900;
     utc.tm_mon = month - 1;
     utc.tm_mday = day;
     utc.tm_hour = hour;
     utc.tm_min = minute;
-    double epoch = static_cast<double>(timegm(&utc)) + second - static_cast<double>(offsetSeconds);
-    return fromSeconds(epoch);
+    return ZVDate(std::chrono::duration<double>(static_cast<double>(timegm(&utc)) + second));
 }
 
 std::size_t ZVCharacterCount(std::string_view utf8) {

@@ -98,6 +98,14 @@ auto ZVSum(const Container& elements) -> typename Container::value_type {
     return std::accumulate(std::begin(elements), std::end(elements), typename Container::value_type{});
 }
 
+/// A fresh random UUID (version 4) in its common textual form: the
+/// identifiers of accounts and of projects made here.
+std::string ZVMakeUUID();
+
+/// The date of a UTC calendar time; fields out of range carry over
+/// (month 13 is January of the next year).
+ZVDate ZVUTCDate(int year, int month, int day, int hour = 0, int minute = 0, double second = 0);
+
 // Dates, in the local time zone
 
 ZVDate ZVStartOfDay(ZVDate date);

@@ -21,6 +21,7 @@
 #include <memory>
 #include <pugixml.hpp>
 
+#include "ZVHelpers.h"
 #include "ZVPaths.h"
 
 namespace {
@@ -153,15 +154,7 @@ std::optional<ZVDate> parseDate(const char* text) {
     if (month < 1 || month > 12 || day < 1 || day > 31 || hour < 0 || hour > 23 || minute < 0 || minute > 59 ||
         second < 0 || second >= 61)
         return std::nullopt;
-    std::tm utc{};
-    utc.tm_year = year - 1900;
-    utc.tm_mon = month - 1;
-    utc.tm_mday = day;
-    utc.tm_hour = hour;
-    utc.tm_min = minute;
-    utc.tm_sec = 0;
-    double epoch = static_cast<double>(timegm(&utc)) + second;
-    return ZVDate(std::chrono::duration<double>(epoch));
+    return ZVUTCDate(year, month, day, hour, minute, second);
 }
 
 // XML writing

@@ -19,7 +19,7 @@
 #include "../BenchmarkHome.h"
 #include "IgnoredCommands.h"
 #include "ZVPreferences.h"
-#include "app/ZVApplicationCommands.h"
+#include "ui_elements/ZVApplicationCommands.h"
 #include "app/ZVMenuManager.h"
 #include "core/integrations/ZVIntegration.h"
 #include "core/integrations/center/ZVIntegrationCenter.h"

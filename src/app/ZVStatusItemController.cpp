@@ -24,12 +24,12 @@
 #include "ui_elements/ZVMenuRenderer.h"
 
 namespace {
-ZVStatusItemController* sharedInstance = nullptr;
+ZVStatusItemController* sharedStatusItem = nullptr;
 }
 
 ZVStatusItemController::ZVStatusItemController(ZVApplicationCommands& commands, QObject* parent)
     : QObject(parent), _commands(commands) {
-    sharedInstance = this;
+    sharedStatusItem = this;
     _statusItem = std::make_unique<QSystemTrayIcon>();
     _menu = std::make_unique<QMenu>();
     ZVMenuRenderer::rebuildOnOpening(*_menu, [] {
@@ -103,10 +103,10 @@ ZVStatusItemController::~ZVStatusItemController() {
     for (auto token : _observations) ZVNotificationCenter::shared().removeObserver(token);
     ZVHeartBeat::sharedHeartBeat().removeVein(this);
     if (_popoverWindow) delete _popoverWindow.data();
-    if (sharedInstance == this) sharedInstance = nullptr;
+    if (sharedStatusItem == this) sharedStatusItem = nullptr;
 }
 
-ZVStatusItemController* ZVStatusItemController::sharedController() { return sharedInstance; }
+ZVStatusItemController* ZVStatusItemController::sharedController() { return sharedStatusItem; }
 
 ZVTimerViewController* ZVStatusItemController::timerViewController() const { return _timerViewController; }
 

@@ -1,6 +1,6 @@
 #include "testkit/ManualClock.h"
 
-#include <ctime>
+#include "ZVHelpers.h"
 
 ManualClock::ManualClock(ZVDate start, bool install) : _now(start), _installed(install) {
     if (_installed) ZVClock::install(this);
@@ -51,13 +51,7 @@ void ManualClock::removeObserver(void* owner) {
 }
 
 ZVDate ManualClock::date(int year, int month, int day, int hour, int minute, double second) {
-    std::tm utc{};
-    utc.tm_year = year - 1900;
-    utc.tm_mon = month - 1;
-    utc.tm_mday = day;
-    utc.tm_hour = hour;
-    utc.tm_min = minute;
-    return ZVDate(std::chrono::duration<double>(static_cast<double>(timegm(&utc)) + second));
+    return ZVUTCDate(year, month, day, hour, minute, second);
 }
 
 ZVDate ManualClock::defaultStart() { return date(2024, 3, 1, 9, 0, 0); }

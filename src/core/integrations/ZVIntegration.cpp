@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <random>
 
+#include "ZVHelpers.h"
 #include "ZVLocalization.h"
 #include "ZVLog.h"
 #include "core/integrations/ZVIntegrationRegistry.h"
@@ -110,7 +110,7 @@ std::string ZVIntegration::accountIdentifier() const { ZVFatalError("accountIden
 
 void ZVIntegration::initialize() {
     setName(ZVLocalizedString("Untitled"));
-    setIntegrationID(makeUUID());
+    setIntegrationID(ZVMakeUUID());
     // Built from literal parts: the service's name is not translated.
     setName("My " + integrationName() + " Account");
     makeAuthentication({});
@@ -161,7 +161,7 @@ void ZVIntegration::initializeWithDictionary(const ZVDictionary& dictionary) {
         if (auto accepted = setting.accepted(stored->second)) _settingValues.insert_or_assign(setting.key, std::move(*accepted));
     }
     setName(ZVOptionalString(dictionary, ZVIntegrationNameKey).value_or(ZVLocalizedString("Untitled")));
-    setIntegrationID(ZVOptionalString(dictionary, ZVIntegrationUIDKey).value_or(makeUUID()));
+    setIntegrationID(ZVOptionalString(dictionary, ZVIntegrationUIDKey).value_or(ZVMakeUUID()));
 
     if (const ZVArray* cached = ZVArrayValue(dictionary, ZVIntegrationCachedProjectsKey)) {
         for (const ZVValue& value : *cached) {
@@ -210,19 +210,6 @@ void ZVIntegration::makeAuthentication(const ZVDictionary& dictionary) {
         oauth->setIntegration(owner);
     }
     setAuthentication(std::move(credential));
-}
-
-std::string ZVIntegration::makeUUID() {
-    thread_local std::mt19937_64 generator{std::random_device{}()};
-    std::uint64_t high = generator();
-    std::uint64_t low = generator();
-    high = (high & 0xFFFFFFFFFFFF0FFFull) | 0x0000000000004000ull;  // version 4
-    low = (low & 0x3FFFFFFFFFFFFFFFull) | 0x8000000000000000ull;    // RFC 4122 variant
-    char text[37];
-    std::snprintf(text, sizeof text, "%08X-%04X-%04X-%04X-%012llX", static_cast<unsigned>(high >> 32),
-                  static_cast<unsigned>((high >> 16) & 0xFFFF), static_cast<unsigned>(high & 0xFFFF),
-                  static_cast<unsigned>(low >> 48), static_cast<unsigned long long>(low & 0xFFFFFFFFFFFFull));
-    return text;
 }
 
 // State.

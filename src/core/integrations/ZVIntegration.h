@@ -227,8 +227,6 @@ protected:
     /// accountIdentifier() from its stored form.
     void makeAuthentication(const ZVDictionary& dictionary);
     void setIntegrationID(std::string integrationID);
-    /// A fresh UUID in its common textual form.
-    static std::string makeUUID();
 
     ProjectList _projects;
 

@@ -1,9 +1,7 @@
 #include "core/integrations/helper/ZVIntegrationProject.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <limits>
-#include <random>
 
 #include "ZVHelpers.h"
 #include "ZVClock.h"
@@ -17,19 +15,6 @@
 namespace {
 
 constexpr std::uint64_t minimumSavedTimeChange = 3;
-
-std::string makeProjectUUID() {
-    thread_local std::mt19937_64 generator{std::random_device{}()};
-    std::uint64_t high = generator();
-    std::uint64_t low = generator();
-    high = (high & 0xFFFFFFFFFFFF0FFFull) | 0x0000000000004000ull;  // version 4
-    low = (low & 0x3FFFFFFFFFFFFFFFull) | 0x8000000000000000ull;    // RFC 4122 variant
-    char text[37];
-    const auto field = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
-    std::snprintf(text, sizeof text, "%08llX-%04llX-%04llX-%04llX-%012llX", field(high >> 32),
-                  field((high >> 16) & 0xFFFF), field(high & 0xFFFF), field(low >> 48), field(low & 0xFFFFFFFFFFFFull));
-    return text;
-}
 
 bool isBlank(const std::optional<std::string>& identifier) { return !identifier || identifier->empty(); }
 
@@ -48,7 +33,7 @@ ZVIntegrationProject::~ZVIntegrationProject() {
 }
 
 ZVIntegrationProject::Pointer ZVIntegrationProject::create() {
-    return std::make_shared<ZVIntegrationProject>(Passkey{}, std::string(), makeProjectUUID(), std::nullopt);
+    return std::make_shared<ZVIntegrationProject>(Passkey{}, std::string(), ZVMakeUUID(), std::nullopt);
 }
 
 ZVIntegrationProject::Pointer ZVIntegrationProject::create(std::string name, std::string projectID,
@@ -86,7 +71,7 @@ ZVIntegrationProject::Pointer ZVIntegrationProject::createWithDictionary(const Z
                                                                          const std::weak_ptr<ZVIntegration>& integration) {
     auto project = std::make_shared<ZVIntegrationProject>(
         Passkey{}, ZVStringValue(dictionary, nameKey),
-        ZVOptionalString(dictionary, projectIDKey).value_or(makeProjectUUID()),
+        ZVOptionalString(dictionary, projectIDKey).value_or(ZVMakeUUID()),
         ZVOptionalString(dictionary, subprojectIDKey));
     project->_integration = integration;
     project->_additionalID = ZVOptionalString(dictionary, additionalIDKey);

@@ -87,7 +87,7 @@ void ZVNorvoIntegration::addProjectAction() {
         showNameRefusal(ZVLocalizable("A project with this name already exists."));
         return;
     }
-    auto project = ZVIntegrationProject::create(*projectName, makeUUID());
+    auto project = ZVIntegrationProject::create(*projectName, ZVMakeUUID());
     project->setIntegration(weak_from_this());
     ZVIntegrationCenter::shared().setCurrentProject(project);
     addProject(project);

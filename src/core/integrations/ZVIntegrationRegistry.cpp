@@ -21,6 +21,7 @@
 #include "core/integrations/address_based/kashflow/ZVKashflowIntegration.h"
 #include "core/integrations/address_based/liquidplanner/ZVLiquidPlannerIntegration.h"
 #include "core/integrations/address_based/mavenlink/ZVMavenlinkIntegration.h"
+#include "core/integrations/address_based/mite/ZVMiteIntegration.h"
 #include "core/integrations/address_based/paymo/ZVPaymoIntegration.h"
 #include "core/integrations/address_based/redmine/ZVRedmineIntegration.h"
 #include "core/integrations/address_based/targetprocess/ZVTargetProcessIntegration.h"
@@ -292,6 +293,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .name = "Mite",
         .authenticationType = Auth::apiToken,
         .sslSupport = SSL::optional,
+        .make = built<ZVMiteIntegration>(),
     },
     {
         .className = "Norvo.ZVNozbeIntegration",

@@ -17,6 +17,7 @@
 #include "core/integrations/address_based/freeagent/ZVFreeAgentIntegration.h"
 #include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
 #include "core/integrations/address_based/harvest/ZVHarvestIntegration.h"
+#include "core/integrations/address_based/intervals/ZVIntervalsIntegration.h"
 #include "core/integrations/address_based/jira/ZVJIRAIntegration.h"
 #include "core/integrations/address_based/kashflow/ZVKashflowIntegration.h"
 #include "core/integrations/address_based/liquidplanner/ZVLiquidPlannerIntegration.h"
@@ -207,6 +208,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .sslSupport = SSL::mandatory,
         .hasHardcodedAddress = true,
         .setupViewName = "Intervals",
+        .make = built<ZVIntervalsIntegration>(),
     },
     {
         .className = "Norvo.ZVInvoiceMachineIntegration",

@@ -27,22 +27,28 @@ void serveMite(FakeServer& server, bool withBadRecord) {
     std::vector<std::pair<const char*, const char*>> projects{
         {"643", "Website Relaunch"}, {"644", "Intranet"}, {"645", "Support"}};
     if (withBadRecord) projects.push_back({"646", ""});
-    server.route("GET", "/projects.xml", FakeResponse::xml(listOf("projects", "project", projects)));
+    server.route("GET", "/projects.xml",
+                 FakeResponse::xml(listOf("projects", "project", projects)));
     server.route("GET", "/services.xml",
                  FakeResponse::xml(listOf("services", "service",
-                                          {{"38672", "Coding"}, {"38673", "Design"}, {"38674", "Meeting"},
+                                          {{"38672", "Coding"},
+                                           {"38673", "Design"},
+                                           {"38674", "Meeting"},
                                            {"38675", "Travel"}})));
-    server.route("POST", entriesPath,
-                 FakeResponse::xml(R"(<?xml version="1.0" encoding="UTF-8"?><time-entry>)"
-                                   R"(<id type="integer">52324</id><minutes type="integer">90</minutes>)"
-                                   R"(<project-id type="integer">643</project-id></time-entry>)",
-                                   201));
+    server.route(
+        "POST", entriesPath,
+        FakeResponse::xml(R"(<?xml version="1.0" encoding="UTF-8"?><time-entry>)"
+                          R"(<id type="integer">52324</id><minutes type="integer">90</minutes>)"
+                          R"(<project-id type="integer">643</project-id></time-entry>)",
+                          201));
 }
 
 std::string projectTree(const char* id, const char* name) {
     std::string tree = std::string(name) + " [" + id + "|-|-]\n";
-    for (const auto& [serviceID, service] :
-         {std::pair{"38672", "Coding"}, {"38673", "Design"}, {"38674", "Meeting"}, {"38675", "Travel"}})
+    for (const auto& [serviceID, service] : {std::pair{"38672", "Coding"},
+                                             {"38673", "Design"},
+                                             {"38674", "Meeting"},
+                                             {"38675", "Travel"}})
         tree += std::string("  ") + service + " [" + id + "|" + serviceID + "|-]\n";
     return tree;
 }
@@ -53,7 +59,10 @@ const bool scenario = ServiceScenarios::add("Norvo.ZVMiteIntegration", [] {
         .serve = serveMite,
         .tree = projectTree("643", "Website Relaunch") + projectTree("644", "Intranet") +
                 projectTree("645", "Support"),
-        .posted = {.projectID = "643", .subprojectID = "38672", .seconds = 5459, .title = "Review %@"},
+        .posted = {.projectID = "643",
+                   .subprojectID = "38672",
+                   .seconds = 5459,
+                   .title = "Review %@"},
         .postPath = entriesPath,
         .postMembers = {{"time-entry/minutes", "90"},
                         {"time-entry/notes", "Review 01:30:59"},
@@ -73,7 +82,8 @@ TEST_F(MiteTests, EveryRequestCarriesTheKeyAndNamesNorvoAndTheProjectsAlsoTheKey
     ASSERT_EQ(asked.size(), 3u) << requestSummary(asked);
     for (const auto& request : asked) {
         EXPECT_EQ(request.header("X-MiteApiKey"), credentials.apiToken) << request.path;
-        EXPECT_EQ(request.header("User-Agent"), ZVDownloadCenter::defaultUserAgent()) << request.path;
+        EXPECT_EQ(request.header("User-Agent"), ZVDownloadCenter::defaultUserAgent())
+            << request.path;
     }
     EXPECT_EQ(server.requests("/projects.xml").at(0).queryValue("api_key"), credentials.apiToken);
     // 59 seconds are not yet a minute.
@@ -104,7 +114,8 @@ TEST_F(MiteTests, AStoredAccountOfTheFormerDomainKeepsItsTimeAndLoadsFromTheNewO
     stored->addProject(trackedProject(stored, "Intranet", "644", std::nullopt, 600));
     ZVDictionary dictionary = stored->dictionaryRepresentation();
     dictionary["KDIntegrationClass"] = std::string("KDMiteIntegration");
-    const auto old = std::dynamic_pointer_cast<Mite>(ZVIntegration::integrationWithDictionary(dictionary));
+    const auto old =
+        std::dynamic_pointer_cast<Mite>(ZVIntegration::integrationWithDictionary(dictionary));
     ASSERT_TRUE(old);
     EXPECT_EQ(old->availableProjects().at(0)->time(), 600u);
     EXPECT_EQ(old->address(), "acme.mite.yo.lk");

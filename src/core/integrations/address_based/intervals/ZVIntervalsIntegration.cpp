@@ -28,7 +28,8 @@ const ZVRecordShape taskShape{.idPath = "id", .namePath = "title"};
 
 const std::vector<ZVIntegrationSetting>& ZVIntervalsIntegration::settings() const {
     static const std::vector<ZVIntegrationSetting> declared{
-        {billableKey, ZVIntegrationSetting::Kind::flag, ZVLocalizable("Billable"), "billableButton"},
+        {billableKey, ZVIntegrationSetting::Kind::flag, ZVLocalizable("Billable"),
+         "billableButton"},
     };
     return declared;
 }
@@ -52,7 +53,8 @@ void ZVIntervalsIntegration::initializeWithDictionary(const ZVDictionary& dictio
 
 ZVDictionary ZVIntervalsIntegration::dictionaryRepresentation() {
     ZVDictionary dictionary = ZVAddressBasedIntegration::dictionaryRepresentation();
-    if (const auto userID = cachedUserID(); userID && !dictionary.empty()) dictionary[cachedUserIDKey] = *userID;
+    if (const auto userID = cachedUserID(); userID && !dictionary.empty())
+        dictionary[cachedUserIDKey] = *userID;
     return dictionary;
 }
 
@@ -62,7 +64,8 @@ std::string ZVIntervalsIntegration::_personID() {
         return *cached;
     }
     ZVLog([] { return std::string("User ID not cached"); });
-    const auto userID = sendForXML(ZVServiceRequest::get(intervals::mePath)).string("intervals/me/item/id");
+    const auto userID =
+        sendForXML(ZVServiceRequest::get(intervals::mePath)).string("intervals/me/item/id");
     if (!userID || userID->empty())
         throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("Can't find user ID."));
     std::lock_guard lock(_userIDLock);
@@ -75,8 +78,9 @@ std::vector<std::pair<std::string, std::string>> ZVIntervalsIntegration::_workTy
     ZVServiceRequest request = ZVServiceRequest::get(intervals::workTypesPath);
     request.query = {{"limit", intervals::listLimit}, {"projectid", projectID}, {"active", "t"}};
     std::vector<std::pair<std::string, std::string>> workTypes;
-    for (const auto& record : ZVListing::records(*this, request, "intervals/projectworktype/item",
-                                                 intervals::workTypeShape, "Worktype missing ID or title in "))
+    for (const auto& record :
+         ZVListing::records(*this, request, "intervals/projectworktype/item",
+                            intervals::workTypeShape, "Worktype missing ID or title in "))
         workTypes.emplace_back(record.id, record.name);
     if (workTypes.empty())
         throw ZVIntegrationErrorWithFailureReason(ZVLocalizedString("No worktypes are defined."));
@@ -87,8 +91,8 @@ ZVIntegration::ProjectList ZVIntervalsIntegration::loadRemoteProjects() {
     const std::string person = _personID();
     ZVServiceRequest projectsRequest = ZVServiceRequest::get(intervals::projectsPath);
     projectsRequest.query = {{"limit", intervals::listLimit}, {"active", "true"}};
-    const auto projectRecords =
-        ZVListing::records(*this, projectsRequest, "intervals/project/item", {}, "Missing name or ID in ");
+    const auto projectRecords = ZVListing::records(*this, projectsRequest, "intervals/project/item",
+                                                   {}, "Missing name or ID in ");
     ProjectList projects = ZVListing::nodes(shared_from_this(), projectRecords);
     for (auto& project : projects) {
         const std::string& projectID = project->projectID();
@@ -98,10 +102,12 @@ ZVIntegration::ProjectList ZVIntervalsIntegration::loadRemoteProjects() {
                               {"projectid", projectID},
                               {"assigneeid", person},
                               {"excludeclosed", "t"}};
-        for (const auto& task : ZVListing::records(*this, tasksRequest, "intervals/task/item", intervals::taskShape,
-                                                   "taskNode missing name or ID in ")) {
+        for (const auto& task :
+             ZVListing::records(*this, tasksRequest, "intervals/task/item", intervals::taskShape,
+                                "taskNode missing name or ID in ")) {
             for (const auto& [workTypeID, workType] : workTypes) {
-                auto leaf = ZVIntegrationProject::create(task.name + " (" + workType + ")", projectID, task.id);
+                auto leaf = ZVIntegrationProject::create(task.name + " (" + workType + ")",
+                                                         projectID, task.id);
                 leaf->setAdditionalID(workTypeID);
                 project->addSubproject(std::move(leaf));
             }
@@ -112,14 +118,14 @@ ZVIntegration::ProjectList ZVIntervalsIntegration::loadRemoteProjects() {
 
 void ZVIntervalsIntegration::postTime(ZVIntegrationProject& project) {
     const auto now = static_cast<std::time_t>(ZVNow().time_since_epoch().count());
-    const std::string body = ZVPostingText::xmlRecord(
-        "time", {{"worktypeid", project.additionalID().value_or("")},
-                 {"personid", _personID()},
-                 {"date", ZVPostingText::date(now)},
-                 {"time", ZVPostingText::decimalHours(project.time(), 2)},
-                 {"billable", isBillable() ? "1" : "0"},
-                 {"description", ZVPostingText::title(project)},
-                 {"taskid", project.subprojectID().value_or("")}});
+    const std::string body =
+        ZVPostingText::xmlRecord("time", {{"worktypeid", project.additionalID().value_or("")},
+                                          {"personid", _personID()},
+                                          {"date", ZVPostingText::date(now)},
+                                          {"time", ZVPostingText::decimalHours(project.time(), 2)},
+                                          {"billable", isBillable() ? "1" : "0"},
+                                          {"description", ZVPostingText::title(project)},
+                                          {"taskid", project.subprojectID().value_or("")}});
     const auto reply = send(ZVServiceRequest::postXML(intervals::timePath, body));
     ZVLog([&] { return "Response " + reply.body; });
 }

@@ -45,7 +45,8 @@ private:
     /// for the token, which is then kept.
     std::string _personID();
     /// The work types of the project, as (id, name); none fails the sync.
-    std::vector<std::pair<std::string, std::string>> _workTypesForProjectID(const std::string& projectID);
+    std::vector<std::pair<std::string, std::string>> _workTypesForProjectID(
+        const std::string& projectID);
 
     mutable std::mutex _userIDLock;
     std::optional<std::string> _cachedUserID;

@@ -20,7 +20,8 @@ constexpr const char* timeEntriesPath = "/time_entries.xml";
 std::string ZVMiteIntegration::serviceBaseURL() const {
     const std::string name = host();
     if (isHostedUnder(mite::formerDomain) && name.size() > mite::formerDomain.size())
-        return "https://" + name.substr(0, name.size() - mite::formerDomain.size()) + std::string(mite::serviceDomain);
+        return "https://" + name.substr(0, name.size() - mite::formerDomain.size()) +
+               std::string(mite::serviceDomain);
     return isHostedUnder(mite::serviceDomain) ? "https://" + name : baseURL();
 }
 
@@ -32,10 +33,11 @@ ZVIntegration::ProjectList ZVMiteIntegration::loadRemoteProjects() {
     ZVServiceRequest projectsRequest = ZVServiceRequest::get(mite::projectsPath);
     // The key also goes in the query of this one call, as it always has.
     projectsRequest.query = {{"api_key", credentialToken()}};
-    const auto projects =
-        ZVListing::records(*this, projectsRequest, "projects/project", {}, "projNode is missing name or ID ");
-    const auto services = ZVListing::records(*this, ZVServiceRequest::get(mite::servicesPath), "services/service", {},
-                                             "serviceNode is missing name or ID ");
+    const auto projects = ZVListing::records(*this, projectsRequest, "projects/project", {},
+                                             "projNode is missing name or ID ");
+    const auto services =
+        ZVListing::records(*this, ZVServiceRequest::get(mite::servicesPath), "services/service", {},
+                           "serviceNode is missing name or ID ");
     return ZVListing::products(shared_from_this(), projects, services);
 }
 

@@ -21,7 +21,9 @@ public:
     /// domain ("<account>.mite.yo.lk") lives at the same name under the new
     /// one. Any other address is a server of the user's own, reached as set.
     std::string serviceBaseURL() const override;
-    std::optional<std::string> connectionProbeURL() const override { return serviceBaseURL() + "/"; }
+    std::optional<std::string> connectionProbeURL() const override {
+        return serviceBaseURL() + "/";
+    }
     ZVCredentialStyle credentialStyle() const override {
         return {ZVCredentialStyle::Kind::tokenHeader, "X-MiteApiKey"};
     }

@@ -10,31 +10,27 @@ namespace {
 using Mite = ZVMiteIntegration;
 const std::string entriesPath = "/time_entries.xml";
 
+using Records = std::vector<std::pair<const char*, const char*>>;
+const Records services{
+    {"38672", "Coding"}, {"38673", "Design"}, {"38674", "Meeting"}, {"38675", "Travel"}};
+
 /// A list in the service's shape: "<projects type="array"><project>...".
-std::string listOf(const std::string& plural, const std::string& singular,
-                   const std::vector<std::pair<const char*, const char*>>& records) {
+std::string listOf(const std::string& plural, const std::string& singular, const Records& records) {
     std::string xml = R"(<?xml version="1.0" encoding="UTF-8"?><)" + plural + R"( type="array">)";
-    for (const auto& [id, name] : records) {
-        xml += "<" + singular + ">";
-        if (*id) xml += std::string(R"(<id type="integer">)") + id + "</id>";
-        if (*name) xml += std::string("<name>") + name + "</name>";
-        xml += R"(<note></note><archived type="boolean">false</archived></)" + singular + ">";
-    }
+    for (const auto& [id, name] : records)
+        xml += "<" + singular + R"(><id type="integer">)" + id + "</id>" +
+               (*name ? "<name>" + std::string(name) + "</name>" : "") +
+               R"(<archived type="boolean">false</archived></)" + singular + ">";
     return xml + "</" + plural + ">";
 }
 
 void serveMite(FakeServer& server, bool withBadRecord) {
-    std::vector<std::pair<const char*, const char*>> projects{
-        {"643", "Website Relaunch"}, {"644", "Intranet"}, {"645", "Support"}};
+    Records projects{{"643", "Website Relaunch"}, {"644", "Intranet"}, {"645", "Support"}};
     if (withBadRecord) projects.push_back({"646", ""});
     server.route("GET", "/projects.xml",
                  FakeResponse::xml(listOf("projects", "project", projects)));
     server.route("GET", "/services.xml",
-                 FakeResponse::xml(listOf("services", "service",
-                                          {{"38672", "Coding"},
-                                           {"38673", "Design"},
-                                           {"38674", "Meeting"},
-                                           {"38675", "Travel"}})));
+                 FakeResponse::xml(listOf("services", "service", services)));
     server.route(
         "POST", entriesPath,
         FakeResponse::xml(R"(<?xml version="1.0" encoding="UTF-8"?><time-entry>)"
@@ -45,10 +41,7 @@ void serveMite(FakeServer& server, bool withBadRecord) {
 
 std::string projectTree(const char* id, const char* name) {
     std::string tree = std::string(name) + " [" + id + "|-|-]\n";
-    for (const auto& [serviceID, service] : {std::pair{"38672", "Coding"},
-                                             {"38673", "Design"},
-                                             {"38674", "Meeting"},
-                                             {"38675", "Travel"}})
+    for (const auto& [serviceID, service] : services)
         tree += std::string("  ") + service + " [" + id + "|" + serviceID + "|-]\n";
     return tree;
 }

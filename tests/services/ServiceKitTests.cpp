@@ -294,7 +294,7 @@ TEST_F(ServiceKitTests, RecordsTakeIdsAsStringsOrNumbersAndSkipABadRecordWithALo
     EXPECT_NE(log.joined().find("Skipping <project><title>Two</title></project>"), std::string::npos) << log.joined();
 }
 
-TEST_F(ServiceKitTests, TreesFromParentIdsAndProducts) {
+TEST_F(ServiceKitTests, TreesFromParentIds) {
     auto service = account();
     const std::vector<ZVRecord> clients{{"c1", "Acme", "", {}}, {"c2", "Idle", "", {}}};
     const std::vector<ZVRecord> projects{{"p1", "Web", "c1", {}}, {"p2", "App", "c1", {}}, {"p9", "Lost", "c7", {}}};
@@ -308,8 +308,6 @@ TEST_F(ServiceKitTests, TreesFromParentIdsAndProducts) {
     EXPECT_EQ(treeDescription(three),
               "Acme [c1|-|-]\n  Web [c1|p1|-]\n    Design [c1|p1|t1]\n  App [c1|p2|-]\nIdle [c2|-|-]\n");
     EXPECT_TRUE(everyNodeBelongsTo(three, service));
-    EXPECT_EQ(treeDescription(ZVListing::products(service, {clients[0]}, {{"s1", "Support", "", {}}, {"s2", "Dev", "", {}}})),
-              "Acme [c1|-|-]\n  Support [c1|s1|-]\n  Dev [c1|s2|-]\n");
 }
 
 TEST(PostingForms, HoursMinutesDatesAndSuccessTests) {

@@ -17,10 +17,12 @@
 #include "core/integrations/address_based/freeagent/ZVFreeAgentIntegration.h"
 #include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
 #include "core/integrations/address_based/harvest/ZVHarvestIntegration.h"
+#include "core/integrations/address_based/intervals/ZVIntervalsIntegration.h"
 #include "core/integrations/address_based/jira/ZVJIRAIntegration.h"
 #include "core/integrations/address_based/kashflow/ZVKashflowIntegration.h"
 #include "core/integrations/address_based/liquidplanner/ZVLiquidPlannerIntegration.h"
 #include "core/integrations/address_based/mavenlink/ZVMavenlinkIntegration.h"
+#include "core/integrations/address_based/mite/ZVMiteIntegration.h"
 #include "core/integrations/address_based/paymo/ZVPaymoIntegration.h"
 #include "core/integrations/address_based/redmine/ZVRedmineIntegration.h"
 #include "core/integrations/address_based/targetprocess/ZVTargetProcessIntegration.h"
@@ -206,6 +208,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .sslSupport = SSL::mandatory,
         .hasHardcodedAddress = true,
         .setupViewName = "Intervals",
+        .make = built<ZVIntervalsIntegration>(),
     },
     {
         .className = "Norvo.ZVInvoiceMachineIntegration",
@@ -292,6 +295,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .name = "Mite",
         .authenticationType = Auth::apiToken,
         .sslSupport = SSL::optional,
+        .make = built<ZVMiteIntegration>(),
     },
     {
         .className = "Norvo.ZVNozbeIntegration",

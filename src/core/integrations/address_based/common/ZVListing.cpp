@@ -184,6 +184,15 @@ std::vector<ZVRecord> records(const ZVXMLDocument& document, const std::string& 
     return result;
 }
 
+std::vector<ZVRecord> records(ZVAddressBasedIntegration& account, const ZVServiceRequest& request,
+                              const std::string& itemsXPath, const ZVRecordShape& shape,
+                              std::string_view skippedLine) {
+    const ZVXMLDocument document = account.sendForXML(request);
+    if (document.root().name() != itemsXPath.substr(0, itemsXPath.find('/')))
+        throw ZVIntegrationErrorWithFailureReason(account.malformedReplyReason());
+    return records(document, itemsXPath, shape, skippedLine);
+}
+
 ZVIntegration::ProjectList nodes(const std::shared_ptr<ZVIntegration>& account, const std::vector<ZVRecord>& records) {
     ZVIntegration::ProjectList result;
     result.reserve(records.size());

@@ -114,6 +114,13 @@ std::vector<ZVRecord> records(const std::vector<nlohmann::json>& items, const ZV
 /// The records at `itemsXPath` of an XML reply, with the same rule.
 std::vector<ZVRecord> records(const ZVXMLDocument& document, const std::string& itemsXPath,
                               const ZVRecordShape& shape, std::string_view skippedLine);
+/// The records of an XML list that comes whole in one reply, with the same
+/// rule. A reply whose root element is not the first step of `itemsXPath`
+/// ("projects" of "projects/project") fails with the account's malformed
+/// reply reason.
+std::vector<ZVRecord> records(ZVAddressBasedIntegration& account, const ZVServiceRequest& request,
+                              const std::string& itemsXPath, const ZVRecordShape& shape,
+                              std::string_view skippedLine);
 
 /// One node of the account for each record, its id as the project id.
 ZVIntegration::ProjectList nodes(const std::shared_ptr<ZVIntegration>& account, const std::vector<ZVRecord>& records);

@@ -3,6 +3,7 @@
 #include <array>
 #include <charconv>
 #include <ctime>
+#include <sstream>
 
 #include "ZVJSON.h"
 #include "ZVTime.h"
@@ -29,6 +30,19 @@ std::string ZVPostingText::decimalText(double value) {
     std::string text(buffer.data(), result.ptr);
     if (text.find_first_of(".eEni") == std::string::npos) text += ".0";
     return text;
+}
+
+std::string ZVPostingText::xmlRecord(const std::string& root,
+                                    const std::vector<std::pair<std::string, std::string>>& members) {
+    pugi::xml_document document;
+    auto declaration = document.append_child(pugi::node_declaration);
+    declaration.append_attribute("version") = "1.0";
+    declaration.append_attribute("encoding") = "UTF-8";
+    auto record = document.append_child(root.c_str());
+    for (const auto& member : members) record.append_child(member.first.c_str()).text().set(member.second.c_str());
+    std::ostringstream text;
+    document.save(text, "", pugi::format_raw);
+    return text.str();
 }
 
 std::string ZVPostingText::decimalHours(std::uint64_t seconds, int places) {

@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -24,6 +26,11 @@ public:
     /// A number in its plain decimal text: the shortest digits that read
     /// back as the same number, with ".0" on whole numbers ("1.5", "1.0").
     static std::string decimalText(double value);
+
+    /// A small XML document: the root element with one text element per
+    /// member, in the given order, after an XML declaration.
+    static std::string xmlRecord(const std::string& root,
+                                 const std::vector<std::pair<std::string, std::string>>& members);
 
     // The forms of tracked time and of dates that services take.
 

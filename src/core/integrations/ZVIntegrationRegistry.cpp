@@ -14,6 +14,7 @@
 #include "core/integrations/address_based/activecollab/ZVActiveCollab5Integration.h"
 #include "core/integrations/address_based/activecollab/ZVActiveCollabIntegration.h"
 #include "core/integrations/address_based/attask/ZVAtTaskIntegration.h"
+#include "core/integrations/address_based/freckle/ZVFreckleIntegration.h"
 #include "core/integrations/address_based/freeagent/ZVFreeAgentIntegration.h"
 #include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
 #include "core/integrations/address_based/harvest/ZVHarvestIntegration.h"
@@ -162,6 +163,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .authenticationType = Auth::usernameAPIToken,
         .sslSupport = SSL::optional,
         .usernameLabel = ZVLocalizable("Email"),
+        .make = built<ZVFreckleIntegration>(),
     },
     {
         .className = "Norvo.ZVFreeAgentIntegration",

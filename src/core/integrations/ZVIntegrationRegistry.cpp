@@ -22,6 +22,7 @@
 #include "core/integrations/address_based/kashflow/ZVKashflowIntegration.h"
 #include "core/integrations/address_based/liquidplanner/ZVLiquidPlannerIntegration.h"
 #include "core/integrations/address_based/mavenlink/ZVMavenlinkIntegration.h"
+#include "core/integrations/address_based/minutedock/ZVMinuteDockIntegration.h"
 #include "core/integrations/address_based/paymo/ZVPaymoIntegration.h"
 #include "core/integrations/address_based/redmine/ZVRedmineIntegration.h"
 #include "core/integrations/address_based/targetprocess/ZVTargetProcessIntegration.h"
@@ -287,6 +288,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .sslSupport = SSL::mandatory,
         .hasHardcodedAddress = true,
         .setupViewName = "MinuteDock",
+        .make = built<ZVMinuteDockIntegration>(),
     },
     {
         .className = "Norvo.ZVMiteIntegration",

@@ -86,30 +86,18 @@ TEST_F(FreckleTests, ProjectsFollowTheLinkHeaderAndEveryRequestCarriesTheTokenAn
 TEST_F(FreckleTests, APostSendsWholeMinutesWithTheSecondsDropped) {
     serveFreckle(server, false);
     auto freckle = account();
-    const struct {
-        std::uint64_t seconds;
-        int minutes;
-    } cases[] = {{59, 0}, {119, 1}, {3600, 60}};
-    for (const auto& c : cases) {
-        freckle->postTime(*trackedProject(freckle, "Gear GmbH", "37396", std::nullopt, c.seconds, "Fix %@"));
-        const auto entry = jsonBody(server.requests(entriesPath).back());
-        EXPECT_EQ(entry.at("minutes"), c.minutes) << c.seconds;
+    for (const auto& [seconds, minutes] : std::vector<std::pair<int, int>>{{59, 0}, {119, 1}, {3600, 60}}) {
+        freckle->postTime(*trackedProject(freckle, "Gear GmbH", "37396", std::nullopt, seconds));
+        EXPECT_EQ(jsonBody(server.requests(entriesPath).back()).at("minutes"), minutes) << seconds;
     }
-    EXPECT_EQ(jsonBody(server.requests(entriesPath).back()).at("description"), "Fix 01:00:00");
 }
 
-TEST_F(FreckleTests, AStoredAccountOfTheFormerAddressKeepsItsTimeAndReachesTheServicesOneHost) {
-    serveFreckle(server, false);
-    auto stored = makeAccountAt<Freckle>("acme.letsfreckle.com");
-    stored->addProject(trackedProject(stored, "Gear GmbH", "37396", std::nullopt, 600));
-    ZVDictionary dictionary = stored->dictionaryRepresentation();
-    dictionary["KDIntegrationClass"] = std::string("KDFreckleIntegration");
-    const auto old = std::dynamic_pointer_cast<Freckle>(ZVIntegration::integrationWithDictionary(dictionary));
-    ASSERT_TRUE(old);
-    EXPECT_EQ(old->availableProjects().at(0)->time(), 600u);
-    EXPECT_EQ(old->serviceBaseURL(), "https://api.nokotime.com");
-    redirectFixedHost("api.nokotime.com");
-    EXPECT_EQ(old->loadRemoteProjects().size(), 2u);
+TEST_F(FreckleTests, TheServicesAddressesOldAndNewReachItsOneHostAndAnyOtherIsAServerOfTheUsers) {
+    const std::vector<std::pair<std::string, std::string>> addresses{
+        {"acme.nokotime.com", "https://api.nokotime.com"}, {"acme.letsfreckle.com", "https://api.nokotime.com"},
+        {"time.example.org", "http://time.example.org"}, {"notnokotime.com", "http://notnokotime.com"}};
+    for (const auto& [address, expected] : addresses)
+        EXPECT_EQ(makeAccountAt<Freckle>(address)->serviceBaseURL(), expected) << address;
 }
 
 }  // namespace

@@ -33,8 +33,10 @@ void serveFreckle(FakeServer& server, bool withBadRecord) {
         projects.back().erase("name");
     }
     server.route("GET", projectsPath, FakeResponse::json(projects.dump()));
-    server.route("POST", entriesPath, FakeResponse::json(R"({"id": 1711626, "date": "2026-11-25", "minutes": 90,
-        "description": "Review", "project": {"id": 37396, "name": "Gear GmbH"}})", 201));
+    server.route("POST", entriesPath,
+                 FakeResponse::json(R"({"id": 1711626, "date": "2026-11-25", "minutes": 90,
+        "description": "Review", "project": {"id": 37396, "name": "Gear GmbH"}})",
+                                    201));
 }
 
 const bool scenario = ServiceScenarios::add("Norvo.ZVFreckleIntegration", [] {
@@ -64,7 +66,8 @@ TEST_F(FreckleTests, ProjectsFollowTheLinkHeaderAndEveryRequestCarriesTheTokenAn
     auto freckle = account();
     const std::string next = freckle->serviceBaseURL() + projectsPath + "?page=2&per_page=1000";
     FakeQueryRoutes routes(server, "GET", projectsPath);
-    routes.add({{"page", "2"}}, FakeResponse::json(nlohmann::json::array({project(2, "Audit")}).dump()));
+    routes.add({{"page", "2"}},
+               FakeResponse::json(nlohmann::json::array({project(2, "Audit")}).dump()));
     FakeResponse first = FakeResponse::json(nlohmann::json::array({project(1, "Intranet")}).dump());
     first.headers = {{"Link", "<" + next + ">; rel=\"next\", <" + next + ">; rel=\"last\""}};
     routes.add({}, first);
@@ -86,7 +89,8 @@ TEST_F(FreckleTests, ProjectsFollowTheLinkHeaderAndEveryRequestCarriesTheTokenAn
 TEST_F(FreckleTests, APostSendsWholeMinutesWithTheSecondsDropped) {
     serveFreckle(server, false);
     auto freckle = account();
-    for (const auto& [seconds, minutes] : std::vector<std::pair<int, int>>{{59, 0}, {119, 1}, {3600, 60}}) {
+    for (const auto& [seconds, minutes] :
+         std::vector<std::pair<int, int>>{{59, 0}, {119, 1}, {3600, 60}}) {
         freckle->postTime(*trackedProject(freckle, "Gear GmbH", "37396", std::nullopt, seconds));
         EXPECT_EQ(jsonBody(server.requests(entriesPath).back()).at("minutes"), minutes) << seconds;
     }
@@ -94,8 +98,10 @@ TEST_F(FreckleTests, APostSendsWholeMinutesWithTheSecondsDropped) {
 
 TEST_F(FreckleTests, TheServicesAddressesOldAndNewReachItsOneHostAndAnyOtherIsAServerOfTheUsers) {
     const std::vector<std::pair<std::string, std::string>> addresses{
-        {"acme.nokotime.com", "https://api.nokotime.com"}, {"acme.letsfreckle.com", "https://api.nokotime.com"},
-        {"time.example.org", "http://time.example.org"}, {"notnokotime.com", "http://notnokotime.com"}};
+        {"acme.nokotime.com", "https://api.nokotime.com"},
+        {"acme.letsfreckle.com", "https://api.nokotime.com"},
+        {"time.example.org", "http://time.example.org"},
+        {"notnokotime.com", "http://notnokotime.com"}};
     for (const auto& [address, expected] : addresses)
         EXPECT_EQ(makeAccountAt<Freckle>(address)->serviceBaseURL(), expected) << address;
 }

@@ -12,7 +12,8 @@ using MinuteDock = ZVMinuteDockIntegration;
 const std::string entriesPath = "/api/v1/entries.json";
 
 nlohmann::json item(std::int64_t id, const char* name, const char* code) {
-    return {{"id", id}, {"name", name}, {"short_code", code}, {"description", ""}, {"hidden", false}};
+    return {
+        {"id", id}, {"name", name}, {"short_code", code}, {"description", ""}, {"hidden", false}};
 }
 
 void serveMinuteDock(FakeServer& server, bool withBadRecord) {
@@ -23,20 +24,30 @@ void serveMinuteDock(FakeServer& server, bool withBadRecord) {
     server.route("GET", "/api/v1/tasks.json", FakeResponse::json(tasks.dump()));
     server.route("GET", "/api/v1/projects.json", FakeResponse::json(projects.dump()));
     server.route("GET", "/api/v1/contacts.json",
-                 FakeResponse::json(nlohmann::json::array({item(123, "An Amazing Customer", "amazing")}).dump()));
-    server.route("POST", entriesPath,
-                 FakeResponse::json(R"({"id": 9001, "description": "Review", "duration": 5400, "task_ids": [42]})"));
+                 FakeResponse::json(
+                     nlohmann::json::array({item(123, "An Amazing Customer", "amazing")}).dump()));
+    server.route(
+        "POST", entriesPath,
+        FakeResponse::json(
+            R"({"id": 9001, "description": "Review", "duration": 5400, "task_ids": [42]})"));
 }
 
 const bool scenario = ServiceScenarios::add("Norvo.ZVMinuteDockIntegration", [] {
     return ServiceScenario{
         .serve = serveMinuteDock,
-        .tree = "Tasks [--TASKS--|-|-]\n  admin (#admin) [--TASKS--|42|-]\n  Design (#design) [--TASKS--|43|-]\n"
-                "Projects [--PROJECTS--|-|-]\n  Website (#web) [--PROJECTS--|7|-]\n"
-                "Clients [--CLIENTS--|-|-]\n  An Amazing Customer (#amazing) [--CLIENTS--|123|-]\n",
-        .posted = {.projectID = "--TASKS--", .subprojectID = "42", .seconds = 5400, .title = "Review"},
+        .tree =
+            "Tasks [--TASKS--|-|-]\n  admin (#admin) [--TASKS--|42|-]\n  Design (#design) "
+            "[--TASKS--|43|-]\n"
+            "Projects [--PROJECTS--|-|-]\n  Website (#web) [--PROJECTS--|7|-]\n"
+            "Clients [--CLIENTS--|-|-]\n  An Amazing Customer (#amazing) [--CLIENTS--|123|-]\n",
+        .posted = {.projectID = "--TASKS--",
+                   .subprojectID = "42",
+                   .seconds = 5400,
+                   .title = "Review"},
         .postPath = entriesPath,
-        .postMembers = {{"entry[description]", "Review"}, {"entry[duration]", "5400"}, {"entry[task_ids][]", "42"}},
+        .postMembers = {{"entry[description]", "Review"},
+                        {"entry[duration]", "5400"},
+                        {"entry[task_ids][]", "42"}},
         .settings = {{MinuteDock::includesClientsKey, true}},
     };
 });
@@ -60,7 +71,8 @@ TEST_F(MinuteDockTests, TheKeyGoesInTheQueryAndAnAccessTokenAsBearerAndClientsOn
     for (const auto& c : cases) {
         server.clearRequests();
         auto minuteDock = account({{MinuteDock::usesAccessTokenKey, c.usesAccessToken}});
-        EXPECT_EQ(minuteDock->loadRemoteProjects().size(), 2u) << "no clients unless the account asks";
+        EXPECT_EQ(minuteDock->loadRemoteProjects().size(), 2u)
+            << "no clients unless the account asks";
         EXPECT_TRUE(server.requests("/api/v1/contacts.json").empty());
         for (const auto& request : server.requests()) {
             EXPECT_EQ(request.queryValue("api_key"), c.apiKey) << request.target;
@@ -74,8 +86,10 @@ TEST_F(MinuteDockTests, AMessageInPlaceOfAListIsTheFailureAndAnEmptyBranchIsLeft
     server.route("GET", "/api/v1/tasks.json", FakeResponse::json("[]"));
     EXPECT_EQ(treeDescription(account()->loadRemoteProjects()),
               "Projects [--PROJECTS--|-|-]\n  Website (#web) [--PROJECTS--|7|-]\n");
-    server.route("GET", "/api/v1/projects.json", FakeResponse::json(R"({"message": "Account is suspended"})"));
-    EXPECT_TRUE(throwsFailureReason([&] { account()->loadRemoteProjects(); }, "Account is suspended"));
+    server.route("GET", "/api/v1/projects.json",
+                 FakeResponse::json(R"({"message": "Account is suspended"})"));
+    EXPECT_TRUE(
+        throwsFailureReason([&] { account()->loadRemoteProjects(); }, "Account is suspended"));
 }
 
 TEST_F(MinuteDockTests, EachBranchTagsTheEntryWithItsItemAndNoOtherNodeIsPosted) {
@@ -88,17 +102,20 @@ TEST_F(MinuteDockTests, EachBranchTagsTheEntryWithItsItemAndNoOtherNodeIsPosted)
                     {"--PROJECTS--", "entry[project_id]"},
                     {"--CLIENTS--", "entry[client_id]"}};
     for (const auto& c : branches) {
-        minuteDock->postTime(*trackedProject(minuteDock, "Item", c.branch, std::string("a&b"), 90, ""));
+        minuteDock->postTime(
+            *trackedProject(minuteDock, "Item", c.branch, std::string("a&b"), 90, ""));
         const std::string body = server.requests(entriesPath).back().body;
-        EXPECT_EQ(ZVPercentDecoded(body),
-                  "entry[description]=No notes&entry[duration]=90&" + std::string(c.field) + "=a&b");
+        EXPECT_EQ(ZVPercentDecoded(body), "entry[description]=No notes&entry[duration]=90&" +
+                                              std::string(c.field) + "=a&b");
         EXPECT_TRUE(body.ends_with("=a%26b")) << body;
     }
     const auto before = server.requests(entriesPath).size();
     for (const auto& [projectID, subprojectID] :
-         std::vector<std::pair<std::string, std::optional<std::string>>>{{"7", "7"}, {"--TASKS--", std::nullopt}}) {
+         std::vector<std::pair<std::string, std::optional<std::string>>>{
+             {"7", "7"}, {"--TASKS--", std::nullopt}}) {
         auto stray = trackedProject(minuteDock, "Stray", projectID, subprojectID, 60);
-        EXPECT_TRUE(throwsFailureReason([&] { minuteDock->postTime(*stray); }, "Internal inconsistency."));
+        EXPECT_TRUE(
+            throwsFailureReason([&] { minuteDock->postTime(*stray); }, "Internal inconsistency."));
     }
     EXPECT_EQ(server.requests(entriesPath).size(), before);
 }

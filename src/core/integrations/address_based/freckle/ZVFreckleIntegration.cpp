@@ -25,14 +25,16 @@ constexpr std::size_t projectPageSize = 1000;
 }  // namespace freckle
 
 std::string ZVFreckleIntegration::serviceBaseURL() const {
-    const bool isServices = isHostedUnder(freckle::serviceDomain) || isHostedUnder(freckle::formerServiceDomain);
+    const bool isServices =
+        isHostedUnder(freckle::serviceDomain) || isHostedUnder(freckle::formerServiceDomain);
     return isServices ? freckle::serviceURL : baseURL();
 }
 
 std::optional<ZVCredentialPresentation> ZVFreckleIntegration::credentialPresentation() const {
     return ZVCredentialPresentation{
-        .hint = ZVLocalizedString("Freckle is now Noko. Use a personal access token from Integrations & Apps, "
-                                  "Noko API, in Noko."),
+        .hint = ZVLocalizedString(
+            "Freckle is now Noko. Use a personal access token from Integrations & Apps, "
+            "Noko API, in Noko."),
         .usernameLabel = usernameLabel()};
 }
 
@@ -54,7 +56,8 @@ ZVIntegration::ProjectList ZVFreckleIntegration::loadRemoteProjects() {
     ZVServiceRequest request = ZVServiceRequest::get(freckle::projectsPath);
     request.query = {{"enabled", "true"}};
     const auto projects = ZVListing::items(*this, request, paging, "");
-    return ZVListing::nodes(shared_from_this(), ZVListing::records(projects, {}, "Missing name or ID in "));
+    return ZVListing::nodes(shared_from_this(),
+                            ZVListing::records(projects, {}, "Missing name or ID in "));
 }
 
 void ZVFreckleIntegration::postTime(ZVIntegrationProject& project) {

@@ -22,7 +22,9 @@ public:
     /// its domain, or of the old one a stored account may hold, reaches it
     /// there over https; any other address is a server of the user's own.
     std::string serviceBaseURL() const override;
-    std::optional<std::string> connectionProbeURL() const override { return serviceBaseURL() + "/"; }
+    std::optional<std::string> connectionProbeURL() const override {
+        return serviceBaseURL() + "/";
+    }
     std::optional<ZVCredentialPresentation> credentialPresentation() const override;
     ZVCredentialStyle credentialStyle() const override {
         return {ZVCredentialStyle::Kind::tokenHeader, "X-NokoToken"};

@@ -19,17 +19,19 @@ constexpr const char* entriesPath = "/api/v1/entries.json";
 const std::vector<ZVIntegrationSetting>& ZVMinuteDockIntegration::settings() const {
     static const std::vector<ZVIntegrationSetting> declared{
         ZVIntegrationSetting::credentialSwitch(
-            usesAccessTokenKey, ZVLocalizable("Sign in with a personal access token"), "accessTokenButton"),
-        {includesClientsKey, ZVIntegrationSetting::Kind::flag, ZVLocalizable("Include clients in the listing"),
-         "includeClientsButton"},
+            usesAccessTokenKey, ZVLocalizable("Sign in with a personal access token"),
+            "accessTokenButton"),
+        {includesClientsKey, ZVIntegrationSetting::Kind::flag,
+         ZVLocalizable("Include clients in the listing"), "includeClientsButton"},
     };
     return declared;
 }
 
 std::optional<ZVCredentialPresentation> ZVMinuteDockIntegration::credentialPresentation() const {
     return ZVCredentialPresentation{
-        .hint = ZVLocalizedString("The API key from your MinuteDock profile, or a personal access token "
-                                  "from Manage Access Tokens")};
+        .hint = ZVLocalizedString(
+            "The API key from your MinuteDock profile, or a personal access token "
+            "from Manage Access Tokens")};
 }
 
 ZVCredentialStyle ZVMinuteDockIntegration::credentialStyle() const {
@@ -47,9 +49,9 @@ std::vector<nlohmann::json> ZVMinuteDockIntegration::_itemsAtEndpoint(const std:
     return {reply.begin(), reply.end()};
 }
 
-std::shared_ptr<ZVIntegrationProject> ZVMinuteDockIntegration::_branch(const std::string& name,
-                                                                       const std::string& projectID,
-                                                                       const std::vector<nlohmann::json>& items) {
+std::shared_ptr<ZVIntegrationProject> ZVMinuteDockIntegration::_branch(
+    const std::string& name, const std::string& projectID,
+    const std::vector<nlohmann::json>& items) {
     auto branch = ZVIntegrationProject::create(name, projectID);
     branch->setIntegration(shared_from_this());
     for (const auto& item : items) {
@@ -77,7 +79,8 @@ ZVIntegration::ProjectList ZVMinuteDockIntegration::loadRemoteProjects() {
     };
     add(_branch(ZVLocalizedString("Tasks"), tasksBranchID, tasks));
     add(_branch(ZVLocalizedString("Projects"), projectsBranchID, projects));
-    if (includeClientsInListing()) add(_branch(ZVLocalizedString("Clients"), clientsBranchID, _itemsAtEndpoint("contacts")));
+    if (includeClientsInListing())
+        add(_branch(ZVLocalizedString("Clients"), clientsBranchID, _itemsAtEndpoint("contacts")));
     return branches;
 }
 

@@ -46,6 +46,7 @@ private:
     std::vector<nlohmann::json> _itemsAtEndpoint(const std::string& endpoint);
     /// The branch named `name` with a child for each usable item; none when
     /// no item is usable.
-    std::shared_ptr<ZVIntegrationProject> _branch(const std::string& name, const std::string& projectID,
+    std::shared_ptr<ZVIntegrationProject> _branch(const std::string& name,
+                                                  const std::string& projectID,
                                                   const std::vector<nlohmann::json>& items);
 };

@@ -14,6 +14,7 @@
 #include "core/integrations/address_based/activecollab/ZVActiveCollab5Integration.h"
 #include "core/integrations/address_based/activecollab/ZVActiveCollabIntegration.h"
 #include "core/integrations/address_based/attask/ZVAtTaskIntegration.h"
+#include "core/integrations/address_based/freckle/ZVFreckleIntegration.h"
 #include "core/integrations/address_based/freeagent/ZVFreeAgentIntegration.h"
 #include "core/integrations/address_based/generic/ZVGenericAddressBasedIntegration.h"
 #include "core/integrations/address_based/harvest/ZVHarvestIntegration.h"
@@ -22,6 +23,7 @@
 #include "core/integrations/address_based/kashflow/ZVKashflowIntegration.h"
 #include "core/integrations/address_based/liquidplanner/ZVLiquidPlannerIntegration.h"
 #include "core/integrations/address_based/mavenlink/ZVMavenlinkIntegration.h"
+#include "core/integrations/address_based/minutedock/ZVMinuteDockIntegration.h"
 #include "core/integrations/address_based/mite/ZVMiteIntegration.h"
 #include "core/integrations/address_based/paymo/ZVPaymoIntegration.h"
 #include "core/integrations/address_based/redmine/ZVRedmineIntegration.h"
@@ -164,6 +166,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .authenticationType = Auth::usernameAPIToken,
         .sslSupport = SSL::optional,
         .usernameLabel = ZVLocalizable("Email"),
+        .make = built<ZVFreckleIntegration>(),
     },
     {
         .className = "Norvo.ZVFreeAgentIntegration",
@@ -288,6 +291,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .sslSupport = SSL::mandatory,
         .hasHardcodedAddress = true,
         .setupViewName = "MinuteDock",
+        .make = built<ZVMinuteDockIntegration>(),
     },
     {
         .className = "Norvo.ZVMiteIntegration",

@@ -26,6 +26,7 @@
 #include "core/integrations/address_based/targetprocess/ZVTargetProcessIntegration.h"
 #include "core/integrations/address_based/teambox/ZVTeamboxIntegration.h"
 #include "core/integrations/address_based/teamworkpm/ZVTeamworkPMIntegration.h"
+#include "core/integrations/address_based/tick/ZVTickIntegration.h"
 #include "core/integrations/address_based/toggl/ZVTogglIntegration.h"
 #include "core/integrations/address_based/tsheets/ZVTSheetsIntegration.h"
 
@@ -401,6 +402,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .authenticationType = Auth::usernamePassword,
         .sslSupport = SSL::mandatory,
         .usernameLabel = ZVLocalizable("Email"),
+        .make = built<ZVTickIntegration>(),
     },
     {
         .className = "Norvo.ZVTogglIntegration",

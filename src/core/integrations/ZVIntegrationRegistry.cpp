@@ -23,6 +23,7 @@
 #include "core/integrations/address_based/mavenlink/ZVMavenlinkIntegration.h"
 #include "core/integrations/address_based/paymo/ZVPaymoIntegration.h"
 #include "core/integrations/address_based/redmine/ZVRedmineIntegration.h"
+#include "core/integrations/address_based/slimtimer/ZVSlimTimerIntegration.h"
 #include "core/integrations/address_based/targetprocess/ZVTargetProcessIntegration.h"
 #include "core/integrations/address_based/teambox/ZVTeamboxIntegration.h"
 #include "core/integrations/address_based/teamworkpm/ZVTeamworkPMIntegration.h"
@@ -353,6 +354,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .authenticationType = Auth::apiToken,
         .sslSupport = SSL::none,
         .hasHardcodedAddress = true,
+        .make = built<ZVSlimTimerIntegration>(),
     },
     {
         .className = "Norvo.ZVSUBERNOVAIntegration",

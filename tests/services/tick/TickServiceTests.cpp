@@ -105,6 +105,16 @@ TEST_F(TickTests, TheLoginGoesOnlyToTheRolesOnceASyncAndTheTokenToEverythingElse
     // The next sync reads the roles again.
     tick->loadRemoteProjects();
     EXPECT_EQ(server.requests(rolesPath).size(), 2u);
+
+    // A token the service no longer takes is read anew from the roles, once.
+    server.routeSequence("GET", rolesPath, {FakeResponse::json(R"([{"subscription_id": 16, "api_token": "old"}])"),
+                                            FakeResponse::json(nlohmann::json::array({role(16, "Empire", token)}).dump())});
+    server.intercept([](const FakeRequest& request) -> std::optional<FakeResponse> {
+        if (request.header("Authorization") != "Token token=old") return std::nullopt;
+        return FakeResponse::json(R"({"error": "expired"})", 401);
+    });
+    EXPECT_EQ(tick->loadRemoteProjects().size(), 2u);
+    EXPECT_EQ(server.requests(rolesPath).size(), 4u);
 }
 
 TEST_F(TickTests, ClosedTasksProjectsWithoutTasksAndProjectsWithoutAClientAreLeftOut) {

@@ -27,9 +27,11 @@
 #include "core/integrations/address_based/mite/ZVMiteIntegration.h"
 #include "core/integrations/address_based/paymo/ZVPaymoIntegration.h"
 #include "core/integrations/address_based/redmine/ZVRedmineIntegration.h"
+#include "core/integrations/address_based/slimtimer/ZVSlimTimerIntegration.h"
 #include "core/integrations/address_based/targetprocess/ZVTargetProcessIntegration.h"
 #include "core/integrations/address_based/teambox/ZVTeamboxIntegration.h"
 #include "core/integrations/address_based/teamworkpm/ZVTeamworkPMIntegration.h"
+#include "core/integrations/address_based/tick/ZVTickIntegration.h"
 #include "core/integrations/address_based/toggl/ZVTogglIntegration.h"
 #include "core/integrations/address_based/tsheets/ZVTSheetsIntegration.h"
 
@@ -360,6 +362,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .authenticationType = Auth::apiToken,
         .sslSupport = SSL::none,
         .hasHardcodedAddress = true,
+        .make = built<ZVSlimTimerIntegration>(),
     },
     {
         .className = "Norvo.ZVSUBERNOVAIntegration",
@@ -409,6 +412,7 @@ const std::vector<ZVIntegrationServiceInfo> serviceTable = {
         .authenticationType = Auth::usernamePassword,
         .sslSupport = SSL::mandatory,
         .usernameLabel = ZVLocalizable("Email"),
+        .make = built<ZVTickIntegration>(),
     },
     {
         .className = "Norvo.ZVTogglIntegration",

@@ -102,7 +102,10 @@ void ServiceTestCase::redirectServiceHost(const ZVAddressBasedIntegration& accou
         url.erase(0, url.find("://") + 3);
         return url.substr(0, url.find('/'));
     };
-    redirectFixedHost(hostOf(account.serviceBaseURL()), toDeadAddress);
+    // The service's own scheme: a service of plain http is sent there too.
+    const std::string base = account.serviceBaseURL();
+    transport.redirect(base.substr(0, base.find("://") + 3) + hostOf(base),
+                       toDeadAddress ? "http://" + deadAddress() : server.baseURL());
     // The login's pages and tokens may live on a host of their own.
     if (const auto* withOAuth2 = dynamic_cast<const ZVOAuth2BasedIntegration*>(&account)) {
         const auto configuration = withOAuth2->authenticationConfiguration();

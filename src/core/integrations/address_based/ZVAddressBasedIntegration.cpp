@@ -272,7 +272,8 @@ bool ZVAddressBasedIntegration::hasSession() const {
 ZVServiceReply ZVAddressBasedIntegration::send(const ZVServiceRequest& request) {
     for (int attempt = 0;; ++attempt) {
         // Asked at each attempt: a refused session may change the style.
-        const ZVCredentialStyle style = request.sendsCredentials ? credentialStyle() : ZVCredentialStyle{};
+        const ZVCredentialStyle style =
+            request.sendsCredentials ? request.credentialStyle.value_or(credentialStyle()) : ZVCredentialStyle{};
         const bool usesSession = style.kind == ZVCredentialStyle::Kind::session;
         std::optional<std::string> session;
         if (usesSession) {

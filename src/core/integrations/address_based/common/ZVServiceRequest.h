@@ -68,6 +68,10 @@ struct ZVServiceRequest {
     /// False for a public call that the service answers anyone: it goes out
     /// without the account's credentials and headers.
     bool sendsCredentials = true;
+    /// How this one request takes the credentials, in place of the
+    /// account's style: a log-in by user name and password that gives the
+    /// token of every later request.
+    std::optional<ZVCredentialStyle> credentialStyle;
 
     static ZVServiceRequest get(std::string path) { return {.path = std::move(path)}; }
     static ZVServiceRequest postJSON(std::string path, nlohmann::json body) {

@@ -58,7 +58,7 @@ const bool scenario = ServiceScenarios::add("Norvo.ZVMiteIntegration", [] {
                    .title = "Review %@"},
         .postPath = entriesPath,
         .postMembers = {{"time-entry/minutes", "90"},
-                        {"time-entry/notes", "Review 01:30:59"},
+                        {"time-entry/note", "Review 01:30:59"},
                         {"time-entry/project-id", "643"},
                         {"time-entry/service-id", "38672"}},
     };

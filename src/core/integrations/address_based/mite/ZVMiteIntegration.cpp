@@ -42,10 +42,12 @@ ZVIntegration::ProjectList ZVMiteIntegration::loadRemoteProjects() {
 }
 
 void ZVMiteIntegration::postTime(ZVIntegrationProject& project) {
-    // Whole minutes: the seconds of a begun minute are dropped.
+    // Whole minutes: the seconds of a begun minute are dropped. The service
+    // names the text of an entry "note"; an element it does not know it
+    // drops without a word.
     const std::string body = ZVPostingText::xmlRecord(
         "time-entry", {{"minutes", std::to_string(project.time() / 60)},
-                       {"notes", ZVPostingText::title(project)},
+                       {"note", ZVPostingText::title(project)},
                        {"project-id", project.projectID()},
                        {"service-id", project.subprojectID().value_or("")}});
     const auto reply = send(ZVServiceRequest::postXML(mite::timeEntriesPath, body));

@@ -43,11 +43,8 @@ void ZVActionCenter::resetTimer() {
     ui.activateApplication();
     const auto project = ZVIntegrationCenter::sharedCurrentProject();
     if (!project) {
-        ZVAlert alert;
-        alert.messageText = ZVLocalizedString("No project is selected.");
-        alert.informativeText = ZVLocalizedString("You need to select a project before modifying the timer.");
-        alert.buttons = {ZVLocalizedString("OK")};
-        ui.runModal(alert);
+        ui.runModalMessage(ZVLocalizedString("No project is selected."),
+                           ZVLocalizedString("You need to select a project before modifying the timer."));
         return;
     }
     ZVAlert confirmation;

@@ -15,11 +15,7 @@ namespace {
 
 
 void showNoActionAlert(const std::string& message) {
-    ZVAlert alert;
-    alert.messageText = message;
-    alert.informativeText = ZVLocalizedString("No action will be performed.");
-    alert.buttons = {ZVLocalizedString("OK")};
-    ZVUserInterface::shared().runModal(alert);
+    ZVUserInterface::shared().runModalMessage(message, ZVLocalizedString("No action will be performed."));
 }
 
 void setTime(ZVIntegrationProject& project, std::uint64_t seconds, const ZVTimeMover::ProjectPointer& current) {

@@ -90,13 +90,10 @@ void ZVHeartBeat::start() {
             wasRunning = true;
         } else if (!ZVIntegrationCenter::shared().currentProject()) {
             guard.unlock();  // no lock is held across an alert
-            ZVAlert alert;
-            alert.messageText = ZVLocalizedString("No project selected.");
-            alert.informativeText = ZVLocalizedString(
-                "You can either add an integration using the + button in the timer window, or add a local project "
-                "using the pop up button's Norvo menu item.");
-            alert.buttons = {ZVLocalizedString("OK")};
-            ZVUserInterface::shared().runModal(alert);
+            ZVUserInterface::shared().runModalMessage(
+                ZVLocalizedString("No project selected."),
+                ZVLocalizedString("You can either add an integration using the + button in the timer window, or add a "
+                                  "local project using the pop up button's Norvo menu item."));
             return;
         } else {
             _startDate = ZVNow();

@@ -282,10 +282,7 @@ bool ZVLogController::writeCSVFile(const std::vector<std::shared_ptr<ZVLogEntry>
 
 bool ZVLogController::exportToCSV(const std::vector<std::shared_ptr<ZVLogEntry>>& entries, const std::string& path) {
     if (writeCSVFile(entries, path)) return true;
-    ZVAlert alert;
-    alert.messageText = ZVLocalizedString("The log could not be exported.");
-    alert.informativeText = ZVLocalizedFormat("Norvo cannot write the file \"%@\".", {path});
-    alert.buttons = {ZVLocalizedString("OK")};
-    ZVUserInterface::shared().runModal(alert);
+    ZVUserInterface::shared().runModalMessage(ZVLocalizedString("The log could not be exported."),
+                                              ZVLocalizedFormat("Norvo cannot write the file \"%@\".", {path}));
     return false;
 }

@@ -108,13 +108,11 @@ void ZVTimePosting::postTime(ZVIntegrationProject& project) {
     }
 
     if (title.empty() && !integration->canPostEmptyTitle()) {
-        ZVAlert alert;
-        alert.messageText = ZVLocalizedString("Sorry, but the description mustn't be empty.");
-        alert.informativeText = ZVLocalizedString(
-            "Fill the description either in the main window (the What are you working on? field), or in the "
-            "confirming message, unless it is turned off in the preferences.");
-        alert.buttons = {ZVLocalizedString("OK")};
-        ZVUserInterface::shared().runModal(alert);
+        ZVUserInterface::shared().runModalMessage(
+            ZVLocalizedString("Sorry, but the description mustn't be empty."),
+            ZVLocalizedString(
+                "Fill the description either in the main window (the What are you working on? field), or in the "
+                "confirming message, unless it is turned off in the preferences."));
         return;
     }
 

@@ -32,11 +32,8 @@ std::string listDescription(const ZVIntegrationSyncHelper::ProjectList& projects
 }
 
 void showRemovedCurrentProjectAlert(const std::string& name) {
-    ZVAlert alert;
-    alert.messageText =
-        ZVLocalizedFormat("\"%@\" is no longer available - it has been removed from the server.", {name});
-    alert.buttons = {ZVLocalizedString("OK")};
-    ZVUserInterface::shared().runModal(alert);
+    ZVUserInterface::shared().runModalMessage(
+        ZVLocalizedFormat("\"%@\" is no longer available - it has been removed from the server.", {name}));
 }
 
 }  // namespace

@@ -148,10 +148,7 @@ void ZVSynchronizationThread::_replyToPendingTerminationIfNeeded(bool terminateA
 }
 
 void ZVSynchronizationThread::_warnUserAboutOngoingSynchronization() {
-    ZVAlert alert;
-    alert.messageText = ZVLocalizedString("Norvo is already synchronizing projects.");
-    alert.buttons = {ZVLocalizedString("OK")};
-    ZVUserInterface::shared().runModal(alert);
+    ZVUserInterface::shared().runModalMessage(ZVLocalizedString("Norvo is already synchronizing projects."));
 }
 
 void ZVSynchronizationThread::_notifyAboutSyncing(const std::string& name) {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "ZVLocalization.h"
 #include "ZVLog.h"
 #include "ZVThreading.h"
 
@@ -18,6 +19,14 @@ ZVUserInterface& ZVUserInterface::shared() {
 void ZVUserInterface::install(ZVUserInterface* ui) { installedInterface.store(ui); }
 
 ZVUserInterface* ZVUserInterface::sharedIfInstalled() { return installedInterface.load(); }
+
+void ZVUserInterface::runModalMessage(const std::string& message, const std::string& informative) {
+    ZVAlert alert;
+    alert.messageText = message;
+    alert.informativeText = informative;
+    alert.buttons = {ZVLocalizedString("OK")};
+    runModal(alert);
+}
 
 ZVAlertResponse ZVUserInterface::runModalOnMainThread(const ZVAlert& alert) {
     ZVAlertResponse response;

@@ -37,6 +37,9 @@ public:
     virtual ~ZVUserInterface() = default;
 
     virtual ZVAlertResponse runModal(const ZVAlert& alert) = 0;
+    /// A modal warning that only tells: its message, the details below it
+    /// and the one button "OK".
+    void runModalMessage(const std::string& message, const std::string& informative = {});
     /// An alert with one input field; nothing when cancelled.
     virtual std::optional<std::string> runModalWithTextField(const ZVAlert& alert, const std::string& initialText,
                                                              bool secure) = 0;

@@ -16,11 +16,8 @@ std::recursive_mutex sharedIntegrationLock;
 std::shared_ptr<ZVNorvoIntegration> sharedLocalIntegration;
 
 void showNameRefusal(const std::string& message) {
-    ZVAlert alert;
-    alert.messageText = ZVLocalizedString(message);
-    alert.informativeText = ZVLocalizedString("Please, choose a different name.");
-    alert.buttons = {ZVLocalizedString("OK")};
-    ZVUserInterface::shared().runModal(alert);
+    ZVUserInterface::shared().runModalMessage(ZVLocalizedString(message),
+                                              ZVLocalizedString("Please, choose a different name."));
 }
 }  // namespace
 

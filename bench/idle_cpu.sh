@@ -16,7 +16,17 @@ database=${3:+$(realpath "$3")}
 [ -x "$norvo" ] || { echo "no executable at $norvo (build the norvo target first)" >&2; exit 1; }
 
 if [ -z "${DISPLAY:-}" ]; then
-  exec xvfb-run -a -s "-screen 0 1280x800x24" "$0" "$norvo" "$seconds" ${database:+"$database"}
+  # An X server of its own. With -displayfd it picks a free display and
+  # names it only once it takes connections; xvfb-run's guess of a free
+  # number can lose to a server of a run just before, and then Norvo finds
+  # no display at all.
+  exec 4< <(exec Xvfb -displayfd 1 -screen 0 1280x800x24 -noreset -nolisten tcp 2>/dev/null)
+  xvfb=$!
+  read -r -t 20 -u 4 number || { echo "the X server did not start" >&2; exit 1; }
+  status=0
+  DISPLAY=":$number" "$0" "$norvo" "$seconds" ${database:+"$database"} || status=$?
+  kill "$xvfb" 2>/dev/null || true
+  exit "$status"
 fi
 if [ -z "${DBUS_SESSION_BUS_ADDRESS:-}" ]; then
   exec dbus-run-session -- "$0" "$norvo" "$seconds" ${database:+"$database"}

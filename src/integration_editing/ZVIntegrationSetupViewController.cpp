@@ -112,6 +112,7 @@ void ZVIntegrationSetupViewController::popoverWillClose() { releaseSetupView(); 
 
 void ZVIntegrationSetupViewController::addSetupView() {
     _setupView = ZVIntegrationSetupViewFactory::makeSetupView(_currentIntegration);
+    _skippedProjectsWarningTextField->setVisible(_currentIntegration->leavesOutProjectsWithoutOpenTasks());
     _subview->layout()->addWidget(_setupView);
     // Tab runs through the new fields in the order in which they were built.
     QWidget* previous = _integrationPopUp;

@@ -207,6 +207,12 @@ TEST_F(ZVIntegrationSetupTest, ServiceWithAFixedHostShowsItReadOnlyAndNoSSLSwitc
     version->setCurrentIndex(version->findData(QVariant::fromValue<qlonglong>(0)));
     EXPECT_EQ(field(setup, "addressField")->text(), u"api.paymo.biz"_s);
     EXPECT_EQ(rowLabel(field(setup, "usernameField")), u"Username"_s);
+    // The line about projects left out stands only where a tree leaves some out.
+    auto* leftOut = setup.findChild<QLabel*>(u"skippedProjectsWarningTextField"_s);
+    ASSERT_NE(leftOut, nullptr);
+    EXPECT_FALSE(leftOut->isHidden());
+    choose(setup, "Freckle");
+    EXPECT_TRUE(leftOut->isHidden());
 }
 
 TEST_F(ZVIntegrationSetupTest, AnOAuth2AccountTakesAnApplicationOfTheUsersOwnUnderAdvanced) {

@@ -93,6 +93,10 @@ public:
     bool hasAdditionalSetupView() const { return additionalSetupViewNibName().has_value(); }
     virtual std::string basicSetupViewNibName() const;
     virtual bool canPostEmptyTitle() const;
+    /// Whether the tree leaves out projects with nothing to post to (no open
+    /// task or ticket), which the account panel tells; a flat list of
+    /// projects leaves none out.
+    virtual bool leavesOutProjectsWithoutOpenTasks() const { return true; }
     virtual bool canPostTime() const { return true; }
     /// Localized label of the user name field: "Username" unless the service says otherwise.
     virtual std::string usernameLabel() const;

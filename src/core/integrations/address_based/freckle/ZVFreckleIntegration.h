@@ -18,6 +18,7 @@ class ZVIntegrationProject;
 class ZVFreckleIntegration : public ZVAddressBasedIntegration {
 public:
     std::string addressPlaceholder() const override { return "yourcompany.nokotime.com"; }
+    bool leavesOutProjectsWithoutOpenTasks() const override { return false; }
     /// The service answers on one host for every account: an address of
     /// its domain, or of the old one a stored account may hold, reaches it
     /// there over https; any other address is a server of the user's own.

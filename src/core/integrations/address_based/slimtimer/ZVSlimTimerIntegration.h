@@ -15,6 +15,7 @@
 /// token as both the basic user name and the password.
 class ZVSlimTimerIntegration : public ZVAddressBasedIntegration {
 public:
+    bool leavesOutProjectsWithoutOpenTasks() const override { return false; }
     /// A server of the user's that speaks the interface; the service's host when empty.
     static constexpr const char* serverKey = "ZVSlimTimerServer";
 

@@ -1,5 +1,6 @@
 #include "ZVHelpers.h"
 
+#include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
 #include <charconv>
@@ -340,6 +341,12 @@ ZVDate ZVUTCDate(int year, int month, int day, int hour, int minute, double seco
     utc.tm_hour = hour;
     utc.tm_min = minute;
     return ZVDate(std::chrono::duration<double>(static_cast<double>(timegm(&utc)) + second));
+}
+
+bool ZVCaseInsensitiveLess(std::string_view first, std::string_view second) {
+    const auto a = icu::UnicodeString::fromUTF8(icu::StringPiece(first.data(), static_cast<int32_t>(first.size())));
+    const auto b = icu::UnicodeString::fromUTF8(icu::StringPiece(second.data(), static_cast<int32_t>(second.size())));
+    return a.caseCompare(b, U_FOLD_CASE_DEFAULT) < 0;
 }
 
 std::size_t ZVCharacterCount(std::string_view utf8) {

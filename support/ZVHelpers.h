@@ -31,6 +31,9 @@ ZVData ZVUTF8Data(std::string_view text);
 bool ZVIsValidUTF8(std::string_view bytes);
 /// The number of code points of UTF-8 text (continuation bytes are not counted).
 std::size_t ZVCharacterCount(std::string_view utf8);
+/// Whether `first` sorts before `second` with case folded, as names are
+/// listed for people ("apple" before "Banana").
+bool ZVCaseInsensitiveLess(std::string_view first, std::string_view second);
 /// Percent-encodes every byte that may not stand in a URL; reserved
 /// characters and existing escapes stay.
 std::string ZVEncodingIllegalURLCharacters(std::string_view text);

@@ -7,10 +7,9 @@
 #include <mutex>
 #include <system_error>
 
-#include <unicode/uchar.h>
-#include <unicode/unistr.h>
 
 #include "ZVDownloadCenter.h"
+#include "ZVHelpers.h"
 #include "ZVLocalization.h"
 #include "ZVLog.h"
 #include "ZVPaths.h"
@@ -30,12 +29,6 @@ namespace {
 void dropURLCache() {
     std::error_code ignored;
     std::filesystem::remove(std::filesystem::path(ZVPaths::cacheDirectory()) / "Cache.db", ignored);
-}
-
-bool caseInsensitiveLess(const std::string& first, const std::string& second) {
-    auto a = icu::UnicodeString::fromUTF8(first);
-    auto b = icu::UnicodeString::fromUTF8(second);
-    return a.caseCompare(b, U_FOLD_CASE_DEFAULT) < 0;
 }
 
 }  // namespace
@@ -100,7 +93,7 @@ void ZVIntegration::_mergeWithRemoteProjects(ProjectList remoteProjects) {
         for (const auto& child : project->subprojects()) child->setIntegration(self);
     }
     std::stable_sort(_projects.begin(), _projects.end(),
-                     [](const auto& first, const auto& second) { return caseInsensitiveLess(first->name(), second->name()); });
+                     [](const auto& first, const auto& second) { return ZVCaseInsensitiveLess(first->name(), second->name()); });
     ZVIntegrationProject::noteTreeChange();
 }
 

@@ -1,11 +1,11 @@
 #include "core/integrations/address_based/tick/ZVTickIntegration.h"
 
 #include <algorithm>
-#include <cctype>
 #include <ctime>
 #include <map>
 
 #include "ZVClock.h"
+#include "ZVHelpers.h"
 #include "ZVJSON.h"
 #include "ZVLocalization.h"
 #include "ZVLog.h"
@@ -21,11 +21,6 @@ namespace {
 constexpr const char* serviceDomain = "tickspot.com";
 constexpr const char* serviceURL = "https://www.tickspot.com";
 constexpr const char* rolesPath = "/api/v2/roles.json";
-
-bool namesLess(const std::string& first, const std::string& second) {
-    return std::lexicographical_compare(first.begin(), first.end(), second.begin(), second.end(),
-                                        [](unsigned char a, unsigned char b) { return std::tolower(a) < std::tolower(b); });
-}
 }  // namespace
 }  // namespace tick
 
@@ -142,7 +137,7 @@ ZVIntegration::ProjectList ZVTickIntegration::loadRemoteProjects() {
         client->addSubproject(std::move(node));
     }
     std::stable_sort(clients.begin(), clients.end(), [](const auto& first, const auto& second) {
-        return tick::namesLess(first->name(), second->name());
+        return ZVCaseInsensitiveLess(first->name(), second->name());
     });
     return clients;
 }
